@@ -1,0 +1,19 @@
+#pragma once
+
+#include <Corvane/Base/Result.h>
+#include <Corvane/Base/String.h>
+
+namespace Corvane {
+
+// Operations on directories by path; conversion and failures as in ZFile.
+class CORVANE_ZPS_API ZDir {
+ public:
+  // Creates the directory and all missing parents with mode 0777 less the umask. Returns 0 when it is there in the end,
+  // also when it was before or when another process made it meanwhile; an empty path is the working directory.
+  static ZResult CreateR(const ZString& path);
+  // The space that an ordinary user can still fill on the file system of `path`, in kilobytes of 1024 bytes, rounded down.
+  // On a failure `kilobytes` is left as it was.
+  static ZResult GetFreeSpace(const ZString& path, unsigned long long& kilobytes);
+};
+
+}  // namespace Corvane

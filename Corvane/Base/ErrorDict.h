@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+
+#include <Corvane/Base/Container.h>
+#include <Corvane/Base/Result.h>
+#include <Corvane/Base/String.h>
+
+namespace Corvane {
+
+using ZErrorMap = ZMap<unsigned int, ZString>;  // result code to message
+
+// The process-wide dictionary of result codes and their messages, one map per facility.
+// Thread safety: all operations from any thread at any time.
+class CORVANE_ZPS_API ZErrorDict {
+ public:
+  // Makes the messages of `map` known, replacing those that the facility had. The dictionary keeps the pointer: the map
+  // must stay as it is until Unregister(facility) has returned. Facility 0 is this library's own and cannot be replaced.
+  static void Register(unsigned int facility, const ZErrorMap* map);
+  // Withdraws the facility's messages; nothing happens when it has none. Nobody reads the map after the return.
+  static void Unregister(unsigned int facility);
+  // The number of messages registered for `facility`, 0 when it is not registered.
+  [[nodiscard]] static std::size_t CountMessages(unsigned int facility);
+};
+
+// The message of `code`. A failure of the system (BASE_E_ERRNO + n) gives the system's text for errno n; a code that
+// nobody has registered gives "Unknown error 0x" and its eight hexadecimal digits.
+[[nodiscard]] CORVANE_ZPS_API ZString ZGetErrorMsg(ZResult code);
+
+}  // namespace Corvane

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <vector>
+
+#include <Corvane/Base/Export.h>
+#include <Corvane/Base/String.h>
+
+namespace Corvane {
+
+// A dotted version number such as "6.2.1591".
+class CORVANE_ZPS_API ZVersion {
+ public:
+  ZVersion() = default;
+  // Parses numbers separated by dots; a component without digits counts as 0.
+  explicit ZVersion(const ZString& text);
+
+  // Negative, 0 or positive; components that one of the two lacks count as 0.
+  [[nodiscard]] int Compare(const ZVersion& other) const noexcept;
+  [[nodiscard]] ZString ToString() const;
+
+ private:
+  std::vector<unsigned long> m_components;
+};
+
+// A loaded module: a name in reverse-domain form and a version.
+class CORVANE_ZPS_API ZModule {
+ public:
+  ZModule() = default;
+  explicit ZModule(ZString name);
+
+  ZModule& SetVersion(const ZVersion& version);
+  [[nodiscard]] const ZString& GetName() const noexcept { return m_name; }
+  [[nodiscard]] const ZVersion& GetVersion() const noexcept { return m_version; }
+
+ private:
+  ZString m_name;
+  ZVersion m_version;
+};
+
+// The modules that are loaded into the process, by name.
+// Thread safety: all operations from any thread at any time.
+class CORVANE_ZPS_API ZModuleRegistry {
+ public:
+  // Adds `module`, or replaces the one of the same name.
+  static void Register(const ZModule& module);
+  // Removes the module of that name; nothing happens when there is none.
+  static void Unregister(const ZString& name);
+  // The registered modules in the order of their names.
+  [[nodiscard]] static std::vector<ZModule> GetModules();
+};
+
+}  // namespace Corvane

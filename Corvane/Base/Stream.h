@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+
+#include <Corvane/Base/Result.h>
+#include <Corvane/Base/String.h>
+
+namespace Corvane {
+
+// Names the UTF-8 encoding to ZStream::Read.
+struct ZUtf8Encoding {};
+
+// A sequence of bytes with a position. Not guarded: one thread at a time.
+class CORVANE_ZPS_API ZStream {
+ public:
+  virtual ~ZStream() = default;
+
+  // Appends to `text` the characters that the next `bytes` bytes stand for; ill-formed input becomes U+FFFD.
+  // Returns 0; BASE_E_END_OF_STREAM when fewer bytes are left (nothing is read then); the code of ENOMEM when memory ran
+  // out (`text` then holds the beginning).
+  [[nodiscard]] ZResult Read(ZString& text, std::size_t bytes, const ZUtf8Encoding& encoding);
+
+ protected:
+  // A view of the next `bytes` bytes, behind which the position moves; null when fewer are left.
+  virtual const char* Take(std::size_t bytes) noexcept = 0;
+};
+
+// A stream in memory. The length only grows: seeking back and writing overwrites.
+class CORVANE_ZPS_API ZMemoryStream : public ZStream {
+ public:
+  // Moves the position to `offset` bytes from the beginning. Returns BASE_E_END_OF_STREAM, and moves nothing, when the
+  // stream is shorter.
+  [[nodiscard]] ZResult Seek(std::size_t offset) noexcept;
+  [[nodiscard]] std::size_t Length() const noexcept { return m_length; }
+
+ protected:
+  const char* Take(std::size_t bytes) noexcept override;
+
+  struct Free {
+    void operator()(char* memory) const noexcept { std::free(memory); }  // NOLINT(cppcoreguidelines-no-malloc)
+  };
+  std::unique_ptr<char, Free> m_data;
+  std::size_t m_length = 0;
+  std::size_t m_position = 0;
+};
+
+// A memory stream that grows by doubling. The memory is kept until the object's destruction, so that a stream used again
+// and again allocates once; large blocks are grown by remapping pages, not by copying.
+class CORVANE_ZPS_API ZDynamicMemoryStream : public ZMemoryStream {
+ public:
+  // `initialBytes`: room to start with, at least 1. Nothing is allocated before the first write.
+  explicit ZDynamicMemoryStream(std::size_t initialBytes) noexcept;
+
+  // Writes at the position and moves behind what was written. Returns the number of bytes stored: `bytes`, or 0 when
+  // memory ran out.
+  [[nodiscard]] std::size_t Write(const void* data, std::size_t bytes) noexcept;
+
+ private:
+  bool Grow(std::size_t needed) noexcept;
+
+  std::size_t m_initialBytes;
+  std::size_t m_capacity = 0;
+};
+
+}  // namespace Corvane

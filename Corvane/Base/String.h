@@ -1,0 +1,113 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <Corvane/Base/Export.h>
+
+namespace Corvane {
+
+// A wide-character string (wchar_t, 32-bit characters) with value semantics: moves are cheap, copies are deep.
+//
+// Positions and lengths count characters. A failed search returns npos; a position past the end is never an error.
+// Thread safety: like std::wstring. Different objects are independent; one object may be read by many threads or
+// changed by one.
+// Errors: only std::bad_alloc.
+class CORVANE_ZPS_API ZString {
+ public:
+  using size_type = std::size_t;
+  static constexpr size_type npos = static_cast<size_type>(-1);
+
+  ZString() noexcept = default;
+
+  // From narrow text in the process's local multibyte encoding (LC_CTYPE, as the host set it with setlocale). A byte that
+  // does not decode becomes the character of the same number, so nothing is lost. A null pointer gives an empty string.
+  ZString(const char* text);  // NOLINT(google-explicit-constructor): literals are passed everywhere
+  ZString(const char* text, size_type length);
+
+  // From wide text. A null pointer gives an empty string.
+  ZString(const wchar_t* text);  // NOLINT(google-explicit-constructor)
+  ZString(const wchar_t* text, size_type length);
+  ZString(std::wstring text) noexcept;  // NOLINT(google-explicit-constructor)
+
+  // Change this string and return it.
+  ZString& Assign(const ZString& text);
+  ZString& Assign(const char* text);  // decoded as by the constructor
+  ZString& Assign(const char* text, size_type length);
+  ZString& Append(const ZString& text);
+  ZString& Append(const char* text, size_type length);  // decoded as by the constructor
+  ZString& Append(const wchar_t* text, size_type length);
+  ZString& Append(wchar_t character);
+  ZString& Clear() noexcept;
+  ZString& Reserve(size_type length);
+  ZString& TrimLeft();   // removes leading white space
+  ZString& TrimRight();  // removes trailing white space
+
+  // Replaces the text by `number`: format 'd' signed decimal, 'u' unsigned decimal, 'x' lower-case hexadecimal. The
+  // argument's own width decides how a negative number looks in 'u' and 'x'.
+  ZString& SetNum(int number, char format = 'd');
+  ZString& SetNum(unsigned int number, char format = 'u');
+  ZString& SetNum(long number, char format = 'd');
+  ZString& SetNum(unsigned long number, char format = 'u');
+  ZString& SetNum(long long number, char format = 'd');
+  ZString& SetNum(unsigned long long number, char format = 'u');
+
+  // A copy in which every occurrence of the lowest-numbered placeholder left (%1 to %99) is replaced by `value`; without a
+  // placeholder, an unchanged copy. Text that an Arg inserted is never searched for placeholders again, so that a value
+  // may hold "%2" and come out unharmed: ZString(L"%1: %2").Arg(L"100%2.txt").Arg(L"ok") is "100%2.txt: ok".
+  [[nodiscard]] ZString Arg(const ZString& value) const;
+
+  [[nodiscard]] bool IsEmpty() const noexcept { return m_text.empty(); }
+  [[nodiscard]] size_type Length() const noexcept { return m_text.size(); }
+  // Valid until this string changes or is destroyed; terminated by a zero character.
+  [[nodiscard]] const wchar_t* CStr() const noexcept { return m_text.c_str(); }
+  // Valid as long as CStr().
+  [[nodiscard]] const std::wstring& Str() const noexcept { return m_text; }
+  [[nodiscard]] wchar_t operator[](size_type position) const noexcept { return m_text[position]; }
+
+  // Negative, 0 or positive as this string sorts before, equals or sorts after `other`, by character number.
+  [[nodiscard]] int Compare(const ZString& other) const noexcept { return m_text.compare(other.m_text); }
+
+  [[nodiscard]] size_type Find(const ZString& text, size_type from = 0) const noexcept;
+  [[nodiscard]] size_type Find(wchar_t character, size_type from = 0) const noexcept;
+  // The last occurrence that begins at or before `from`.
+  [[nodiscard]] size_type FindR(const ZString& text, size_type from = npos) const noexcept;
+  [[nodiscard]] size_type FindR(wchar_t character, size_type from = npos) const noexcept;
+  [[nodiscard]] size_type FindFirstOf(const ZString& set, size_type from = 0) const noexcept;
+  [[nodiscard]] size_type FindFirstNotOf(const ZString& set, size_type from = 0) const noexcept;
+  [[nodiscard]] size_type FindLastNotOf(const ZString& set, size_type from = npos) const noexcept;
+  [[nodiscard]] bool StartsWith(const ZString& prefix, bool ignoreCase = false) const;
+
+  // Copies in which each character is mapped by itself, so that every character keeps its position.
+  [[nodiscard]] ZString Lower() const;
+  [[nodiscard]] ZString Upper() const;
+  // The `count` characters from `from` on, fewer when the string ends before; empty when `from` is past the end.
+  [[nodiscard]] ZString Substr(size_type from, size_type count = npos) const;
+
+  // The number that the text begins with in `base` (2 to 36), white space before it skipped, anything behind it ignored.
+  // Text without digits gives 0, also a signed number; a number too large gives the type's largest value. `*ok`, when
+  // given, tells whether the whole text was one number that fits.
+  [[nodiscard]] unsigned long ToULong(int base = 10, bool* ok = nullptr) const noexcept;
+  [[nodiscard]] unsigned long long ToULongLong(int base = 10, bool* ok = nullptr) const noexcept;
+
+  ZString& operator+=(const ZString& text) { return Append(text); }
+
+ private:
+  using Span = std::pair<size_type, size_type>;  // begin and end position
+
+  void DecodeLocal(const char* text, size_type length);
+  [[nodiscard]] bool IsFilled(size_type position) const noexcept;
+  void ShiftFilled(size_type removed);
+
+  std::wstring m_text;
+  std::vector<Span> m_filled;  // what Arg inserted, ascending and disjoint; never searched for placeholders
+};
+
+inline bool operator==(const ZString& a, const ZString& b) noexcept { return a.Str() == b.Str(); }
+inline bool operator!=(const ZString& a, const ZString& b) noexcept { return !(a == b); }
+inline bool operator<(const ZString& a, const ZString& b) noexcept { return a.Compare(b) < 0; }
+inline ZString operator+(ZString a, const ZString& b) { return std::move(a.Append(b)); }
+
+}  // namespace Corvane

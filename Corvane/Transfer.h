@@ -1,0 +1,170 @@
+#pragma once
+
+#include <memory>
+
+#include <Corvane/Base/Container.h>
+#include <Corvane/Base/DateTime.h>
+#include <Corvane/Base/Result.h>
+#include <Corvane/Base/String.h>
+#include <Corvane/Export.h>
+#include <Corvane/TransferErrorCodes.h>
+
+namespace Corvane {
+
+// Moves one resource at a time over HTTP, HTTPS or FTP, on one libcurl easy handle that keeps its connections between
+// operations.
+//
+//   Corvane::ZTransfer transfer;
+//   Corvane::ZString page;
+//   if (Corvane::IsFailure(transfer.Download(L"http://example.com/", page))) Report(transfer.GetError());
+//
+// An operation (Download, DownloadFile, the posts) runs to its end on the thread that called it; the library starts no thread and
+// never retries. Its outcome is the returned code, which stays readable as GetStatus, with a text, GetError, until the next
+// operation or Reset begins.
+//
+// Thread safety: one operation at a time per object; a second one is refused with BASE_E_IN_USE. While it runs, other threads
+// may call the getters, Wait, Abort and Reset at any time. Setters, Attach and Detach belong to the thread that owns the object
+// and are refused with BASE_E_BUSY while an operation runs (SetTimeout is not). Different objects are independent, apart from the
+// process-wide throttle.
+//
+// Errors: result codes; see TransferErrorCodes.h for what to do about each. The class throws nothing of its own, not even
+// when memory runs out during a transfer (that fails the transfer). An exception from a host's observer or logger ends the
+// operation, leaves the object idle and usable, and then reaches the caller of the operation.
+//
+// Signals: none are used or blocked; no signal disposition changes; a peer that closes its connection raises no SIGPIPE.
+class CORVANE_ZN_API ZTransfer {
+ public:
+  // Follows transfers. Objects are the host's: the library neither copies nor deletes them.
+  class Observer {
+   public:
+    // Called on the transferring thread, without any lock. The library itself sends one event, 1, at the first non-empty block of
+    // an operation's body; `value` is then TRANSFER_E_IN_PROGRESS when the answer is acceptable (200 to 299, or no HTTP at all) and
+    // TRANSFER_E_CONNECT when not, as a long. Other events are the host's own, see ZTransfer::Notify.
+    // An exception ends the operation and is passed to its caller.
+    virtual void Update(int event, long value) = 0;
+    virtual ~Observer() = default;
+  };
+
+  // The first object of the process initialises libcurl. Throws only std::bad_alloc or what the host's logger throws.
+  ZTransfer();
+  // Aborts a running operation and returns after it has ended.
+  ~ZTransfer();
+  ZTransfer(const ZTransfer&) = delete;
+  ZTransfer& operator=(const ZTransfer&) = delete;
+
+  // --- Settings. They persist from operation to operation. ---
+
+  // The limit in seconds for connecting, and for the transfer a sliding one: each block of body data moves it to this long after
+  // the time already spent (plus 10 seconds while throttling is off). 300 at first; 0: no limit. Uploads and
+  // header lines do not move it. Always 0; accepted also while an operation runs, from its next block on.
+  // libcurl takes at most 2,147,483 seconds: with more, operations fail with its code 43.
+  ZResult SetTimeout(unsigned long seconds);
+
+  // What is checked on "https" URLs: that the certificate names the host, and that it is signed by one of the certificates in the
+  // directory `caDir` (hashed as by openssl-rehash(1); preferred) or the file `caFile` (PEM). Nothing is checked until this is
+  // called, and the peer is NOT checked when neither exists, which is logged as a warning. libcurl may also
+  // accept the system's own certificate authorities. A path that the locale cannot express counts as empty.
+  // Returns 0, or BASE_E_BUSY.
+  ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
+
+  // The user and password for the server; an empty user removes them. Over HTTP only NTLM is used, over HTTPS NTLM or Basic, so
+  // that the password never leaves in the clear. Returns 0, or BASE_E_BUSY.
+  ZResult SetCredentials(const ZString& user, const ZString& password);
+
+  // Whether Download fails with TRANSFER_E_CONNECT when the HTTP status is outside 200 to 299. False at first: the error page
+  // then is the result. DownloadFile and the posts always check. Returns 0, or BASE_E_BUSY.
+  ZResult DetectHttpError(bool detect);
+
+  // Whether this object's data counts in the process-wide throttle, and is slowed by it. True at first. Returns 0, or BASE_E_BUSY.
+  ZResult UseThrottling(bool use);
+
+  // The process-wide throttle; see ZThrottle for the parameters. Any thread, any time. Always 0.
+  static ZResult SetThrottling(unsigned int lowWaterMark, unsigned int limit, bool percent);
+  // Between these two a series of transfers counts as one for the throttle: its measure period does not begin anew with each object.
+  // They nest. Any thread, any time. Always 0.
+  static ZResult StartMulti();
+  static ZResult FinishMulti();
+
+  // --- Observers, called in the order of their attachment. ---
+
+  // Returns 0, also when `observer` was attached already (it stays once in the list); BASE_E_BUSY while an operation runs or when
+  // `observer` is null. The observer must live until it is detached or this object is destroyed.
+  ZResult Attach(Observer* observer);
+  // Returns 0, also when `observer` was not attached; BASE_E_BUSY while an operation runs.
+  ZResult Detach(Observer* observer);
+  // Calls Update(event, value) on every attached observer, on the calling thread.
+  void Notify(int event, long value);
+
+  // --- What the current or last operation has done. Any thread, any time, without waiting for a transfer. ---
+
+  // Copies the response header lines as received, "\r\n" included, those of interim answers (1xx) and of authentication rounds
+  // too; empty for FTP. Returns 0, or BASE_E_BUSY while an operation runs.
+  ZResult GetHeader(ZString& header) const;
+  // Length in bytes of the whole resource as the server tells it, what a resumed file already held included; all ones
+  // (0xFFFFFFFFFFFFFFFF) when it is not known (yet), also for an empty body.
+  [[nodiscard]] unsigned long long GetContentSize() const;
+  // Bytes of the body received, plus, for a resumed download, the offset from which it resumed.
+  [[nodiscard]] unsigned long long GetDownloadSize() const;
+  // Bytes moved in both directions, headers included.
+  [[nodiscard]] unsigned long long GetTransferSize() const;
+  // Mean rate in KiB per second, truncated.
+  [[nodiscard]] unsigned int GetTransferRate() const;
+  // When the last operation began (before the first: when the object was made). Valid as long as the object; may be read while
+  // another operation begins.
+  [[nodiscard]] const ZDateTime& GetTransferStartTime() const;
+  // Duration of the last operation in milliseconds; 0 while one runs.
+  [[nodiscard]] long long GetTransferTime() const;
+  // The result code of the current or last operation. TRANSFER_S_FINISHED while one runs and nothing has failed.
+  [[nodiscard]] ZResult GetStatus() const;
+  // The text for GetStatus. The reference is to a copy that belongs to the calling thread: it stays valid as long as this
+  // object lives, and changes only when the same thread calls GetError of the same object again.
+  [[nodiscard]] const ZString& GetError() const;
+  // What libcurl said of the last operation, which DownloadFile replaces by TRANSFER_E_CONNECT when no good answer came: returns
+  // TRANSFER_E_CURL_BASE | CURLcode with libcurl's own text in `text` (empty when libcurl left none), TRANSFER_S_FINISHED when
+  // libcurl succeeded, TRANSFER_E_NOT_STARTED when no request was made, BASE_E_BUSY while an operation runs.
+  ZResult GetCause(ZString& text) const;
+
+  // --- Control, from any thread. ---
+
+  // Aborts a running operation, waits for its end, and sets what the getters tell back to the state after construction. Settings
+  // and observers stay. Always 0. Not for observers: they would wait for themselves.
+  ZResult Reset();
+  // Asks the running operation to end; it does so within about a second, with TRANSFER_E_ABORTED. Returns at once, always 0.
+  // Without a running operation nothing happens. An abort that comes while an operation is just beginning may be lost.
+  ZResult Abort();
+  // Waits until no operation runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs.
+  bool Wait(unsigned long milliseconds);
+
+  // --- Operations. ---
+
+  // Downloads `url` into `result` as text decoded from UTF-8, also when the outcome is a failure after something was received (an
+  // error page, say). Ill-formed bytes become U+FFFD.
+  ZResult Download(const ZString& url, ZString& result);
+
+  // Downloads `url` into the file `fileName`, whose missing directories are made. With `resume`, a file of more than 64 bytes
+  // is continued 32 bytes before its end; otherwise it is truncated first. After a failure a file for which no answer in 200 to 299
+  // came is removed unless it was resumed; any other partial file stays and can be resumed. A name that the locale cannot express
+  // (see setlocale(3)) gives TRANSFER_E_DOWNLOAD.
+  ZResult DownloadFile(const ZString& url, const ZString& fileName, bool resume);
+
+  // Post form fields, sent as "name=value" joined by "&" in the order of the names, without any escaping: pass names and
+  // values as the server expects them. The answer goes into `result`, or is dropped.
+  ZResult Post(const ZString& url, const ZString& name, const ZString& value);
+  ZResult Post(const ZString& url, const ZString& name, const ZString& value, ZString& result);
+  ZResult Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields);
+  ZResult Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString& result);
+
+  // Post `data` as UTF-8, up to its first zero character.
+  ZResult PostData(const ZString& url, const ZString& data);
+  ZResult PostData(const ZString& url, const ZString& data, ZString& result);
+
+  // Post the contents of `inputFile`; the answer goes into `outputFile`, or is dropped when there is none or its name is empty.
+  ZResult PostFile(const ZString& url, const ZString& inputFile);
+  ZResult PostFile(const ZString& url, const ZString& inputFile, const ZString& outputFile);
+
+ private:
+  class ZTransferImpl;
+  std::unique_ptr<ZTransferImpl> m_impl;
+};
+
+}  // namespace Corvane
