@@ -34,7 +34,7 @@ class ZRecursiveMutex {
 class CORVANE_ZPS_API ZEvent {
  public:
   // resetFlag 1: manual reset. The event stays signalled until Reset, so any number of waits return at once.
-  // resetFlag 0: automatic reset. Each Set lets one wait return.
+  // resetFlag 0: automatic reset. Each Set lets one wait return, whether it came before the wait or during it.
   explicit ZEvent(unsigned int resetFlag);
   ZEvent(const ZEvent&) = delete;
   ZEvent& operator=(const ZEvent&) = delete;
@@ -50,7 +50,7 @@ class CORVANE_ZPS_API ZEvent {
   std::mutex m_mutex;
   std::condition_variable m_changed;
   const bool m_manualReset;
-  bool m_signalled = true;  // guarded by m_mutex
+  unsigned long m_signals = 1;  // guarded by m_mutex; how many waits may return, 1 standing for all of them on manual reset
 };
 
 }  // namespace Corvane
