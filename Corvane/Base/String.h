@@ -42,11 +42,14 @@ class CORVANE_ZPS_API ZString {
   ZString& Append(wchar_t character);
   ZString& Clear() noexcept;
   ZString& Reserve(size_type length);
+  // White space is what isspace(3) knows in the "C" locale: blank, \t, \n, \v, \f, \r; so that a trimmed name is the same
+  // in every locale.
   ZString& TrimLeft();   // removes leading white space
   ZString& TrimRight();  // removes trailing white space
 
-  // Replaces the text by `number`: format 'd' signed decimal, 'u' unsigned decimal, 'x' lower-case hexadecimal. The
-  // argument's own width decides how a negative number looks in 'u' and 'x'.
+  // Replaces the text by `number`: format 'd' signed decimal, 'u' unsigned decimal, 'x' lower-case hexadecimal; any other
+  // counts as the default. The argument's own width decides how a negative number looks in 'u' and 'x', and how an
+  // unsigned one above the signed range looks in 'd'.
   ZString& SetNum(int number, char format = 'd');
   ZString& SetNum(unsigned int number, char format = 'u');
   ZString& SetNum(long number, char format = 'd');
@@ -57,6 +60,8 @@ class CORVANE_ZPS_API ZString {
   // A copy in which every occurrence of the lowest-numbered placeholder left (%1 to %99) is replaced by `value`; without a
   // placeholder, an unchanged copy. Text that an Arg inserted is never searched for placeholders again, so that a value
   // may hold "%2" and come out unharmed: ZString(L"%1: %2").Arg(L"100%2.txt").Arg(L"ok") is "100%2.txt: ok".
+  // The mark of inserted text survives copying, appending to another string, trimming, Substr, Lower and Upper.
+  // A placeholder is "%", a digit from 1 to 9 and, when one follows, a second digit.
   [[nodiscard]] ZString Arg(const ZString& value) const;
 
   [[nodiscard]] bool IsEmpty() const noexcept { return m_text.empty(); }
@@ -80,7 +85,9 @@ class CORVANE_ZPS_API ZString {
   [[nodiscard]] size_type FindLastNotOf(const ZString& set, size_type from = npos) const noexcept;
   [[nodiscard]] bool StartsWith(const ZString& prefix, bool ignoreCase = false) const;
 
-  // Copies in which each character is mapped by itself, so that every character keeps its position.
+  // Copies in which each character is mapped by itself, so that every character keeps its position. ASCII letters map to
+  // ASCII letters in every locale (also in a Turkish one), other characters as towlower(3) and towupper(3) say; StartsWith
+  // ignores case by comparing in lower case.
   [[nodiscard]] ZString Lower() const;
   [[nodiscard]] ZString Upper() const;
   // The `count` characters from `from` on, fewer when the string ends before; empty when `from` is past the end.
@@ -88,7 +95,7 @@ class CORVANE_ZPS_API ZString {
 
   // The number that the text begins with in `base` (2 to 36), white space before it skipped, anything behind it ignored.
   // Text without digits gives 0, also a signed number; a number too large gives the type's largest value. `*ok`, when
-  // given, tells whether the whole text was one number that fits.
+  // given, tells whether the whole text, leading white space apart, was one number that fits. Another base gives 0.
   [[nodiscard]] unsigned long ToULong(int base = 10, bool* ok = nullptr) const noexcept;
   [[nodiscard]] unsigned long long ToULongLong(int base = 10, bool* ok = nullptr) const noexcept;
 
@@ -97,12 +104,12 @@ class CORVANE_ZPS_API ZString {
  private:
   using Span = std::pair<size_type, size_type>;  // begin and end position
 
-  void DecodeLocal(const char* text, size_type length);
-  [[nodiscard]] bool IsFilled(size_type position) const noexcept;
-  void ShiftFilled(size_type removed);
+  void CutFilled(size_type from, size_type to) noexcept;
 
   std::wstring m_text;
-  std::vector<Span> m_filled;  // what Arg inserted, ascending and disjoint; never searched for placeholders
+  // What Arg inserted, ascending and disjoint; never searched for placeholders. An empty value leaves an empty span, so
+  // that the text on its two sides does not join to a placeholder.
+  std::vector<Span> m_filled;
 };
 
 inline bool operator==(const ZString& a, const ZString& b) noexcept { return a.Str() == b.Str(); }
