@@ -45,6 +45,8 @@ class CORVANE_ZN_API ZTransfer {
     virtual ~Observer() = default;
   };
 
+  class ZTransferImpl;  // opaque
+
   // The first object of the process initialises libcurl. Throws only std::bad_alloc or what the host's logger throws.
   ZTransfer();
   // Aborts a running operation and returns after it has ended.
@@ -163,7 +165,6 @@ class CORVANE_ZN_API ZTransfer {
   ZResult PostFile(const ZString& url, const ZString& inputFile, const ZString& outputFile);
 
  private:
-  class ZTransferImpl;
   std::unique_ptr<ZTransferImpl> m_impl;
 };
 
