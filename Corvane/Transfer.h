@@ -45,7 +45,7 @@ class CORVANE_ZN_API ZTransfer {
     virtual ~Observer() = default;
   };
 
-  class ZTransferImpl;  // opaque
+  class CORVANE_ZN_HIDDEN ZTransferImpl;  // opaque
 
   // The first object of the process initialises libcurl. Throws only std::bad_alloc or what the host's logger throws.
   ZTransfer();

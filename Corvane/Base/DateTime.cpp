@@ -7,7 +7,8 @@ namespace Corvane {
 
 namespace {
 
-__extension__ using WideInt = __int128;  // holds every intermediate result, so only the end result needs a look at its range
+__extension__ using WideInt =
+    __int128;  // holds every intermediate result, so only the end result needs a look at its range
 
 constexpr long long kMicrosecondsPerSecond = 1000000;
 

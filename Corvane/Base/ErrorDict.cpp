@@ -15,8 +15,8 @@ namespace {
 
 constexpr unsigned int kFacilities = 0x800;  // the facility is an 11-bit field
 
-// A slot for every facility, initialised by the compiler and never destroyed, so that libraries can register their codes
-// in static initialisers and withdraw them in static destructors without regard to the order of ours.
+// A slot for every facility, initialised by the compiler and never destroyed, so that libraries can register their
+// codes in static initialisers and withdraw them in static destructors without regard to the order of ours.
 constinit const ZErrorMap* facilityMaps[kFacilities] = {};  // guarded by facilityMutex
 constinit std::shared_mutex facilityMutex;
 static_assert(std::is_trivially_destructible_v<std::shared_mutex>);

@@ -15,7 +15,8 @@ using ZErrorMap = ZMap<unsigned int, ZString>;  // result code to message
 class CORVANE_ZPS_API ZErrorDict {
  public:
   // Makes the messages of `map` known, replacing those that the facility had. The dictionary keeps the pointer: the map
-  // must stay as it is until Unregister(facility) has returned. Facility 0 is this library's own and cannot be replaced.
+  // must stay as it is until Unregister(facility) has returned. Null withdraws the messages. Nothing happens for facility
+  // 0, which is this library's own and cannot be replaced, and above 0x7FF, which no code can name.
   static void Register(unsigned int facility, const ZErrorMap* map);
   // Withdraws the facility's messages; nothing happens when it has none. Nobody reads the map after the return.
   static void Unregister(unsigned int facility);

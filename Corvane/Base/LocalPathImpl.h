@@ -7,8 +7,8 @@
 
 namespace Corvane {
 
-// Runs `call` on `path` in the local encoding, for a `call` that returns 0 on success and otherwise leaves the reason in
-// errno, as the system's calls do.
+// Runs `call` on `path` in the local encoding, for a `call` that returns 0 on success and otherwise leaves the reason
+// in errno, as the system's calls do.
 template <class Call>
 ZResult CallOnLocalPath(const ZString& path, Call call) {
   const ZStringEncoder local(path, ZStringEncoder::Local);

@@ -32,9 +32,7 @@ void ZLogger::Enable(ZLogLevel level, bool enabled) noexcept {
   }
 }
 
-void ZLogger::EnableUpTo(ZLogLevel level) noexcept {
-  m_enabled.store(2 * BitOf(level) - 1, std::memory_order_relaxed);
-}
+void ZLogger::EnableUpTo(ZLogLevel level) noexcept { m_enabled.store(2 * BitOf(level) - 1, std::memory_order_relaxed); }
 
 ZLogger* ZLog::GetLogger() noexcept { return current.load(std::memory_order_acquire); }
 

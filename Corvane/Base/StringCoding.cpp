@@ -1,6 +1,7 @@
 #include <Corvane/Base/StringCoding.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <climits>
 #include <cstdint>
@@ -17,6 +18,8 @@ namespace {
 constexpr wchar_t kReplacement = 0xFFFD;
 
 constexpr bool IsAscii(char byte) noexcept { return static_cast<unsigned char>(byte) < 0x80; }
+
+constexpr bool IsContinuation(char byte) noexcept { return (static_cast<unsigned char>(byte) & 0xC0u) == 0x80u; }
 
 constexpr bool IsScalarValue(std::uint32_t character) noexcept {
   return character < 0xD800 || (character > 0xDFFF && character <= 0x10FFFF);
@@ -73,7 +76,9 @@ class WideBuffer {
 
   // Widens all 16 bytes, which compiles to a few vector instructions, and returns how many of them count.
   static std::size_t WidenBlock(const char* bytes, wchar_t* characters) noexcept {
-    for (std::ptrdiff_t i = 0; i < kBlock; ++i) characters[i] = static_cast<unsigned char>(bytes[i]);
+    unsigned char block[kBlock];  // a copy: the compiler knows that the characters do not overlap it
+    std::memcpy(block, bytes, sizeof block);
+    for (std::ptrdiff_t i = 0; i < kBlock; ++i) characters[i] = block[i];
     const std::size_t first = AsciiPrefix(Load8(bytes));
     return first < 8 ? first : 8 + AsciiPrefix(Load8(bytes + 8));
   }
@@ -93,7 +98,7 @@ std::size_t CountUtf8(const char* bytes, std::size_t length) noexcept {
     const std::uint64_t marks = (word >> 7) & (~word >> 6) & kLowBits;  // 1 in each byte 10xxxxxx
     continuations += static_cast<std::size_t>((marks * kLowBits) >> 56);
   }
-  for (; i < length; ++i) continuations += (static_cast<unsigned char>(bytes[i]) & 0xC0u) == 0x80u ? 1 : 0;
+  for (; i < length; ++i) continuations += IsContinuation(bytes[i]) ? 1 : 0;
   return length - continuations;
 }
 
@@ -108,12 +113,12 @@ void MakeRoom(ZString& text, std::size_t more) {
 // What may follow the first byte of a well-formed sequence (Unicode standard, table 3-7): the sequence's length and the
 // range of its second byte; all later bytes are 80 to BF. Length 1: no sequence begins with the byte.
 struct SequenceForm {
-  std::ptrdiff_t length;
+  unsigned char length;
   unsigned char lowest;
   unsigned char highest;
 };
 
-constexpr SequenceForm FormOf(unsigned char lead) noexcept {
+constexpr SequenceForm FormOf(unsigned int lead) noexcept {
   if (lead < 0xC2 || lead > 0xF4) return {1, 0, 0};
   if (lead < 0xE0) return {2, 0x80, 0xBF};
   if (lead == 0xE0) return {3, 0xA0, 0xBF};
@@ -124,29 +129,35 @@ constexpr SequenceForm FormOf(unsigned char lead) noexcept {
   return {4, 0x80, 0xBF};
 }
 
-// The length of the ill-formed piece at `bytes`: the longest beginning of a sequence that could have become
-// well-formed, or else one byte. The standard's recommended practice replaces each such piece by one U+FFFD.
-std::ptrdiff_t IllFormedLength(const char* bytes, const char* end) noexcept {
-  const SequenceForm form = FormOf(static_cast<unsigned char>(*bytes));
+constexpr std::array<SequenceForm, 0x80> kForms = [] {
+  std::array<SequenceForm, 0x80> forms{};
+  for (unsigned int lead = 0x80; lead <= 0xFF; ++lead) forms[lead - 0x80] = FormOf(lead);
+  return forms;
+}();
+
+// How many bytes at `bytes` fit the form of the sequence that the first one begins, at least 1.
+std::ptrdiff_t FittingBytes(const SequenceForm& form, const char* bytes, const char* end) noexcept {
   const std::ptrdiff_t available = std::min<std::ptrdiff_t>(form.length, end - bytes);
-  std::ptrdiff_t length = 1;
-  for (; length < available; ++length) {
-    const auto byte = static_cast<unsigned char>(bytes[length]);
-    const bool fits = length == 1 ? byte >= form.lowest && byte <= form.highest : byte >= 0x80 && byte <= 0xBF;
-    if (!fits) break;
-  }
-  return length;
+  if (available < 2) return 1;
+  const auto second = static_cast<unsigned char>(bytes[1]);
+  if (second < form.lowest || second > form.highest) return 1;
+  std::ptrdiff_t fitting = 2;
+  while (fitting < available && IsContinuation(bytes[fitting])) ++fitting;
+  return fitting;
 }
 
-// Puts the character at `bytes`, which is not ASCII, or one U+FFFD, and returns the position behind it.
+// Puts the character at `bytes`, which is not ASCII, or U+FFFD, and returns the position behind it. The validation is
+// our own, for utf8cpp can only throw or stop at ill-formed input: what is replaced as one piece is the longest
+// beginning of a sequence that could have become well-formed, or else one byte, as the standard recommends.
 const char* PutUtf8(WideBuffer& buffer, const char* bytes, const char* end) {
-  const std::ptrdiff_t length = FormOf(static_cast<unsigned char>(*bytes)).length;
-  if (end - bytes >= length && utf8::is_valid(bytes, bytes + length)) {
+  const SequenceForm& form = kForms[static_cast<unsigned char>(*bytes) - 0x80u];
+  const std::ptrdiff_t fitting = FittingBytes(form, bytes, end);
+  if (fitting == form.length && form.length > 1) {
     buffer.Put(static_cast<wchar_t>(utf8::unchecked::next(bytes)));
     return bytes;
   }
   buffer.Put(kReplacement);
-  return bytes + IllFormedLength(bytes, end);
+  return bytes + fitting;
 }
 
 // Puts the character at `bytes`, which is not ASCII, or its first byte as a character, and returns the position behind.

@@ -14,7 +14,9 @@ namespace Corvane::Wrappers::Sys {
 namespace {
 
 struct FileDeleter {
-  void operator()(std::FILE* file) const noexcept { std::fclose(file); }  // nothing was written yet, so nothing can be lost
+  void operator()(std::FILE* file) const noexcept {
+    std::fclose(file);
+  }  // nothing was written yet, so nothing can be lost
 };
 using OpenFile = std::unique_ptr<std::FILE, FileDeleter>;
 

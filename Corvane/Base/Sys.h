@@ -12,6 +12,8 @@ namespace Corvane::Wrappers::Sys {
 // Opens `path`, in the local encoding, as fopen(3) does with `mode`, and stores the stream in `*file`, null on failure. The
 // descriptor is closed on exec. A stream opened for writing has no buffer, so that a full disk shows at the block that did
 // not fit and never only when the stream is closed.
+// A directory gives the code of EISDIR, also for reading; a null path (what an encoder gives for a name that the local
+// encoding cannot express) BASE_E_INVALID_NAME.
 [[nodiscard]] CORVANE_ZPS_API ZResult Fopen(std::FILE** file, const char* path, const char* mode) noexcept;
 
 // Closes the stream. It is gone also when a failure is returned (see close(2)), which means that written data may be lost.
@@ -20,7 +22,8 @@ CORVANE_ZPS_API ZResult Fclose(std::FILE* file) noexcept;
 // fseek(3): `whence` is SEEK_SET, SEEK_CUR or SEEK_END.
 CORVANE_ZPS_API ZResult Fseek(std::FILE* file, long offset, int whence) noexcept;
 
-// Writes `bytes` bytes. `written` receives how many were written, fewer than asked for only on a failure.
+// Writes `bytes` bytes. `written` receives how many were written, fewer than asked for only on a failure. A signal that
+// interrupts the write is no failure.
 CORVANE_ZPS_API ZResult Fwrite(const void* data, std::size_t bytes, std::FILE* file, std::size_t& written) noexcept;
 
 // Cuts the file off at `length` bytes, or extends it with zeros.

@@ -33,8 +33,8 @@ bool IsUnreserved(unsigned char c) noexcept {
 }
 wchar_t LowerLetter(wchar_t c) noexcept { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; }
 
-// The length of the scheme at the beginning of `text`, 0 when there is none. The rule is libcurl's: a scheme is followed
-// by ":/", so that "example.com:8080/a" and "localhost:80" begin with a host.
+// The length of the scheme at the beginning of `text`, 0 when there is none. The rule is libcurl's: a scheme is
+// followed by ":/", so that "example.com:8080/a" and "localhost:80" begin with a host.
 std::size_t SchemeLength(std::wstring_view text) noexcept {
   if (text.empty() || !IsLetter(text[0])) return 0;
   std::size_t length = 1;
