@@ -268,27 +268,6 @@ unsigned int ZThrottle::LimitFor(unsigned int speed) const noexcept {
 }
 
 // ---------------------------------------------------------------------------------------------------------------------
-// Published text
-// ---------------------------------------------------------------------------------------------------------------------
-
-void PublishedText::Set(ZString text) {
-  const std::lock_guard guard(m_mutex);
-  m_text = std::move(text);
-}
-
-ZString PublishedText::Copy() const {
-  const std::lock_guard guard(m_mutex);
-  return m_text;
-}
-
-const ZString& PublishedText::ForThisThread() const {
-  const std::lock_guard guard(m_mutex);
-  ZString& copy = m_copies[std::this_thread::get_id()];
-  if (copy != m_text) copy = m_text;
-  return copy;
-}
-
-// ---------------------------------------------------------------------------------------------------------------------
 // Transfer object: construction, settings, observers
 // ---------------------------------------------------------------------------------------------------------------------
 

@@ -5,10 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #define CURL_DISABLE_DEPRECATION  // the information values in doubles serve every libcurl since 7.4
@@ -18,6 +16,7 @@
 #include <Corvane/Base/Guard.h>
 #include <Corvane/Base/Stream.h>
 #include <Corvane/Base/Sync.h>
+#include <Corvane/PublishedTextImpl.h>
 #include <Corvane/Transfer.h>
 
 namespace Corvane {
@@ -27,21 +26,6 @@ struct FreeDeleter {
 };
 // A string handed to libcurl, which keeps the pointer during a transfer: made with strdup, released with free.
 using OwnedCString = std::unique_ptr<char, FreeDeleter>;
-
-// An error text that other threads may read while it is replaced. Each reading thread gets a copy of its own, so that the
-// reference it holds never changes under its hands.
-class PublishedText {
- public:
-  void Set(ZString text);
-  [[nodiscard]] ZString Copy() const;
-  // Valid as long as this object; changes only at the same thread's next call.
-  [[nodiscard]] const ZString& ForThisThread() const;
-
- private:
-  mutable std::mutex m_mutex;
-  ZString m_text;                                      // guarded by m_mutex
-  mutable std::map<std::thread::id, ZString> m_copies;  // guarded by m_mutex; nodes never move, each is read by its thread only
-};
 
 // The state and the work behind one ZTransfer. The recursive mutex is the object lock: it is held only for the short
 // bookkeeping steps (reset, begin and end of an operation, abort), never while a transfer runs.

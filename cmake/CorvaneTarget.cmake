@@ -63,7 +63,9 @@ function(corvane_configure_library target)
     ${target}
     PROPERTIES VERSION 1.0
                SOVERSION 1.0
-               INSTALL_RPATH "$ORIGIN")
+               INSTALL_RPATH "$ORIGIN"
+               LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/exports.map")
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
   install(
     TARGETS ${target}
     EXPORT CorvaneTargets

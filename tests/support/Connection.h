@@ -35,14 +35,19 @@ class Connection {
   // Told about a request when its head is read, and again when its body is.
   using RequestObserver = std::function<void(const Request& request, bool isUpdate)>;
 
-  // stop: opened by the server's Stop(); must outlive the connection.
+  // socket: connected and non-blocking. stop: opened by the server's Stop(); must outlive the connection.
   Connection(FileDescriptor socket, const Gate& stop, std::size_t number = 0, RequestObserver observer = nullptr);
   ~Connection();  // as Close()
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
   // Makes it a TLS connection, as the server's side. False, with the reason in `error`, when the handshake fails.
+  // SIGPIPE stays blocked in the calling thread.
   bool AcceptTls(ssl_ctx_st* context, std::string& error);
+
+  // Accepts a further connection, for protocols with one for data. It ends with the server's Stop() as this one does.
+  // Null when the server stopped, or this connection's peer left, before anyone came.
+  std::unique_ptr<Connection> AcceptFrom(const FileDescriptor& listener) const;
 
   // --- receiving
 
@@ -69,6 +74,8 @@ class Connection {
   bool Send(std::string_view bytes);
 
   // --- ending; each leaves the connection unusable, except that HalfClose leaves the receiving side
+  // As with any TCP socket, data of the peer that arrives after Close() or CutOff() makes the system send it RST, upon
+  // which it may lose what it has not read yet. Where that matters use HalfClose() and WaitUntilPeerCloses().
 
   void HalfClose();  // no more data from us (with TLS: close_notify first); the peer may go on sending
   void Close();      // orderly: FIN, with TLS close_notify first

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
+#include <limits>
 
 namespace CorvaneTest {
 
@@ -16,6 +18,9 @@ inline constexpr std::chrono::seconds kPatience{60};
 inline Deadline After(std::chrono::milliseconds timeout) { return Clock::now() + timeout; }
 
 // Milliseconds left until `deadline`, rounded up and never negative, in the form poll() takes.
-int MillisecondsUntil(Deadline deadline);
+inline int MillisecondsUntil(Deadline deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return static_cast<int>(std::clamp<decltype(left + 0)>(left, 0, std::numeric_limits<int>::max()));
+}
 
 }  // namespace CorvaneTest

@@ -62,8 +62,9 @@ class ScriptedFtpServer {
   // Full control over one verb; the last of SetReply, StallAt and OnCommand for a verb counts.
   void OnCommand(const std::string& verb, Hook hook);
 
-  // Every data connection sends so many bytes and is then closed (426 follows on the control connection) or sends
-  // nothing more until Stop(). The last call counts; nullopt restores the usual behaviour.
+  // A data connection that has more to send than this is closed after so many bytes, upon which 426 follows on the
+  // control connection, or sends nothing more until the client is gone. The last call counts; nullopt restores the
+  // usual behaviour.
   void CutDataAfter(std::optional<std::size_t> bytes);
   void StallDataAfter(std::optional<std::size_t> bytes);
 
@@ -87,10 +88,20 @@ class ScriptedFtpServer {
     bool isStall = false;
   };
 
-  Hook FindHook(const std::string& verb) const;
+  struct Entry {
+    bool isFolder = false;
+    std::size_t size = 0;
+  };
+
+  void SetDataFault(std::optional<std::size_t> bytes, bool isStall);
   void Record(const std::string& line);
-  bool IsFolder(const std::string& path) const;
+  Hook FindHook(const std::string& verb) const;
+  std::optional<DataFault> CurrentDataFault() const;
+  bool IsAllowedIn(const std::string& user, const std::string& password) const;
   std::optional<std::string> FindFile(const std::string& path) const;
+  std::optional<std::string> FindModificationTime(const std::string& path) const;
+  bool IsFolder(const std::string& path) const;
+  std::map<std::string, Entry> EntriesOf(const std::string& folder) const;
   std::string MakeListing(const std::string& folder) const;
 
   mutable std::mutex m_mutex;

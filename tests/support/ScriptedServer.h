@@ -1,8 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -60,6 +63,7 @@ class ScriptedServer {
   std::size_t AcceptedConnections() const;
 
   // Reasons of failed TLS handshakes so far, such as a client that does not trust the certificate.
+  // A client that merely dislikes the host name closes after the handshake: that is no failure here.
   std::vector<std::string> TlsFailures() const;
 
   // True as soon as there are at least `count`; false when the deadline passed first.
@@ -73,11 +77,18 @@ class ScriptedServer {
     void operator()(ssl_ctx_st* context) const noexcept;
   };
 
+  // The thread of one connection.
+  struct Worker {
+    std::thread thread;
+    std::atomic<bool> hasFinished{false};
+  };
+
   void Start();
   void AcceptLoop();
+  void JoinFinishedWorkers();
+  void StartWorker(FileDescriptor socket, std::size_t number);
   void Serve(FileDescriptor socket, std::size_t number);
   void Record(const Request& request, bool isUpdate);
-  void RunHandler(Connection& connection);
 
   Handler m_handler;
   std::unique_ptr<ssl_ctx_st, ContextDeleter> m_tls;  // null without TLS
@@ -90,7 +101,7 @@ class ScriptedServer {
   std::vector<std::string> m_tlsFailures;  // guarded by m_mutex
   std::size_t m_accepted = 0;              // guarded by m_mutex
   std::mutex m_stopMutex;                  // serialises Stop()
-  std::vector<std::thread> m_workers;      // touched by the acceptor only, until it is joined
+  std::list<Worker> m_workers;             // touched by the acceptor only
   std::thread m_acceptor;
 };
 
