@@ -1,0 +1,58 @@
+# Installs what the targets do not install by themselves: the program, the CMake package and the pkg-config files. All
+# of it finds its parts relative to its own place, so that an installed tree may be moved.
+
+include_guard(GLOBAL)
+include(CMakePackageConfigHelpers)
+
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Corvane")
+
+install(
+  EXPORT CorvaneTargets
+  NAMESPACE Corvane::
+  DESTINATION "${package_dir}"
+  COMPONENT devel)
+
+if(TARGET corvane)
+  file(RELATIVE_PATH lib_from_bin "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
+  set_target_properties(corvane PROPERTIES EXPORT_NAME cli INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
+  install(
+    TARGETS corvane
+    EXPORT CorvaneCliTargets
+    RUNTIME COMPONENT cli)
+  # A file of its own: the package is usable where the development files are installed and the program is not.
+  install(
+    EXPORT CorvaneCliTargets
+    NAMESPACE corvane::
+    DESTINATION "${package_dir}"
+    COMPONENT cli)
+endif()
+
+configure_package_config_file(
+  "${PROJECT_SOURCE_DIR}/cmake/CorvaneConfig.cmake.in" "${PROJECT_BINARY_DIR}/cmake/CorvaneConfig.cmake"
+  INSTALL_DESTINATION "${package_dir}")
+# The soname carries both numbers: another minor release is another interface.
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/cmake/CorvaneConfigVersion.cmake"
+                                 COMPATIBILITY SameMinorVersion)
+install(
+  FILES "${PROJECT_BINARY_DIR}/cmake/CorvaneConfig.cmake" "${PROJECT_BINARY_DIR}/cmake/CorvaneConfigVersion.cmake"
+  DESTINATION "${package_dir}"
+  COMPONENT devel)
+
+file(RELATIVE_PATH prefix_from_pkgconfig "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" prefix_from_pkgconfig "${prefix_from_pkgconfig}")
+foreach(name IN ITEMS zn zps)
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in" "${PROJECT_BINARY_DIR}/cmake/${name}.pc" @ONLY)
+  install(
+    FILES "${PROJECT_BINARY_DIR}/cmake/${name}.pc"
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+    COMPONENT devel)
+endforeach()
+
+install(
+  FILES "${PROJECT_SOURCE_DIR}/LICENSE"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  COMPONENT runtime)
+install(
+  FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  COMPONENT devel)
