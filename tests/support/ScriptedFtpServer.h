@@ -41,8 +41,8 @@ class ScriptedFtpServer {
 
   void SetFile(const std::string& path, std::string content);
 
-  // The exact bytes that LIST of this folder sends (it exists from now on). Without this LIST sends one Unix long format
-  // line per file and folder of the table.
+  // The exact bytes that LIST of this folder sends (it exists from now on). Without this LIST sends one Unix long
+  // format line per file and folder of the table.
   void SetListing(const std::string& folder, std::string listing);
 
   // The MDTM reply's time stamp, "YYYYMMDDhhmmss" in UTC; without this MDTM gets 550.
@@ -106,8 +106,8 @@ class ScriptedFtpServer {
 
   mutable std::mutex m_mutex;
   mutable std::condition_variable m_changed;
-  std::string m_banner;                                      // constant after construction
-  std::map<std::string, std::string> m_files;                // this and the rest: guarded by m_mutex
+  std::string m_banner;                        // constant after construction
+  std::map<std::string, std::string> m_files;  // this and the rest: guarded by m_mutex
   std::map<std::string, std::string> m_listings;
   std::map<std::string, std::string> m_modificationTimes;
   std::map<std::string, Hook> m_hooks;

@@ -1,0 +1,44 @@
+#include <unistd.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "tests/support/Daemons.h"
+#include "tests/support/Sockets.h"
+
+namespace CorvaneTest {
+
+namespace fs = std::filesystem;
+
+VsftpdServer::VsftpdServer(const VsftpdOptions& options) : Daemon("ftp") {
+  const std::string program = FindProgram("vsftpd", "vsftpd").string();
+  if (geteuid() != 0) throw std::runtime_error("vsftpd changes its root folder and account, so it must start as root");
+  const PortReservation port;
+  m_port = port.Port();
+  const fs::path emptyFolder = Work("empty");  // where the server shuts its unprivileged processes in
+  fs::create_directory(emptyFolder);
+  const fs::path configuration = Work("vsftpd.conf");
+  WriteFile(configuration,
+            "listen=YES\nlisten_ipv6=NO\nlisten_address=127.0.0.1\nlisten_port=" + std::to_string(m_port) +
+                "\nbackground=NO\nanonymous_enable=YES\nno_anon_password=YES\n" + "anon_root=" + RootDir().string() +
+                "\nsecure_chroot_dir=" + emptyFolder.string() +
+                "\nlocal_enable=NO\nwrite_enable=NO\nconnect_from_port_20=NO\nftp_username=ftp\n" +
+                "xferlog_enable=YES\nxferlog_file=" + m_accessLog.string() +
+                "\nxferlog_std_format=YES\nuse_localtime=NO\n" + options.lines + "\n");
+  Launch({program, configuration.string()}, {m_port});
+}
+
+PyftpdServer::PyftpdServer(const PyftpdOptions& options) : Daemon("ftp") {
+  const std::string python = FindProgram("python3", "python3-pyftpdlib").string();
+  const PortReservation port;
+  m_port = port.Port();
+  std::vector<std::string> argv{python,         CORVANE_TEST_SUPPORT_DIR "/pyftpd_server.py",
+                                "--port",       std::to_string(m_port),
+                                "--root",       RootDir().string(),
+                                "--access-log", m_accessLog.string()};
+  if (options.anonymous) argv.push_back("--anonymous");
+  if (!options.user.empty()) argv.insert(argv.end(), {"--user", options.user, "--password", options.password});
+  Launch(argv, {m_port});
+}
+
+}  // namespace CorvaneTest
