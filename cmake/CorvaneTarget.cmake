@@ -63,9 +63,7 @@ function(corvane_configure_library target)
     ${target}
     PROPERTIES VERSION 1.0
                SOVERSION 1.0
-               INSTALL_RPATH "$ORIGIN"
-               LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/exports.map")
-  target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map")
+               INSTALL_RPATH "$ORIGIN")
   install(
     TARGETS ${target}
     EXPORT CorvaneTargets
