@@ -3,6 +3,9 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
+# The servers that are started here and in the tests live where only the administrator's shell looks.
+export PATH=$PATH:/usr/local/sbin:/usr/sbin:/sbin
+
 # A compiler cache makes rebuilding in a fresh checkout quick; without one everything works the same.
 if command -v ccache >/dev/null; then
   export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER-ccache}
