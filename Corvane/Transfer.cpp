@@ -364,6 +364,7 @@ void ZTransfer::ZTransferImpl::Reset() {
 
 void ZTransfer::ZTransferImpl::BeginOperation() {
   Reset();
+  m_abort = m_runAbort != nullptr && *m_runAbort;
   m_inProgress = true;
   m_completion.Reset();
 }
@@ -954,6 +955,8 @@ ZTransfer::~ZTransfer() {
   } catch (...) {  // NOLINT(bugprone-empty-catch): the host's logger threw; a destructor must not
   }
 }
+
+void ZTransfer::FollowAbort(const std::atomic<bool>& abort) { m_impl->m_runAbort = &abort; }
 
 ZResult ZTransfer::SetTimeout(unsigned long seconds) {
   m_impl->m_timeout = seconds;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include <Corvane/Base/Container.h>
@@ -165,6 +166,9 @@ class CORVANE_ZN_API ZTransfer {
   ZResult PostFile(const ZString& url, const ZString& inputFile, const ZString& outputFile);
 
  private:
+  friend class ZMultiDownload;
+  CORVANE_ZN_HIDDEN void FollowAbort(const std::atomic<bool>& abort);
+
   std::unique_ptr<ZTransferImpl> m_impl;
 };
 

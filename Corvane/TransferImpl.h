@@ -96,6 +96,9 @@ class ZTransfer::ZTransferImpl : public ZRecursiveMutex {
   std::vector<Observer*> m_observers;
   bool m_progressNotified = false;
 
+  // The abort flag of the run that this transfer serves, if any. An operation that begins after the run was aborted is
+  // aborted from its beginning, so that an abort between two transfers of a run is not lost.
+  const std::atomic<bool>* m_runAbort = nullptr;
   bool m_bodyRefused = false;  // a resumed file's request was refused: what comes is not the file's content
   std::exception_ptr m_pendingException;  // thrown by host code inside a callback; rethrown when libcurl has returned
   std::atomic<ZResult> m_cause{TRANSFER_E_NOT_STARTED};

@@ -1,0 +1,614 @@
+#include <Corvane/MultiDownload.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include <Corvane/Base/Dir.h>
+#include <Corvane/Base/ErrorDict.h>
+#include <Corvane/Base/Log.h>
+#include <Corvane/Base/StringTokenizer.h>
+#include <Corvane/MultiDownloadImpl.h>
+
+// This source holds, in this order: the object and its run guard, the fetch of the listing, the check of what is there and of the disk
+// space, the fetch loop with its verification, the two listing parsers, and the public class.
+
+namespace Corvane {
+namespace {
+
+using ObjectGuard = ZGuardImpl<ZRecursiveMutex>;
+using Impl = ZMultiDownload::ZMultiDownloadImpl;
+
+// Writes a line when its level is enabled; the message is built only then.
+template <class Build>
+void Log(ZLogLevel level, Build build, int line) {
+  ZLogger* const logger = ZLog::GetLogger();
+  if (logger->IsEnabled(level)) logger->Write(level, build(), "Corvane/MultiDownload", line);
+}
+
+ZString UnsignedNumber(unsigned long long number) { return ZString().SetNum(number, 'u'); }
+
+// Sizes come from servers: a sum that would wrap stays at its largest value, so that no listing can talk the space check out.
+unsigned long long AddSaturated(unsigned long long a, unsigned long long b) noexcept {
+  return a + b < a ? std::numeric_limits<unsigned long long>::max() : a + b;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Object and run guard
+// ---------------------------------------------------------------------------------------------------------------------
+
+Impl::ZMultiDownloadImpl() {
+  m_transfer.DetectHttpError(true);  // an error page is no listing
+  m_transfer.FollowAbort(m_abort);
+  Reset();
+}
+
+void Impl::Reset() {
+  const ObjectGuard guard(*this);
+  m_resumeOffset = 0;
+  m_completedBytes = 0;
+  m_transferredBytes = 0;
+  m_transferRate = 0;
+  m_resume = false;
+  m_abort = false;
+  m_listing = false;
+  m_startTime = ZDateTime::Now();
+  m_elapsed.Set(0, 0, 0, 0, 0);
+  SetStatus(TRANSFER_E_NOT_STARTED, ZGetErrorMsg(TRANSFER_E_NOT_STARTED));
+  m_idle.Set();
+  m_inProgress = false;
+  m_transfer.Reset();
+}
+
+// A run that another thread has started since the caller looked is refused, not run over.
+template <>
+bool ZGuardImpl<Impl>::ZDoLock(Impl& run) {
+  const ObjectGuard guard(run);
+  if (run.m_inProgress) return false;
+  run.Reset();
+  run.m_inProgress = true;
+  run.m_idle.Reset();
+  run.m_startTime = ZDateTime::Now();
+  return true;
+}
+
+template <>
+void ZGuardImpl<Impl>::ZDoUnlock(Impl& run) {
+  const ObjectGuard guard(run);
+  run.m_idle.Set();
+  run.m_inProgress = false;
+}
+
+template <class Set>
+ZResult Impl::WhenIdle(Set set) {
+  const ObjectGuard guard(*this);
+  return m_inProgress ? BASE_E_BUSY : set();
+}
+
+ZResult Impl::Download(const ZString& url, const ZString& dir, bool resume) {
+  if (m_inProgress) return BASE_E_BUSY;
+  const ZInitGuard<Impl> run(*this);
+  if (!run.IsHeld()) return BASE_E_BUSY;
+  if (IsFailure(Config(url, dir, resume))) return m_status;
+  // A list that is there already, the host's or that of an earlier run, is the set of files.
+  if (m_fileSizes.empty() && IsFailure(FetchFileList())) return m_status;
+  return FetchFiles();
+}
+
+ZResult Impl::Config(const ZString& url, const ZString& dir, bool resume) {
+  m_targetDirectory = dir;
+  m_resume = resume;
+  m_url = url + L"/";
+  if (m_url.GetProtocol().Length() == 0) m_url.SetProtocol(L"http");
+  if (m_url.IsValid()) return BASE_S_OK;
+  SetStatus(TRANSFER_E_INVALID_URL, ZGetErrorMsg(TRANSFER_E_INVALID_URL) + L", " + url);
+  return m_status;
+}
+
+void Impl::Abort() {
+  const ObjectGuard guard(*this);
+  m_abort = true;
+  m_transfer.Abort();
+}
+
+bool Impl::WaitUntilIdle(unsigned long milliseconds) {
+  if (m_idle.Wait(milliseconds) != BASE_S_OK) return false;
+  // The running thread may still hold the lock in its end step. Once it has let go it does not touch the object again.
+  const ObjectGuard handshake(*this);
+  return true;
+}
+
+void Impl::SetStatus(ZResult status, ZString text) {
+  m_status = status;
+  m_error.Set(std::move(text));
+}
+
+void Impl::AddCompleted(unsigned long long bytes) {
+  const ObjectGuard guard(*this);
+  m_completedBytes += bytes;
+}
+
+// The bookkeeping after each transfer; the transfer's counters start from 0 again.
+void Impl::UpdateStatus() {
+  const ObjectGuard guard(*this);
+  const ZDateTime now = ZDateTime::Now();
+  m_elapsed = now.Compare(m_startTime) > 0 ? now - m_startTime : ZTimeSpan();
+  m_transferredBytes += m_transfer.GetTransferSize();
+  const auto elapsed = static_cast<long double>(m_elapsed.GetTotalMicroSeconds());
+  const long double rate =
+      elapsed > 0 ? static_cast<long double>(m_transferredBytes) / elapsed / 1024 * 1000 * 1000 : 0;  // KiB per second
+  // Of a rate beyond the 64-bit range nothing is kept, of one beyond 32 bits the low half.
+  m_transferRate = rate < 9223372036854775808.0L ? static_cast<unsigned int>(static_cast<long long>(rate)) : 0;
+  if (!m_listing) m_completedBytes += m_transfer.GetDownloadSize();
+  // A resumed transfer counts the part that was there, which CheckFreeSpaceAndUpdateCurSize has counted already.
+  m_completedBytes -= m_resumeOffset;
+  m_resumeOffset = 0;
+  m_transfer.Reset();
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Listing, decisions and disk space
+// ---------------------------------------------------------------------------------------------------------------------
+
+ZResult Impl::FetchFileList() {
+  m_fileSizes.clear();
+  m_listing = true;
+  ZString body;
+  const ZResult fetched = m_transfer.Download(m_url.ToString(), body);
+  if (IsFailure(fetched)) {
+    // An aborted listing leaves the status as it is: nothing has been started.
+    if (!m_abort) SetStatus(fetched, L"Failed to obtain the list of files to download: " + m_transfer.GetError());
+  } else if (!m_abort) {
+    if (m_url.GetProtocol().StartsWith(L"http", false)) {
+      ZString page;
+      m_transfer.GetHeader(page);
+      ParseHttpListing(page.Append(body));
+    } else {
+      ParseFtpListing(body);
+    }
+  }
+  UpdateStatus();
+  m_listing = false;
+  return fetched;
+}
+
+FileState Impl::GetFileState(const ZFileInfo& local, unsigned long long expectedSize, long expectedTime) {
+  if (!local.IsValid()) return FILE_REFETCH;
+  if (expectedTime > 0 && expectedTime > local.ModTime()) return FILE_REFETCH;
+  if (local.Size() > expectedSize) return FILE_REFETCH;
+  if (expectedSize == 0) return FILE_REFETCH;
+  if (local.Size() == expectedSize) return FILE_COMPLETE;
+  return FILE_PARTIAL;
+}
+
+bool Impl::IsIgnored(const ZString& name) const {
+  for (const ZString& ignored : m_ignoreList) {
+    if (ignored.Compare(name) == 0) return true;
+  }
+  return false;
+}
+
+long Impl::GetFileTime(const ZString& name) const {
+  const auto found = m_fileTimes.find(name);
+  return found == m_fileTimes.end() ? 0 : found->second;
+}
+
+ZString Impl::GetFullPath(const ZString& name) const { return (m_targetDirectory / name).ToString(); }
+
+// Counts what is present already, removes what is stale, and compares the space that the rest needs with what is free.
+bool Impl::CheckFreeSpaceAndUpdateCurSize() {
+  const ZString& directory = m_targetDirectory.ToString();
+  ZDir::CreateR(directory);
+  unsigned long long required = 0;
+  for (const auto& [name, expectedSize] : m_fileSizes) {
+    if (m_abort) return true;
+    if (!IsIgnored(name)) required = AddSaturated(required, PrepareFile(name, expectedSize));
+  }
+  unsigned long long availableKb = 0;
+  const ZResult asked = ZDir::GetFreeSpace(directory, availableKb);
+  if (IsFailure(asked)) {
+    SetStatus(TRANSFER_E_DISK_SPACE, ZString(L"Cannot obtain disk space required for downloading %1 to %2 (%3, %4)")
+                                         .Arg(m_url.ToString())
+                                         .Arg(directory)
+                                         .Arg(UnsignedNumber(asked))
+                                         .Arg(ZGetErrorMsg(asked)));
+    return false;
+  }
+  const unsigned long long requiredKb = required >> 10;
+  if (requiredKb <= availableKb) return true;
+  SetStatus(TRANSFER_E_DISK_SPACE,
+            ZString(L"Insufficient disk space to download %1 to %2. Required: %3 Kb. Available: %4 Kb.")
+                .Arg(m_url.ToString())
+                .Arg(directory)
+                .Arg(UnsignedNumber(requiredKb))
+                .Arg(UnsignedNumber(availableKb)));
+  return false;
+}
+
+// The space in bytes that the file will need. A complete file stays in any case: without resume it is overwritten in place.
+unsigned long long Impl::PrepareFile(const ZString& name, unsigned long long expectedSize) {
+  const ZFileInfo local(GetFullPath(name), 0);
+  const FileState state = GetFileState(local, expectedSize, GetFileTime(name));
+  if (state == FILE_COMPLETE) {
+    if (m_resume) AddCompleted(local.Size());
+    return 0;
+  }
+  if (state == FILE_PARTIAL && m_resume) {
+    AddCompleted(local.Size());
+    return expectedSize - local.Size();
+  }
+  ZFile::Remove(local.Name(), 0);
+  return expectedSize;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Fetch loop
+// ---------------------------------------------------------------------------------------------------------------------
+
+ZResult Impl::FetchFiles() {
+  if (!CheckFreeSpaceAndUpdateCurSize()) return m_status;
+  SetStatus(TRANSFER_S_FINISHED, ZGetErrorMsg(TRANSFER_S_FINISHED));
+  FileTimeList fetched;  // full path to expected time
+  for (const auto& [name, expectedSize] : m_fileSizes) {
+    if (m_abort || !FetchFile(name, expectedSize, fetched)) break;
+  }
+  // Also after a failure or an abort, for what was fetched until then.
+  for (const auto& [path, time] : fetched) UpdateTimeStamp(path, time);
+  UpdateStatus();
+  if (m_abort && !IsFailure(m_status)) SetStatus(TRANSFER_E_ABORTED, ZGetErrorMsg(TRANSFER_E_ABORTED));
+  return m_status;
+}
+
+// False ends the loop.
+bool Impl::FetchFile(const ZString& name, unsigned long long expectedSize, FileTimeList& fetched) {
+  if (IsIgnored(name)) {
+    UpdateStatus();
+    return true;
+  }
+  FileState state = FILE_REFETCH;
+  const ZString path = GetFullPath(name);
+  ZFileInfo local(path, 0);
+  const long time = GetFileTime(name);
+  if (m_resume) state = GetFileState(local, expectedSize, time);
+  if (state == FILE_COMPLETE) {
+    UpdateStatus();
+    return true;
+  }
+  if (state == FILE_PARTIAL) {
+    const ObjectGuard guard(*this);
+    m_resumeOffset = local.Size();
+  }
+  m_status = m_transfer.DownloadFile((m_url / name).ToString(), path, state == FILE_PARTIAL);
+  if (IsFailure(m_status)) {
+    m_error.Set(m_transfer.GetError());
+    return false;
+  }
+  fetched[path] = time;
+  if (!VerifyFile(local, expectedSize != 0 ? expectedSize : SizeToldByServer())) return false;
+  ZFile::Chmod(path, 0755, 0);
+  UpdateStatus();
+  return true;
+}
+
+// 0 when the server has not told it.
+unsigned long long Impl::SizeToldByServer() const {
+  const unsigned long long size = m_transfer.GetContentSize();
+  return size == std::numeric_limits<unsigned long long>::max() ? 0 : size;
+}
+
+// A size that differs is reported but does not end the run: the file is kept, and the next file's result replaces the status. Only a
+// file that cannot be read ends it.
+bool Impl::VerifyFile(ZFileInfo& local, unsigned long long expected) {
+  if (expected == 0) return true;
+  const ZResult read = local.Update();
+  if (IsFailure(read)) {
+    SetStatus(TRANSFER_E_SIZE_MISMATCH, ZString(L"%1, cannot get file %2 size: %3")
+                                            .Arg(ZGetErrorMsg(TRANSFER_E_SIZE_MISMATCH))
+                                            .Arg(local.Name())
+                                            .Arg(ZGetErrorMsg(read)));
+    return false;
+  }
+  if (local.Size() == expected) return true;
+  SetStatus(TRANSFER_E_SIZE_MISMATCH, ZString(L"%1, File: %2 Size: %3 Expected size: %4")
+                                          .Arg(ZGetErrorMsg(TRANSFER_E_SIZE_MISMATCH))
+                                          .Arg(local.Name())
+                                          .Arg(UnsignedNumber(local.Size()))
+                                          .Arg(UnsignedNumber(expected)));
+  return true;
+}
+
+bool Impl::UpdateTimeStamp(const ZString& path, long time) {
+  if (time == 0) return true;
+  const ZResult set = ZFile::SetTime(path, time, time);
+  if (!IsFailure(set)) return true;
+  Log(
+      ZLogLevel::Critical,
+      [&] {
+        return ZString(L"Failed to set file %1 time (%2, %3).").Arg(path).Arg(UnsignedNumber(set)).Arg(ZGetErrorMsg(set));
+      },
+      1276);
+  return false;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Listing parsers
+// ---------------------------------------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr ZString::size_type npos = ZString::npos;
+
+// Finds the next occurrence of one character at or after positions that only grow. The last find is remembered, so that all
+// searches together scan the text once, also for a character that does not occur.
+class ForwardFinder {
+ public:
+  ForwardFinder(const ZString& text, wchar_t character) : m_text(text), m_character(character) {}
+
+  ZString::size_type At(ZString::size_type from) {
+    if (!m_searched || (m_found != npos && m_found < from)) m_found = m_text.Find(m_character, from);
+    m_searched = true;
+    return m_found;
+  }
+
+ private:
+  const ZString& m_text;
+  wchar_t m_character;
+  ZString::size_type m_found = 0;
+  bool m_searched = false;
+};
+
+struct Anchor {
+  ZString::size_type begin = 0;  // of "<a"
+  ZString::size_type end = 0;    // of "</a>"
+  ZString target;                // the first quoted value, decoded
+  ZString label;                 // the text
+};
+
+// Walks over the anchors between the first "<pre>" and the first "</pre>" of a directory page. Searches run in a lower-cased copy,
+// which keeps every character at its position; what is taken comes from the text itself.
+class AnchorReader {
+ public:
+  explicit AnchorReader(const ZString& text)
+      : m_text(text), m_lower(text.Lower()), m_doubleQuote(m_lower, L'"'), m_singleQuote(m_lower, L'\'') {
+    m_position = m_lower.Find(L"<pre>");
+    m_end = m_lower.Find(L"</pre>");
+    m_iis = m_lower.Find(L"server: microsoft-iis") != npos;
+  }
+
+  [[nodiscard]] bool HasListing() const noexcept { return m_position != npos && m_end != npos; }
+  [[nodiscard]] bool IsIis() const noexcept { return m_iis; }
+
+  // False at the end, and at an anchor that is not quoted as directory pages quote them.
+  bool Next(Anchor& anchor) {
+    anchor.begin = m_lower.Find(L"<a", m_position);
+    if (anchor.begin == npos || anchor.begin > m_end) return false;
+    anchor.end = m_lower.Find(L"</a>", anchor.begin);
+    if (anchor.end == npos || anchor.end > m_end) return false;
+    m_position = anchor.end;
+    const ZString::size_type quote = std::min(m_doubleQuote.At(anchor.begin), m_singleQuote.At(anchor.begin));
+    if (quote == npos || quote > anchor.end) return false;
+    const ZString::size_type quoteEnd = m_lower.Find(m_lower[quote], quote + 1);
+    if (quoteEnd == npos || quoteEnd > anchor.end) return false;
+    const ZString::size_type tagEnd = m_lower.Find(L'>', quoteEnd);
+    if (tagEnd == npos || tagEnd > anchor.end) return false;
+    ZUrl::Decode(m_text.Substr(quote + 1, quoteEnd - quote - 1), anchor.target);
+    anchor.label = m_text.Substr(tagEnd + 1, anchor.end - tagEnd - 1);
+    return true;
+  }
+
+ private:
+  const ZString& m_text;
+  const ZString m_lower;
+  ForwardFinder m_doubleQuote;
+  ForwardFinder m_singleQuote;
+  ZString::size_type m_position = 0;
+  ZString::size_type m_end = 0;
+  bool m_iis = false;
+};
+
+bool EndsWith(const ZString& text, const ZString& end) {
+  return text.Length() >= end.Length() && text.Substr(text.Length() - end.Length()).Compare(end) == 0;
+}
+
+// The label shows the target's name, with or without its extension. Sort links, parent links and shortened labels do not.
+bool IsFileLink(const Anchor& anchor) {
+  return EndsWith(anchor.target, anchor.label) || EndsWith(anchor.target.Substr(0, anchor.target.FindR(L'.')), anchor.label);
+}
+
+// What follows the last slash; empty for a directory.
+ZString FileNameOf(const ZString& path) {
+  const ZString::size_type slash = path.FindR(L'/');
+  return slash == npos ? path : path.Substr(slash + 1);
+}
+
+// The size that an IIS page shows in the column before the anchor at `anchor`, as digits; empty when it shows none. The column is the
+// 14 characters that end two places before the anchor.
+ZString IisSize(const ZString& text, ZString::size_type anchor) {
+  constexpr ZString::size_type kColumn = 14;
+  ZString column =
+      anchor < kColumn + 2 ? text.Substr(0, anchor - 1) : text.Substr(anchor - kColumn - 1, kColumn);
+  column.TrimLeft().TrimRight();
+  const ZString::size_type last = column.FindLastNotOf(L"0123456789");
+  return last == npos ? ZString() : column.Substr(last + 1);
+}
+
+// Servers are not trusted: a name must stay inside the target directory.
+bool IsPlainFileName(const ZString& name) {
+  return !name.IsEmpty() && name != L"." && name != L".." && name.Find(L'/') == npos && name.Find(L'\0') == npos;
+}
+
+}  // namespace
+
+void Impl::StoreEntry(const ZString& name, unsigned long long size) {
+  // Most listings are sorted; the hint then saves the search.
+  if (IsPlainFileName(name)) m_fileSizes.insert_or_assign(m_fileSizes.end(), name, size);
+}
+
+void Impl::ParseHttpListing(const ZString& text) {
+  AnchorReader reader(text);
+  if (!reader.HasListing()) return;
+  Anchor anchor;
+  while (reader.Next(anchor)) {
+    if (!IsFileLink(anchor)) continue;
+    const ZString name = FileNameOf(anchor.target);
+    if (name.IsEmpty()) continue;
+    ZString size;
+    if (!reader.IsIis()) {
+      Log(
+          ZLogLevel::Information,
+          [&] {
+            return ZString(
+                       L"Found valid non IIS HTTP directory entry. Name = %1. Size = unknown (will determine from header)")
+                .Arg(name);
+          },
+          1413);
+    } else if ((size = IisSize(text, anchor.begin)).IsEmpty()) {
+      Log(
+          ZLogLevel::Information,
+          [&] {
+            return ZString(L"Found valid IIS HTTP directory entry. Name = %1. Size = unknown (will determine from header)")
+                .Arg(name);
+          },
+          1432);
+    }
+    StoreEntry(name, size.ToULongLong(10));
+  }
+}
+
+// Takes regular files from listings in the Unix long format and in the DOS format; other lines are skipped.
+void Impl::ParseFtpListing(const ZString& text) {
+  constexpr wchar_t kDigits[] = L"0123456789";
+  constexpr wchar_t kBlanks[] = L" \t";
+  ZStringTokenizer lines(text, L"\n\r");
+  while (lines.HasMoreTokens()) {
+    ZString line = lines.NextToken();
+    line.TrimLeft().TrimRight();
+    const bool dos = line.FindFirstOf(kDigits, 0) == 0;
+    if (!dos && !line.StartsWith(L"-", false)) continue;
+    const std::size_t fieldCount = dos ? 4 : 9;  // the last field is the name, blanks included
+    const ZStringTokenizer fields(std::move(line), kBlanks, 0, fieldCount);
+    if (fields.CountTokens() != fieldCount) continue;
+    const ZString size = fields.GetToken(dos ? 2 : 4);
+    // The third field of a DOS line is a size or a marker such as <DIR>.
+    if (dos && size.Upper().FindFirstNotOf(kDigits, 0) != npos) continue;
+    StoreEntry(FileNameOf(fields.GetToken(fieldCount - 1)), size.ToULongLong(10));
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Public class
+// ---------------------------------------------------------------------------------------------------------------------
+
+ZMultiDownload::ZMultiDownload() : m_impl(std::make_unique<ZMultiDownloadImpl>()) {}
+
+ZMultiDownload::~ZMultiDownload() {
+  Abort();
+  // An abort that met a run at its very beginning is lost; asking again once a second keeps the wait short.
+  while (!Wait(1000)) Abort();
+}
+
+ZResult ZMultiDownload::SetCredentials(const ZString& user, const ZString& password) {
+  return m_impl->WhenIdle([&] { return m_impl->m_transfer.SetCredentials(user, password); });
+}
+
+ZResult ZMultiDownload::Attach(ZTransfer::Observer* observer) {
+  return m_impl->WhenIdle([&] { return m_impl->m_transfer.Attach(observer); });
+}
+
+ZResult ZMultiDownload::Detach(ZTransfer::Observer* observer) {
+  return m_impl->WhenIdle([&] { return m_impl->m_transfer.Detach(observer); });
+}
+
+void ZMultiDownload::Notify(int event, long value) { m_impl->m_transfer.Notify(event, value); }
+
+ZResult ZMultiDownload::UseThrottling(bool use) {
+  return m_impl->WhenIdle([&] { return m_impl->m_transfer.UseThrottling(use); });
+}
+
+ZResult ZMultiDownload::SetTimeout(unsigned long seconds) {
+  return m_impl->WhenIdle([&] { return m_impl->m_transfer.SetTimeout(seconds); });
+}
+
+// Takes no lock: it only looks at the flag, as ZTransfer::SetSSL does.
+ZResult ZMultiDownload::SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir) {
+  if (m_impl->m_inProgress) return BASE_E_BUSY;
+  return m_impl->m_transfer.SetSSL(verifyHost, verifyPeer, caFile, caDir);
+}
+
+ZResult ZMultiDownload::SetIgnoreList(const Container::ZStringList& names) {
+  return m_impl->WhenIdle([&] {
+    m_impl->m_ignoreList = names;
+    return BASE_S_OK;
+  });
+}
+
+ZResult ZMultiDownload::SetFileSizeList(const FileSizeList& sizes) {
+  return m_impl->WhenIdle([&] {
+    m_impl->m_fileSizes = sizes;
+    return BASE_S_OK;
+  });
+}
+
+ZResult ZMultiDownload::SetFileSizeList(const Container::ZMap<ZString, ZString, ZLtstr>& sizes) {
+  return m_impl->WhenIdle([&] {
+    m_impl->m_fileSizes.clear();
+    for (const auto& [name, size] : sizes) m_impl->m_fileSizes[name] = size.ToULongLong(10);
+    return BASE_S_OK;
+  });
+}
+
+ZResult ZMultiDownload::SetFileTimeList(const FileTimeList& times) {
+  return m_impl->WhenIdle([&] {
+    m_impl->m_fileTimes = times;
+    return BASE_S_OK;
+  });
+}
+
+ZResult ZMultiDownload::SetFileTimeList(const Container::ZMap<ZString, ZString, ZLtstr>& times) {
+  return m_impl->WhenIdle([&] {
+    m_impl->m_fileTimes.clear();
+    for (const auto& [name, time] : times) m_impl->m_fileTimes[name] = static_cast<long>(time.ToULong(10));
+    return BASE_S_OK;
+  });
+}
+
+long long ZMultiDownload::GetDownloadTime() const {
+  const ObjectGuard guard(*m_impl);
+  return static_cast<long long>(static_cast<double>(m_impl->m_elapsed.GetTotalMicroSeconds()) / 1000.0);
+}
+
+// While the transfer has counted fewer bytes than the file that it resumes holds, that file counts as it is.
+unsigned long long ZMultiDownload::GetDownloadSize() const {
+  const ObjectGuard guard(*m_impl);
+  const unsigned long long downloaded = m_impl->m_transfer.GetDownloadSize();
+  const unsigned long long offset = m_impl->m_resumeOffset;
+  return m_impl->m_completedBytes + (downloaded >= offset ? downloaded - offset : offset);
+}
+
+unsigned long long ZMultiDownload::GetTransferSize() const {
+  const ObjectGuard guard(*m_impl);
+  return m_impl->m_transfer.GetTransferSize() + m_impl->m_transferredBytes;
+}
+
+unsigned int ZMultiDownload::GetTransferRate() const {
+  const ObjectGuard guard(*m_impl);
+  return m_impl->m_transferRate;
+}
+
+ZResult ZMultiDownload::GetStatus() const { return m_impl->m_status; }
+const ZString& ZMultiDownload::GetError() const { return m_impl->m_error.ForThisThread(); }
+
+ZResult ZMultiDownload::Abort() {
+  m_impl->Abort();
+  return BASE_S_OK;
+}
+
+bool ZMultiDownload::Wait(unsigned long milliseconds) { return m_impl->WaitUntilIdle(milliseconds); }
+
+ZResult ZMultiDownload::Download(const ZString& url, const ZString& dir, bool resume) {
+  return m_impl->Download(url, dir, resume);
+}
+
+}  // namespace Corvane

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include <Corvane/Base/Container.h>
+#include <Corvane/Base/Result.h>
+#include <Corvane/Base/String.h>
+#include <Corvane/Export.h>
+#include <Corvane/Transfer.h>
+
+namespace Corvane {
+
+// Mirrors one remote directory, without its subdirectories, into one local directory: fetches the list of files (from the server's
+// directory page over HTTP, its listing over FTP), decides for each file whether it must be fetched, checks the free disk space,
+// downloads, checks sizes, makes the files executable (mode 0755) and sets their times.
+//
+//   Corvane::ZMultiDownload mirror;
+//   if (Corvane::IsFailure(mirror.Download(L"http://example.com/pub/", L"/srv/pub", true))) Report(mirror.GetError());
+//
+// Files are fetched one after the other, in the order of their names, over one ZTransfer that keeps its connection. Names that a
+// server lists are taken as plain file names: nothing outside the target directory is created, changed or removed.
+//
+// Thread safety: Download runs on the calling thread, one at a time per object. While it runs, other threads may call
+// the getters, Wait and Abort at any time; setters, Attach and Detach are refused with BASE_E_BUSY.
+// Errors: result codes, see TransferErrorCodes.h. An exception from a host's observer or logger ends the run, leaves the object idle
+// and reaches the caller of Download, as std::bad_alloc does.
+class CORVANE_ZN_API ZMultiDownload {
+ public:
+  class CORVANE_ZN_HIDDEN ZMultiDownloadImpl;  // opaque
+
+  ZMultiDownload();
+  // Aborts a running Download and returns after it has ended.
+  ~ZMultiDownload();
+  ZMultiDownload(const ZMultiDownload&) = delete;
+  ZMultiDownload& operator=(const ZMultiDownload&) = delete;
+
+  // --- Settings of the transfers; see ZTransfer. Return 0, or BASE_E_BUSY while a Download runs. ---
+  ZResult SetCredentials(const ZString& user, const ZString& password);
+  ZResult Attach(ZTransfer::Observer* observer);  // sees every transfer of the run, the listing's too
+  ZResult Detach(ZTransfer::Observer* observer);
+  void Notify(int event, long value);
+  ZResult UseThrottling(bool use);
+  ZResult SetTimeout(unsigned long seconds);
+  ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
+
+  // --- Settings of the run. Return 0, or BASE_E_BUSY while a Download runs. ---
+
+  // Names that are never fetched, compared exactly.
+  ZResult SetIgnoreList(const Container::ZStringList& names);
+  // The files to fetch and their expected sizes in bytes (0: not known). A list that is not empty replaces the server's listing, which
+  // is not fetched then. A Download that fetched a listing leaves it here: the next one fetches the same names without
+  // asking, unless an empty list is set before.
+  ZResult SetFileSizeList(const Container::ZMap<ZString, unsigned long long, std::less<ZString>>& sizes);
+  // The same from text: decimal numbers, as ZString::ToULongLong reads them; anything else counts as 0.
+  ZResult SetFileSizeList(const Container::ZMap<ZString, ZString, ZLtstr>& sizes);
+  // The files' expected modification times in seconds since the epoch (0 or absent: not known). A local file that is older is
+  // fetched again; a fetched file gets this time.
+  ZResult SetFileTimeList(const Container::ZMap<ZString, long, std::less<ZString>>& times);
+  ZResult SetFileTimeList(const Container::ZMap<ZString, ZString, ZLtstr>& times);
+
+  // --- What the current or last run has done. Any thread, any time. ---
+
+  // Milliseconds from the run's beginning to the end of its last transfer.
+  [[nodiscard]] long long GetDownloadTime() const;
+  // Bytes of the set of files that are here: present before, or downloaded in this run.
+  [[nodiscard]] unsigned long long GetDownloadSize() const;
+  // Bytes moved in both directions, headers and listing included.
+  [[nodiscard]] unsigned long long GetTransferSize() const;
+  // Mean rate in KiB per second up to the end of the last transfer.
+  [[nodiscard]] unsigned int GetTransferRate() const;
+  // TRANSFER_E_NOT_STARTED before anything was fetched, and after an abort during the listing. TRANSFER_E_SIZE_MISMATCH tells that
+  // the LAST file fetched has not the expected size; a mismatch before it is replaced by the next file's result.
+  [[nodiscard]] ZResult GetStatus() const;
+  // The text for GetStatus; a copy of the calling thread's, valid as ZTransfer::GetError's.
+  [[nodiscard]] const ZString& GetError() const;
+
+  // --- Control, from any thread. ---
+
+  // Asks the running Download to end, which it does within about a second. Returns at once, always 0. Without a running Download nothing
+  // happens.
+  ZResult Abort();
+  // Waits until no Download runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs.
+  bool Wait(unsigned long milliseconds);
+
+  // --- The operation. ---
+
+  // Mirrors the directory `url` into the directory `dir`, which is made when it is missing. A URL without a scheme is taken
+  // as http. With `resume`, files that are complete are skipped and partial ones continued; without, all are fetched afresh.
+  // Needs the expected sizes to tell complete from partial: a file whose size is not known is always fetched again.
+  // Stops at the first file that cannot be fetched. Files fetched until then stay, with their times.
+  ZResult Download(const ZString& url, const ZString& dir, bool resume);
+
+ private:
+  std::unique_ptr<ZMultiDownloadImpl> m_impl;
+};
+
+}  // namespace Corvane
