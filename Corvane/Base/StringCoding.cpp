@@ -185,7 +185,8 @@ bool EncodeLocal(const std::wstring& text, std::string& bytes) {
     }
     std::mbstate_t state{};
     const std::size_t length = std::wcrtomb(sequence, character, &state);
-    if (length == static_cast<std::size_t>(-1)) return false;
+    // 0 comes from encodings that wait for a combining character: nothing must get lost unnoticed.
+    if (length == 0 || length == static_cast<std::size_t>(-1)) return false;
     bytes.append(sequence, length);
   }
   return true;
