@@ -426,11 +426,12 @@ ZString FileNameOf(const ZString& path) {
 // The size that an IIS page shows in the column before the anchor at `anchor`, as digits; empty when it shows none. The column is the
 // 14 characters that end two places before the anchor.
 ZString IisSize(const ZString& text, ZString::size_type anchor) {
+  static const ZString digits(L"0123456789");
   constexpr ZString::size_type kColumn = 14;
   ZString column =
       anchor < kColumn + 2 ? text.Substr(0, anchor - 1) : text.Substr(anchor - kColumn - 1, kColumn);
   column.TrimLeft().TrimRight();
-  const ZString::size_type last = column.FindLastNotOf(L"0123456789");
+  const ZString::size_type last = column.FindLastNotOf(digits);
   return last == npos ? ZString() : column.Substr(last + 1);
 }
 
@@ -479,20 +480,20 @@ void Impl::ParseHttpListing(const ZString& text) {
 
 // Takes regular files from listings in the Unix long format and in the DOS format; other lines are skipped.
 void Impl::ParseFtpListing(const ZString& text) {
-  constexpr wchar_t kDigits[] = L"0123456789";
-  constexpr wchar_t kBlanks[] = L" \t";
+  const ZString digits(L"0123456789");
+  const ZString blanks(L" \t");
   ZStringTokenizer lines(text, L"\n\r");
   while (lines.HasMoreTokens()) {
     ZString line = lines.NextToken();
     line.TrimLeft().TrimRight();
-    const bool dos = line.FindFirstOf(kDigits, 0) == 0;
+    const bool dos = line.FindFirstOf(digits, 0) == 0;
     if (!dos && !line.StartsWith(L"-", false)) continue;
     const std::size_t fieldCount = dos ? 4 : 9;  // the last field is the name, blanks included
-    const ZStringTokenizer fields(std::move(line), kBlanks, 0, fieldCount);
+    const ZStringTokenizer fields(std::move(line), blanks, 0, fieldCount);
     if (fields.CountTokens() != fieldCount) continue;
     const ZString size = fields.GetToken(dos ? 2 : 4);
     // The third field of a DOS line is a size or a marker such as <DIR>.
-    if (dos && size.Upper().FindFirstNotOf(kDigits, 0) != npos) continue;
+    if (dos && size.FindFirstNotOf(digits, 0) != npos) continue;
     StoreEntry(FileNameOf(fields.GetToken(fieldCount - 1)), size.ToULongLong(10));
   }
 }

@@ -60,6 +60,8 @@ OwnedCString DuplicateLocal(const ZString& name) {
   return name.IsEmpty() ? nullptr : Duplicate(ZStringEncoder(name, ZStringEncoder::Local).CStr());
 }
 
+constexpr unsigned long kWithoutLimit = 0xFFFFFFFF;  // for Wait, in milliseconds
+
 // The part of a URL that tells its scheme, in lower case.
 ZString SchemeOf(const ZString& url) { return url.Substr(0, 5).Lower(); }
 
@@ -365,6 +367,7 @@ void ZTransfer::ZTransferImpl::Reset() {
 void ZTransfer::ZTransferImpl::BeginOperation() {
   Reset();
   m_abort = m_runAbort != nullptr && *m_runAbort;
+  m_runner = std::this_thread::get_id();
   m_inProgress = true;
   m_completion.Reset();
 }
@@ -852,8 +855,14 @@ ZResult ZTransfer::ZTransferImpl::Post(const ZString& url, const ZMap<ZString, Z
   return PostData(url, body, result);
 }
 
+// Unlike the other operations this one is not refused while another one runs: it takes its turn after it. On the thread that
+// runs the other one, that is in an observer, there is no such turn.
 ZResult ZTransfer::ZTransferImpl::PostData(const ZString& url, const ZString& data, ZString* result) {
-  return RunOperation([&] { PostDataSteps(url, data, result); });
+  for (;;) {
+    const ZResult posted = RunOperation([&] { PostDataSteps(url, data, result); });
+    if (posted != BASE_E_IN_USE || m_runner == std::this_thread::get_id()) return posted;
+    WaitUntilIdle(kWithoutLimit);
+  }
 }
 
 void ZTransfer::ZTransferImpl::PostDataSteps(const ZString& url, const ZString& data, ZString* result) {

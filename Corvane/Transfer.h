@@ -157,7 +157,8 @@ class CORVANE_ZN_API ZTransfer {
   ZResult Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields);
   ZResult Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString& result);
 
-  // Post `data` as UTF-8, up to its first zero character.
+  // Post `data` as UTF-8, up to its first zero character. Called while another thread's operation runs on the object, these are not
+  // refused but wait for it to end first; called from an observer of a running operation they return BASE_E_IN_USE.
   ZResult PostData(const ZString& url, const ZString& data);
   ZResult PostData(const ZString& url, const ZString& data, ZString& result);
 

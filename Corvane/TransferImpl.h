@@ -7,6 +7,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #define CURL_DISABLE_DEPRECATION  // the information values in doubles serve every libcurl since 7.4
@@ -99,6 +100,7 @@ class ZTransfer::ZTransferImpl : public ZRecursiveMutex {
   // The abort flag of the run that this transfer serves, if any. An operation that begins after the run was aborted is
   // aborted from its beginning, so that an abort between two transfers of a run is not lost.
   const std::atomic<bool>* m_runAbort = nullptr;
+  std::atomic<std::thread::id> m_runner{};  // the thread of the current or last operation
   bool m_bodyRefused = false;  // a resumed file's request was refused: what comes is not the file's content
   std::exception_ptr m_pendingException;  // thrown by host code inside a callback; rethrown when libcurl has returned
   std::atomic<ZResult> m_cause{TRANSFER_E_NOT_STARTED};

@@ -16,7 +16,9 @@ class CORVANE_ZPS_API ZTimeSpan {
   ZTimeSpan& operator=(const ZTimeSpan& other) noexcept;
 
   void Set(long days, long hours, long minutes, long seconds, long microseconds) noexcept;
-  [[nodiscard]] long long GetTotalMicroSeconds() const noexcept { return m_microseconds.load(std::memory_order_relaxed); }
+  [[nodiscard]] long long GetTotalMicroSeconds() const noexcept {
+    return m_microseconds.load(std::memory_order_relaxed);
+  }
 
  private:
   std::atomic<long long> m_microseconds{0};
@@ -35,7 +37,9 @@ class CORVANE_ZPS_API ZDateTime {
 
   // Negative, 0 or positive as this is earlier than, equal to or later than `other`.
   [[nodiscard]] int Compare(const ZDateTime& other) const noexcept;
-  [[nodiscard]] long long GetMicroSecondsSinceEpoch() const noexcept { return m_microseconds.load(std::memory_order_relaxed); }
+  [[nodiscard]] long long GetMicroSecondsSinceEpoch() const noexcept {
+    return m_microseconds.load(std::memory_order_relaxed);
+  }
 
  private:
   std::atomic<long long> m_microseconds{0};

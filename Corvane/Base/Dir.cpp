@@ -37,7 +37,6 @@ int CreateOne(const char* path) noexcept {
 // Creates `path`, which is not empty, and its missing parents. Returns 0, or -1 with errno set.
 int CreateAll(std::string path) {
   for (std::size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1)) {
-    if (path[end - 1] == '/') continue;
     path[end] = '\0';
     if (CreateOne(path.c_str()) != 0) return -1;
     path[end] = '/';
