@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "tests/support/OpenSsl.h"
+#include "tests/support/Sockets.h"
 
 namespace CorvaneTest {
 
@@ -100,7 +101,7 @@ std::unique_ptr<Connection> Connection::AcceptFrom(const FileDescriptor& listene
                                     pollfd{m_socket.Get(), POLLRDHUP, 0}};
   PollUntil(descriptors, Deadline::max());
   if (IsStopping()) return nullptr;
-  FileDescriptor socket(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  FileDescriptor socket = CorvaneTest::AcceptFrom(listener);
   if (!socket.IsOpen()) return nullptr;
   return std::make_unique<Connection>(std::move(socket), m_stop);
 }

@@ -81,7 +81,7 @@ std::string Daemon::Url(std::string_view path) const {
 
 std::string Daemon::Log() const {
   std::string log = ReadFileIfAny(m_errorLog);
-  if (m_program) log += m_program->Output() + m_program->ErrorOutput();
+  if (m_program) log += m_program->Output() + m_program->ErrorOutput() + m_program->TerminalOutput();
   return log;
 }
 
@@ -103,8 +103,8 @@ fs::path Daemon::FindProgram(const std::string& name, const std::string& package
   throw std::runtime_error("the server \"" + name + "\" is not installed (Debian package " + package + ")");
 }
 
-void Daemon::Launch(const std::vector<std::string>& argv, const std::vector<std::uint16_t>& ports) {
-  ProgramOptions options;
+void Daemon::Launch(const std::vector<std::string>& argv, const std::vector<std::uint16_t>& ports,
+                    ProgramOptions options) {
   options.signalAtParentsDeath = SIGTERM;  // so that it ends its own children, too
   options.environment["LC_ALL"] = "C.UTF-8";
   m_program = std::make_unique<BackgroundProgram>(argv, options);

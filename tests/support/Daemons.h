@@ -60,7 +60,8 @@ class Daemon {
   static std::filesystem::path FindProgram(const std::string& name, const std::string& package);
 
   // Starts argv and waits until it listens on all of `ports`.
-  void Launch(const std::vector<std::string>& argv, const std::vector<std::uint16_t>& ports);
+  void Launch(const std::vector<std::string>& argv, const std::vector<std::uint16_t>& ports,
+              ProgramOptions options = {});
 
   std::filesystem::path Work(const std::string& name) const { return m_folder / name; }
 
@@ -74,10 +75,10 @@ class Daemon {
 };
 
 struct NginxOptions {
-  std::optional<TlsIdentity> tls;  // adds a second, encrypted port: see HttpsUrl
-  bool autoindex = true;           // folders are listed (in <pre>, sizes after the links)
-  std::string serverLines;         // directives added to each server block, such as "location /x { return 418; }"
-  std::string httpLines;           // directives added to the http block
+  std::optional<TlsIdentity> tls = {};  // adds a second, encrypted port: see HttpsUrl
+  bool autoindex = true;                // folders are listed (in <pre>, sizes after the links)
+  std::string serverLines = {};         // directives added to each server block, such as "location /x { return 418; }"
+  std::string httpLines = {};           // directives added to the http block
 };
 
 class NginxServer : public Daemon {
@@ -97,9 +98,9 @@ class NginxServer : public Daemon {
 struct ApacheOptions {
   // Arguments of IndexOptions. "FancyIndexing HTMLTable" gives a table, "None" a plain list.
   std::string indexOptions = "FancyIndexing NameWidth=*";
-  bool cgi = false;                  // executable files whose names end in .cgi are run
-  std::vector<std::string> modules;  // further modules by name, such as "headers"
-  std::string serverLines;           // directives added at the end
+  bool cgi = false;                       // executable files whose names end in .cgi are run
+  std::vector<std::string> modules = {};  // further modules by name, such as "headers"
+  std::string serverLines = {};           // directives added at the end
 };
 
 class ApacheServer : public Daemon {
@@ -111,7 +112,7 @@ class ApacheServer : public Daemon {
 };
 
 struct VsftpdOptions {
-  std::string lines;  // directives added at the end, such as "anon_max_rate=1000"
+  std::string lines = {};  // directives added at the end, such as "anon_max_rate=1000"
 };
 
 // Anonymous access, reading only, chrooted into RootDir(). Needs root.
@@ -122,8 +123,8 @@ class VsftpdServer : public Daemon {
 
 struct PyftpdOptions {
   bool anonymous = true;
-  std::string user;  // empty: no account but the anonymous one
-  std::string password;
+  std::string user = {};  // empty: no account but the anonymous one
+  std::string password = {};
 };
 
 // pyftpdlib under /usr/bin/python3, reading only. Runs as the test's own account, unlike the others.

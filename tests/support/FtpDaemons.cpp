@@ -25,7 +25,10 @@ VsftpdServer::VsftpdServer(const VsftpdOptions& options) : Daemon("ftp") {
                 "\nlocal_enable=NO\nwrite_enable=NO\nconnect_from_port_20=NO\nftp_username=ftp\n" +
                 "xferlog_enable=YES\nxferlog_file=" + m_accessLog.string() +
                 "\nxferlog_std_format=YES\nuse_localtime=NO\n" + options.lines + "\n");
-  Launch({program, configuration.string()}, {m_port});
+  ProgramOptions terminal;
+  terminal.terminalInput = true;  // where it reports what is wrong with its configuration
+  terminal.keepInputOpen = true;
+  Launch({program, configuration.string()}, {m_port}, terminal);
 }
 
 PyftpdServer::PyftpdServer(const PyftpdOptions& options) : Daemon("ftp") {

@@ -44,10 +44,10 @@ struct ContentOptions {
   int status = 200;  // for the whole content
   Ranges ranges = Ranges::kServed;
   Framing framing = Framing::kContentLength;
-  std::size_t chunkSize = 4096;            // bytes per chunk with Framing::kChunked
-  std::vector<HeaderField> headers;        // added to the head, such as Last-Modified
-  std::optional<std::uint64_t> stopAfter;  // break off after so many bytes of the body ...
-  Ending ending = Ending::kClose;          // ... in this way
+  std::size_t chunkSize = 4096;                 // bytes per chunk with Framing::kChunked
+  std::vector<HeaderField> headers = {};        // added to the head, such as Last-Modified
+  std::optional<std::uint64_t> stopAfter = {};  // break off after so many bytes of the body ...
+  Ending ending = Ending::kClose;               // ... in this way
 };
 
 // The byte string as the content of every target. A HEAD request gets the head alone.

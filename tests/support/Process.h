@@ -24,18 +24,18 @@ namespace CorvaneTest {
 
 struct ProgramOptions {
   // Text for standard input, which is closed after it. BackgroundProgram can send more: see keepInputOpen.
-  std::string input;
+  std::string input = {};
 
   // Differences to this process's environment; nullopt removes the variable.
-  std::map<std::string, std::optional<std::string>> environment;
+  std::map<std::string, std::optional<std::string>> environment = {};
 
-  std::filesystem::path workingDirectory;  // empty: this process's
+  std::filesystem::path workingDirectory = {};  // empty: this process's
 
   // RunProgram kills the program after this time; BackgroundProgram does not look at it.
   std::chrono::milliseconds timeout = kPatience;
 
   // RLIMIT_... and the value set as both the soft and the hard limit.
-  std::vector<std::pair<int, rlim_t>> limits;
+  std::vector<std::pair<int, rlim_t>> limits = {};
 
   // Which of the standard streams are a terminal (one pseudo-terminal for all of them, 80 columns by 24 lines, the
   // program's controlling terminal); the others are pipes. The terminal turns LF into CR LF and echoes input. What

@@ -193,7 +193,10 @@ class ScriptedFtpServer::Session {
   bool m_isLoggedIn = false;
 };
 
-ScriptedFtpServer::ScriptedFtpServer(std::map<std::string, std::string> files, std::string banner)
+ScriptedFtpServer::ScriptedFtpServer(std::initializer_list<Files::value_type> files, std::string banner)
+    : ScriptedFtpServer(Files(files), std::move(banner)) {}
+
+ScriptedFtpServer::ScriptedFtpServer(Files files, std::string banner)
     : m_banner(std::move(banner)),
       m_files(std::move(files)),
       m_server([this](Connection& control) { Session(*this, control).Run(); }) {}

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -28,12 +29,17 @@ namespace CorvaneTest {
 // Thread safety: every member from any thread. A setting takes effect at the next command.
 class ScriptedFtpServer {
  public:
+  using Files = std::map<std::string, std::string>;  // content by path
+
   // Called with the control connection and the verb's argument. True: the hook has answered (or closed, or stalled),
   // false: the usual answer follows.
   using Hook = std::function<bool(Connection& control, const std::string& argument)>;
 
   // files: content by absolute path ("/dir/name"). The folders of these paths exist, and so does "/".
-  explicit ScriptedFtpServer(std::map<std::string, std::string> files = {}, std::string banner = "220 Ready");
+  explicit ScriptedFtpServer(Files files = {}, std::string banner = "220 Ready");
+
+  // The same for a list in braces, which would otherwise be ambiguous with the copy constructor.
+  ScriptedFtpServer(std::initializer_list<Files::value_type> files, std::string banner = "220 Ready");
 
   void Stop() { m_server.Stop(); }
 
@@ -106,8 +112,8 @@ class ScriptedFtpServer {
 
   mutable std::mutex m_mutex;
   mutable std::condition_variable m_changed;
-  std::string m_banner;                        // constant after construction
-  std::map<std::string, std::string> m_files;  // this and the rest: guarded by m_mutex
+  std::string m_banner;  // constant after construction
+  Files m_files;         // this and the rest: guarded by m_mutex
   std::map<std::string, std::string> m_listings;
   std::map<std::string, std::string> m_modificationTimes;
   std::map<std::string, Hook> m_hooks;

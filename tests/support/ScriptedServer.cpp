@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <array>
 #include <exception>
@@ -59,7 +58,7 @@ void ScriptedServer::AcceptLoop() {
   while (!m_stop.IsOpen()) {
     std::array<pollfd, 2> events{pollfd{m_listener.Get(), POLLIN, 0}, pollfd{m_stop.PollDescriptor(), POLLIN, 0}};
     if (poll(events.data(), events.size(), -1) < 0 || m_stop.IsOpen()) continue;
-    FileDescriptor socket(accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    FileDescriptor socket = AcceptFrom(m_listener);
     if (!socket.IsOpen()) continue;
     JoinFinishedWorkers();
     StartWorker(std::move(socket), number++);

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -60,6 +61,13 @@ std::uint16_t PortOf(const FileDescriptor& socket) {
 }
 
 FileDescriptor ConnectToLoopback(std::uint16_t port) { return Connect(port, 0); }
+
+FileDescriptor AcceptFrom(const FileDescriptor& listener) {
+  FileDescriptor result(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  const int on = 1;
+  if (result.IsOpen()) setsockopt(result.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  return result;
+}
 
 FileDescriptor StartConnectingToLoopback(std::uint16_t port) { return Connect(port, SOCK_NONBLOCK); }
 

@@ -16,6 +16,10 @@ std::uint16_t PortOf(const FileDescriptor& socket);
 // A connected, blocking socket.
 FileDescriptor ConnectToLoopback(std::uint16_t port);
 
+// The next connection of a listening socket, non-blocking; empty when none is waiting. What is written to it goes out
+// at once: the small answers of a server would otherwise wait for the client's delayed acknowledgement.
+FileDescriptor AcceptFrom(const FileDescriptor& listener);
+
 // A non-blocking socket whose connection may still be under way.
 FileDescriptor StartConnectingToLoopback(std::uint16_t port);
 

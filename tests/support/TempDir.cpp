@@ -4,11 +4,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <system_error>
 
@@ -51,7 +51,11 @@ void WriteFile(const fs::path& path, std::string_view bytes) {
 std::string ReadFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) throw std::runtime_error("cannot open \"" + path.string() + "\": " + std::strerror(errno));
-  std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  std::string bytes;
+  std::array<char, 65536> block;
+  while (file.read(block.data(), block.size()), file.gcount() > 0) {
+    bytes.append(block.data(), static_cast<std::size_t>(file.gcount()));
+  }
   if (file.bad()) throw std::runtime_error("cannot read \"" + path.string() + "\": " + std::strerror(errno));
   return bytes;
 }

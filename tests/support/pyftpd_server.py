@@ -32,6 +32,7 @@ def make_handler(options):
             self.note("broke off", file)
 
     Handler.authorizer = authorizer
+    Handler.auth_failed_timeout = 0  # by default a wrong password costs three seconds
     return Handler
 
 
