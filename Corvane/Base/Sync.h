@@ -50,8 +50,8 @@ class CORVANE_ZPS_API ZEvent {
   std::mutex m_mutex;
   std::condition_variable m_changed;
   const bool m_manualReset;
-  unsigned long m_signals =
-      1;  // guarded by m_mutex; how many waits may return, 1 standing for all of them on manual reset
+  // Guarded by m_mutex. How many waits may return; on manual reset 1 stands for all of them.
+  unsigned long m_signals = 1;
 };
 
 }  // namespace Corvane
