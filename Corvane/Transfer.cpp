@@ -342,6 +342,7 @@ void ZTransfer::ZTransferImpl::Reset() {
   m_abort = false;
   m_progressNotified = false;
   m_bodyRefused = false;
+  m_rangeMissing = false;
   m_pendingException = nullptr;
   {
     const std::lock_guard headerGuard(m_headerMutex);
@@ -613,7 +614,9 @@ std::size_t ZTransfer::ZTransferImpl::ReceiveBody(const char* data, std::size_t 
     UpdateContentSize();
     m_contentSizeKnown = true;
     // A server may refuse a range with a page of its own. That page is no part of the file which is being resumed.
-    m_bodyRefused = m_outputToFile && m_resumePosition != 0 && !CheckHeader();
+    const bool resumesFile = m_outputToFile && m_resumePosition != 0;
+    m_bodyRefused = resumesFile && !CheckHeader();
+    m_rangeMissing = resumesFile && !m_bodyRefused && !HasAskedRange();
   }
   if (!m_observers.empty() && !m_progressNotified && total != 0) NotifyFirstData();
 
@@ -652,6 +655,7 @@ void ZTransfer::ZTransferImpl::NotifyFirstData() {
 
 std::size_t ZTransfer::ZTransferImpl::StoreBlock(const char* data, std::size_t total) {
   if (m_bodyRefused) return total;
+  if (m_rangeMissing) return 0;
   if (!m_outputToFile) return m_body.Write(data, total);
   std::size_t written = 0;
   Wrappers::Sys::Fwrite(data, total, m_outputFile, written);  // a short write is its own report
@@ -674,11 +678,35 @@ void ZTransfer::ZTransferImpl::RepeatAbort(CURLoption limit) {
   if (m_abort) curl_easy_setopt(m_easy, limit, 1L);
 }
 
+bool ZTransfer::ZTransferImpl::IsHttp() const {
+  return SchemeOf(ZString(m_url.get(), strnlen(m_url.get(), 5))).StartsWith(L"http");
+}
+
 bool ZTransfer::ZTransferImpl::CheckHeader() {
-  if (!SchemeOf(ZString(m_url.get(), strnlen(m_url.get(), 5))).StartsWith(L"http")) return true;
+  if (!IsHttp()) return true;
   long response = 0;
   if (curl_easy_getinfo(m_easy, CURLINFO_RESPONSE_CODE, &response) != CURLE_OK) return true;
   return response >= 200 && response <= 299;
+}
+
+// Whether the answer's body begins at the resume position. libcurl compares the numbers, but after "bytes */N" it hands on whatever
+// body comes as if the whole had been asked for.
+bool ZTransfer::ZTransferImpl::HasAskedRange() const {
+  if (!IsHttp()) return true;
+  const std::lock_guard guard(m_headerMutex);
+  const ZString header = m_header.Lower();
+  const ZString::size_type field = header.FindR(L"\ncontent-range:");
+  const ZString::size_type number = field == ZString::npos ? field : header.FindFirstOf(L"0123456789*", field);
+  return header.Substr(number).ToULongLong() == m_resumePosition;  // 0, which no resume begins at, without a number
+}
+
+// Whether a resume got an answer in 200 to 299 which does not continue the file, as those without any content do not. The one
+// exception is the whole content when it ends where the resume was to begin: libcurl takes that for complete.
+bool ZTransfer::ZTransferImpl::IsRestMissing() {
+  if (m_resumePosition == 0 || !IsHttp() || !CheckHeader()) return false;
+  if (m_rangeMissing) return m_errorCode == CodeOf(CURLE_WRITE_ERROR);
+  const bool withoutContent = !IsFailure(m_errorCode) && !m_contentSizeKnown;
+  return withoutContent && Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0) != static_cast<double>(m_resumePosition);
 }
 
 void ZTransfer::ZTransferImpl::SetResult(ZString& result) {
@@ -811,6 +839,7 @@ void ZTransfer::ZTransferImpl::DownloadFileSteps(const ZString& url, const ZStri
   m_outputToFile = true;
   m_outputFile = file.Get();
   Transfer(url, false);
+  if (IsRestMissing()) FailRange();
   ZResult finished = BASE_S_OK;
   if (!IsFailure(m_errorCode) && m_resumePosition != 0 && CheckHeader()) {
     finished = CutStaleTail(file, fileName, m_downloadSize);
@@ -828,6 +857,14 @@ bool ZTransfer::ZTransferImpl::IsRepresentable(const char* localName, const ZStr
   if (name.IsEmpty() || (localName != nullptr && *localName != '\0')) return true;
   SetError(TRANSFER_E_DOWNLOAD, ZString(message).Arg(ZGetErrorMsg(TRANSFER_E_DOWNLOAD)).Arg(name));
   return false;
+}
+
+// The failure that libcurl reports when it sees by itself that a server ignored the range.
+void ZTransfer::ZTransferImpl::FailRange() {
+  const ZString text(L"The server did not send the rest of the file. Cannot resume.");
+  SetError(CodeOf(CURLE_RANGE_ERROR), text);
+  m_cause = CodeOf(CURLE_RANGE_ERROR);
+  m_causeText.Set(text);
 }
 
 // No good answer came. What a fresh file holds then is an error page or nothing; a resumed file still holds the old data.

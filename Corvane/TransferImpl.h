@@ -101,7 +101,8 @@ class ZTransfer::ZTransferImpl : public ZRecursiveMutex {
   // aborted from its beginning, so that an abort between two transfers of a run is not lost.
   const std::atomic<bool>* m_runAbort = nullptr;
   std::atomic<std::thread::id> m_runner{};  // the thread of the current or last operation
-  bool m_bodyRefused = false;  // a resumed file's request was refused: what comes is not the file's content
+  bool m_bodyRefused = false;   // a resumed file's request was refused: what comes is not the file's content
+  bool m_rangeMissing = false;  // a resumed file's request was answered with something else than the rest of the file
   std::exception_ptr m_pendingException;  // thrown by host code inside a callback; rethrown when libcurl has returned
   std::atomic<ZResult> m_cause{TRANSFER_E_NOT_STARTED};
   PublishedText m_causeText;
@@ -141,7 +142,10 @@ class ZTransfer::ZTransferImpl : public ZRecursiveMutex {
   void ExtendTimeLimit(unsigned long slackSeconds);
   void RepeatAbort(CURLoption limit);
 
+  [[nodiscard]] bool IsHttp() const;
   bool CheckHeader();
+  [[nodiscard]] bool HasAskedRange() const;
+  bool IsRestMissing();
   void SetResult(ZString& result);
   void UpdateTransferTime();
   void UpdateContentSize();
@@ -154,6 +158,7 @@ class ZTransfer::ZTransferImpl : public ZRecursiveMutex {
   void SetError(ZResult code, ZString text);
   void SetError(ZResult code);
   ZResult FailOption(const char* who, CURLcode result, CURLoption option);
+  void FailRange();
   void RefuseDownloadFile(const ZString& url, const ZString& fileName);
   bool IsRepresentable(const char* localName, const ZString& name, const wchar_t* message);
 };
