@@ -115,18 +115,33 @@ constinit TransferLifetime sm_TransferLifetime;
 template <class Function>
 [[maybe_unused]] constexpr Function* kNoCallback = nullptr;
 
-ZResult CurlGlobalInit() {
-  const MutexGuard guard(sm_mutexGlobal());
-  if (++sm_nGlobalCounter != 1) return BASE_S_OK;
+// The set-up that the first object makes. When it throws, nothing is left set up.
+ZResult InitialiseProcess() {
   Log(ZLogLevel::Information,
       [] { return ZString(L"%1: Curl and SSL global initiatization\n").Arg(L"CurlGlobalInit"); });
   const CURLcode initialised = curl_global_init(CURL_GLOBAL_ALL);
   const ZResult result = initialised == CURLE_OK ? BASE_S_OK : CodeOf(initialised);
   if (sm_LockArray != nullptr) return result;  // left over from an earlier cycle
-  sm_LockArray = new ZMutex[static_cast<std::size_t>(CRYPTO_num_locks())];
+  try {
+    sm_LockArray = new ZMutex[static_cast<std::size_t>(CRYPTO_num_locks())];
+  } catch (...) {
+    if (initialised == CURLE_OK) curl_global_cleanup();  // libcurl counts too, and the host's own calls with ours
+    throw;
+  }
   CRYPTO_set_id_callback(IdFunctionCallback);
   CRYPTO_set_locking_callback(LockingFunctionCallback);
   return result;
+}
+
+ZResult CurlGlobalInit() {
+  const MutexGuard guard(sm_mutexGlobal());
+  if (++sm_nGlobalCounter != 1) return BASE_S_OK;
+  try {
+    return InitialiseProcess();
+  } catch (...) {
+    --sm_nGlobalCounter;  // the object will not come to be, so that no cleanup matches this call
+    throw;
+  }
 }
 
 void CurlGlobalCleanup() {
@@ -979,14 +994,10 @@ ZResult ZTransfer::ZTransferImpl::Abort() {
 // ---------------------------------------------------------------------------------------------------------------------
 
 ZTransfer::ZTransfer() : m_impl(std::make_unique<ZTransferImpl>()) {
-  try {
-    CurlGlobalInit();  // when libcurl refuses, the operations will tell
-  } catch (...) {
-    CurlGlobalCleanup();  // the call was counted before the host's logger threw
-    throw;
-  }
-  m_impl->m_easy = curl_easy_init();  // every operation checks for null
-  sm_Throttling().StartTransfer();
+  ZThrottle& throttle = sm_Throttling();  // made here, where a failure leaves nothing to undo
+  CurlGlobalInit();                       // when libcurl refuses, the operations will tell
+  m_impl->m_easy = curl_easy_init();      // every operation checks for null
+  throttle.StartTransfer();
 }
 
 ZTransfer::~ZTransfer() {
