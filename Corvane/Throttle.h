@@ -24,8 +24,8 @@ namespace Corvane {
 // Errors: none. Only an exception of the host's logger passes out of Throttle, after the lock is released.
 class CORVANE_ZN_API ZThrottle {
  public:
-  ZThrottle() noexcept = default;
-  ~ZThrottle() = default;
+  ZThrottle() noexcept;
+  ~ZThrottle();
   ZThrottle(const ZThrottle&) = delete;
   ZThrottle& operator=(const ZThrottle&) = delete;
 

@@ -200,6 +200,9 @@ void SleepFor(long long milliseconds) {
 
 }  // namespace
 
+ZThrottle::ZThrottle() noexcept = default;
+ZThrottle::~ZThrottle() = default;
+
 void ZThrottle::SetThrottling(unsigned int lowWaterMark, unsigned int limit, bool percent) {
   const MutexGuard guard(m_mutex);
   m_nLowWaterMark = lowWaterMark;
