@@ -331,9 +331,13 @@ ZResult ZTransfer::ZTransferImpl::Detach(Observer* observer) {
   return BASE_S_OK;
 }
 
+// Without a running operation an observer may attach and detach here. So a copy is walked, and whoever is not attached any
+// more is not called: it may be gone.
 void ZTransfer::ZTransferImpl::Notify(int event, long value) {
-  for (Observer* const observer : m_observers) {
-    if (observer != nullptr) observer->Update(event, value);
+  const std::vector<Observer*> observers = m_observers;
+  for (Observer* const observer : observers) {
+    const bool attached = std::find(m_observers.begin(), m_observers.end(), observer) != m_observers.end();
+    if (attached) observer->Update(event, value);
   }
 }
 
