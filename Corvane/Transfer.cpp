@@ -40,6 +40,15 @@ void Log(ZLogLevel level, Build build, int line = __builtin_LINE()) {
   if (logger->IsEnabled(level)) logger->Write(level, build(), "Corvane/Transfer", line);
 }
 
+// Runs what a destructor needs although it may write to the host's logger, which may throw.
+template <class Step>
+void WithoutThrowing(Step step) noexcept {
+  try {
+    step();
+  } catch (...) {  // NOLINT(bugprone-empty-catch): a destructor has nobody to tell
+  }
+}
+
 ZString Number(long long number) { return ZString().SetNum(number, 'd'); }
 ZString UnsignedNumber(unsigned long long number) { return ZString().SetNum(number, 'u'); }
 
@@ -147,7 +156,9 @@ ZResult CurlGlobalInit() {
 void CurlGlobalCleanup() {
   const MutexGuard guard(sm_mutexGlobal());
   if (sm_nGlobalCounter == 0 || --sm_nGlobalCounter > 0) return;
-  Log(ZLogLevel::Information, [] { return ZString(L"%1: Curl and SSL global cleanup").Arg(L"CurlGlobalCleanup"); });
+  WithoutThrowing([] {
+    Log(ZLogLevel::Information, [] { return ZString(L"%1: Curl and SSL global cleanup").Arg(L"CurlGlobalCleanup"); });
+  });
   if (sm_LockArray != nullptr) {
     CRYPTO_set_id_callback(kNoCallback<unsigned long()>);
     CRYPTO_set_locking_callback((kNoCallback<void(int, int, const char*, int)>));
@@ -1008,16 +1019,14 @@ ZTransfer::ZTransfer() : m_impl(std::make_unique<ZTransferImpl>()) {
 }
 
 ZTransfer::~ZTransfer() {
-  Abort();
   // An abort that met an operation at its very beginning is lost; asking again once a second keeps the wait short.
-  while (!Wait(1000)) Abort();
+  do {
+    WithoutThrowing([&] { Abort(); });
+  } while (!Wait(1000));
   sm_Throttling().FinishTransfer();
-  curl_easy_cleanup(std::exchange(m_impl->m_easy, nullptr));
+  if (m_impl->m_easy != nullptr) curl_easy_cleanup(std::exchange(m_impl->m_easy, nullptr));
   m_impl.reset();
-  try {
-    CurlGlobalCleanup();
-  } catch (...) {  // NOLINT(bugprone-empty-catch): the host's logger threw; a destructor must not
-  }
+  CurlGlobalCleanup();
 }
 
 void ZTransfer::FollowAbort(const std::atomic<bool>& abort) { m_impl->m_runAbort = &abort; }
