@@ -49,6 +49,15 @@ void WithoutThrowing(Step step) noexcept {
   }
 }
 
+// The whole part of `value`, or the nearest number that the type holds: a conversion that does not fit is undefined.
+template <class Whole>
+Whole Truncated(double value) noexcept {
+  constexpr Whole kLargest = std::numeric_limits<Whole>::max();
+  // For 64 bits the double is one more than the largest number, which is not a double itself.
+  if (value >= static_cast<double>(kLargest)) return kLargest;
+  return value > 0.0 ? static_cast<Whole>(value) : 0;
+}
+
 ZString Number(long long number) { return ZString().SetNum(number, 'd'); }
 ZString UnsignedNumber(unsigned long long number) { return ZString().SetNum(number, 'u'); }
 
@@ -789,9 +798,8 @@ void ZTransfer::ZTransferImpl::UpdateTransferSize() {
   const long request = Info(CURLINFO_REQUEST_SIZE, 0L);
   const long header = Info(CURLINFO_HEADER_SIZE, 0L);
   const double size = downloaded + uploaded + static_cast<double>(header) + static_cast<double>(request);
-  m_transferSize = static_cast<unsigned long long>(std::max(size, 0.0));
-  const double rate = seconds > 0.0 ? size / seconds / 1024.0 : 0.0;  // KiB per second
-  m_transferRate = static_cast<unsigned int>(std::clamp(rate, 0.0, 4294967295.0));
+  m_transferSize = Truncated<unsigned long long>(size);
+  m_transferRate = seconds > 0.0 ? Truncated<unsigned int>(size / seconds / 1024.0) : 0;  // KiB per second
 }
 
 // ---------------------------------------------------------------------------------------------------------------------
