@@ -1,0 +1,135 @@
+"""check.py EXAMPLE PROGRAM: runs an example against a small web server and looks at what it says and leaves behind."""
+
+import html
+import http.server
+import io
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import threading
+import urllib.parse
+
+SLOW_SIZE = 1 << 20
+
+
+class Handler(http.server.SimpleHTTPRequestHandler):
+    """Serves a folder, answers a post with its own body, and sends /slow.bin only up to its middle until released."""
+
+    released = threading.Event()
+    ranges = []
+
+    def do_GET(self):
+        if self.path == "/slow.bin":
+            self.send_slowly()
+        else:
+            super().do_GET()
+
+    def list_directory(self, path):
+        """The page of common web servers: one link a line, in a preformatted block. Python's own list has none."""
+        links = "".join(
+            f'<a href="{urllib.parse.quote(name)}">{html.escape(name)}</a>\n' for name in sorted(os.listdir(path))
+        )
+        page = f'<html><body><pre><a href="../">../</a>\n{links}</pre></body></html>'.encode()
+        self.send_response(200)
+        self.send_header("Content-Length", str(len(page)))
+        self.end_headers()
+        return io.BytesIO(page)
+
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers["Content-Length"]))
+        self.send_response(200)
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
+    def send_slowly(self):
+        wanted = self.headers.get("Range")
+        self.ranges.append(wanted)
+        first = int(wanted.removeprefix("bytes=").rstrip("-")) if wanted else 0
+        self.send_response(206 if wanted else 200)
+        if wanted:
+            self.send_header("Content-Range", f"bytes {first}-{SLOW_SIZE - 1}/{SLOW_SIZE}")
+        self.send_header("Content-Length", str(SLOW_SIZE - first))
+        self.end_headers()
+        middle = max(first, SLOW_SIZE // 2)
+        self.wfile.write(bytes(middle - first))
+        self.released.wait()
+        try:
+            self.wfile.write(bytes(SLOW_SIZE - middle))
+        except OSError:
+            pass  # the client that gave up is gone
+
+    def log_message(self, *args):
+        pass
+
+
+def run(program, *arguments):
+    return subprocess.run([program, *arguments], capture_output=True, text=True, timeout=100, check=False)
+
+
+def expect(condition, what, done):
+    if not condition:
+        sys.exit(f"{what}; exit code {done.returncode}\n{done.stdout}{done.stderr}")
+
+
+def check_lookup(program, url, folder):
+    done = run(program, "localhost")
+    expect(done.returncode == 0 and "127.0.0.1" in done.stdout.split(), "localhost has no loopback address", done)
+    done = run(program, "x" * 64 + ".invalid")  # too long for a label: no name server is asked
+    expect(done.returncode == 1 and "not found" in done.stderr, "an invalid name was found", done)
+
+
+def check_mirror(program, url, folder):
+    contents = {"a.txt": b"first", "b c.txt": b"second file", "ignored.txt": b"not wanted"}
+    for name, content in contents.items():
+        (folder / "site" / name).write_bytes(content)
+    target = folder / "mirror"
+    done = run(program, url, str(target), "ignored.txt")
+    expect(done.returncode == 0, "the mirror failed", done)
+    del contents["ignored.txt"]
+    here = {path.name: path.read_bytes() for path in target.iterdir()}
+    expect(here == contents, f"the mirror holds {here}", done)
+    expect(done.stdout == "16 bytes are here, 3 answers came\n", "the summary is wrong", done)
+
+    done = run(program, url + "missing/", str(target))
+    expect(done.returncode == 1 and done.stderr, "a missing directory was mirrored", done)
+
+
+def check_post_form(program, url, folder):
+    done = run(program, url, "name=J\u00fcrgen & Co", "empty=")
+    expect(done.stdout == "empty=&name=J%C3%BCrgen+%26+Co\n", "another body was posted", done)
+
+
+def check_watch(program, url, folder):
+    file = folder / "slow.bin"
+    done = run(program, url + "slow.bin", str(file), "0")
+    expect(done.returncode == 3 and "given up" in done.stdout, "the download was not given up", done)
+    kept = file.stat().st_size if file.exists() else 0  # how far it came is a matter of the machine's speed
+    expect(kept <= SLOW_SIZE // 2, f"{kept} bytes were kept", done)
+
+    Handler.released.set()
+    done = run(program, url + "slow.bin", str(file))
+    expect(done.stdout == f"{SLOW_SIZE} bytes\n", "the download did not go on to its end", done)
+    expect(file.read_bytes() == bytes(SLOW_SIZE), "the file is not the server's", done)
+    wanted = f"bytes={kept - 32}-" if kept > 64 else None
+    expect(Handler.ranges[-1] == wanted, f"the ranges asked for were {Handler.ranges}", done)
+
+
+def main():
+    example, program = sys.argv[1:]
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        (folder / "site").mkdir()
+        os.chdir(folder / "site")
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        try:
+            globals()["check_" + example](program, f"http://127.0.0.1:{server.server_port}/", folder)
+        finally:
+            Handler.released.set()
+            server.shutdown()
+
+
+main()

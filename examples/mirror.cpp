@@ -1,0 +1,59 @@
+// mirror URL DIRECTORY [IGNORED...]: mirrors a remote directory, without the ignored names, and tells what it did.
+//
+// Shows a host's own observer, which is told when each answer begins, and its own logger: without one the libraries are
+// silent.
+
+#include <cstdio>
+
+#include <Corvane/Base/Log.h>
+#include <Corvane/Base/StringCoding.h>
+#include <Corvane/MultiDownload.h>
+
+namespace {
+
+// Writes the libraries' log to standard error.
+class ErrorStreamLogger : public Corvane::ZLogger {
+ public:
+  void Write(Corvane::ZLogLevel level, const Corvane::ZString& message, const char* file, int line) override {
+    const Corvane::ZStringEncoder text(message, Corvane::ZStringEncoder::Utf8);
+    std::fprintf(stderr, "[%u] %s:%d: %s\n", static_cast<unsigned int>(level), file, line, text.CStr());
+  }
+};
+
+// Counts the answers that were acceptable: the listing's and one for each file that is not empty.
+class AnswerCounter : public Corvane::ZTransfer::Observer {
+ public:
+  void Update(int event, long value) override {
+    if (event == 1 && static_cast<Corvane::ZResult>(value) == Corvane::TRANSFER_E_IN_PROGRESS) ++m_answers;
+  }
+  [[nodiscard]] int GetAnswers() const { return m_answers; }
+
+ private:
+  int m_answers = 0;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 2;
+  ErrorStreamLogger logger;  // made first, destroyed last: whoever may log to it ends before
+  logger.EnableUpTo(Corvane::ZLogLevel::Error);
+  Corvane::ZLog::SetLogger(&logger);
+
+  AnswerCounter counter;
+  Corvane::Container::ZStringList ignored;
+  for (int i = 3; i < argc; ++i) ignored.push_back(Corvane::ZStringDecoder::FromUtf8(argv[i]));
+  Corvane::ZMultiDownload mirror;
+  mirror.SetIgnoreList(ignored);
+  mirror.Attach(&counter);
+
+  const Corvane::ZResult result = mirror.Download(Corvane::ZStringDecoder::FromUtf8(argv[1]), argv[2], /*resume=*/true);
+  mirror.Detach(&counter);
+  Corvane::ZLog::SetLogger(nullptr);
+  if (Corvane::IsFailure(result)) {
+    const Corvane::ZStringEncoder error(mirror.GetError(), Corvane::ZStringEncoder::Utf8);
+    std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
+    return 1;
+  }
+  std::printf("%llu bytes are here, %d answers came\n", mirror.GetDownloadSize(), counter.GetAnswers());
+}
