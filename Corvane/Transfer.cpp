@@ -447,8 +447,7 @@ ZResult ZTransfer::ZTransferImpl::RunOperation(Steps steps) {
   try {
     steps();
   } catch (const std::bad_alloc&) {
-    m_errorCode = TRANSFER_E_DOWNLOAD;
-    m_errorText.Set(ZGetErrorMsg(TRANSFER_E_DOWNLOAD));
+    SetError(TRANSFER_E_DOWNLOAD);
   }
   return m_errorCode;
 }
@@ -479,7 +478,14 @@ void ZTransfer::ZTransferImpl::SetError(ZResult code, ZString text) {
   m_errorText.Set(std::move(text));
 }
 
-void ZTransfer::ZTransferImpl::SetError(ZResult code) { SetError(code, ZGetErrorMsg(code)); }
+// Without memory the code stands alone.
+void ZTransfer::ZTransferImpl::SetError(ZResult code) {
+  try {
+    SetError(code, ZGetErrorMsg(code));
+  } catch (const std::bad_alloc&) {
+    SetError(code, ZString());
+  }
+}
 
 // ---------------------------------------------------------------------------------------------------------------------
 // Transfer procedure
@@ -924,14 +930,27 @@ void ZTransfer::ZTransferImpl::RefuseDownloadFile(const ZString& url, const ZStr
 // Posts
 // ---------------------------------------------------------------------------------------------------------------------
 
-ZResult ZTransfer::ZTransferImpl::Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString* result) {
-  if (m_inProgress) return BASE_E_IN_USE;
+namespace {
+
+// The fields as a body, without any escaping.
+ZString FormOf(const ZMap<ZString, ZString, ZLtstr>& fields) {
   ZString body;
   for (const auto& [name, value] : fields) {
     if (!body.IsEmpty()) body.Append(L'&');
     body.Append(name).Append(L'=').Append(value);
   }
-  return PostData(url, body, result);
+  return body;
+}
+
+}  // namespace
+
+// The bodies are built inside the bracket, so that memory that runs out there is an outcome too.
+ZResult ZTransfer::ZTransferImpl::Post(const ZString& url, const ZString& name, const ZString& value, ZString* result) {
+  return RunOperation([&] { PostDataSteps(url, FormOf({{name, value}}), result); });
+}
+
+ZResult ZTransfer::ZTransferImpl::Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString* result) {
+  return RunOperation([&] { PostDataSteps(url, FormOf(fields), result); });
 }
 
 // Unlike the other operations this one is not refused while another one runs: it takes its turn after it. On the thread that
@@ -1124,11 +1143,11 @@ ZResult ZTransfer::DownloadFile(const ZString& url, const ZString& fileName, boo
 }
 
 ZResult ZTransfer::Post(const ZString& url, const ZString& name, const ZString& value) {
-  return Post(url, ZMap<ZString, ZString, ZLtstr>{{name, value}});
+  return m_impl->Post(url, name, value, nullptr);
 }
 
 ZResult ZTransfer::Post(const ZString& url, const ZString& name, const ZString& value, ZString& result) {
-  return Post(url, ZMap<ZString, ZString, ZLtstr>{{name, value}}, result);
+  return m_impl->Post(url, name, value, &result);
 }
 
 ZResult ZTransfer::Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields) {

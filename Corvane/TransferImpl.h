@@ -43,6 +43,7 @@ class ZTransfer::ZTransferImpl : public ZRecursiveMutex {
   // Operations.
   ZResult Download(const ZString& url, ZString& result);
   ZResult DownloadFile(const ZString& url, const ZString& fileName, bool resume);
+  ZResult Post(const ZString& url, const ZString& name, const ZString& value, ZString* result);
   ZResult Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString* result);
   ZResult PostData(const ZString& url, const ZString& data, ZString* result);
   ZResult PostFile(const ZString& url, const ZString& inputFile, const ZString& outputFile);
