@@ -37,10 +37,12 @@ class RefuseAllocations {
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 // A sanitizer would otherwise end the program at the requests that the tests mean to fail.
+// NOLINTBEGIN(bugprone-reserved-identifier): the sanitizers look for these names
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options();
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options();
 extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
