@@ -1,0 +1,239 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <string>
+
+#include "tests/loopback/TransferTesting.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/Sockets.h"
+#include "tests/support/StalledListener.h"
+
+// Downloads into memory that libcurl could not finish, and the limits in time.
+namespace CorvaneTest {
+namespace {
+
+using namespace Corvane;
+using std::chrono::seconds;
+using testing::HasSubstr;
+using testing::Not;
+
+// What holds after every failure of libcurl: the code is told three times, and the text is libcurl's own.
+void ExpectCurlFailure(const ZTransfer& transfer, ZResult returned, unsigned int curlCode) {
+  EXPECT_THAT(returned, IsCode(CurlFailure(curlCode)));
+  EXPECT_THAT(transfer.GetStatus(), IsCode(CurlFailure(curlCode)));
+  EXPECT_THAT(CauseOf(transfer), IsCode(CurlFailure(curlCode)));
+  EXPECT_EQ(ErrorOf(transfer), CauseTextOf(transfer));
+  EXPECT_TRUE(const_cast<ZTransfer&>(transfer).Wait(0));
+}
+
+TEST(ZTransferDownload, ReportsARefusedConnection) {
+  const PortReservation nobody;
+  ZTransfer transfer;
+  ZString result(L"old");
+  const std::string url = "http://127.0.0.1:" + std::to_string(nobody.Port()) + "/";
+  ExpectCurlFailure(transfer, transfer.Download(Wide(url), result), kRefusedConnection);
+  EXPECT_THAT(ErrorOf(transfer), HasSubstr("127.0.0.1"));
+  EXPECT_EQ(Narrow(result), "");
+  EXPECT_EQ(HeaderOf(transfer), "");
+  EXPECT_EQ(transfer.GetContentSize(), kUnknownSize);
+  EXPECT_EQ(transfer.GetDownloadSize(), 0u);
+}
+
+TEST(ZTransferDownload, ReportsAHostThatDoesNotExist) {
+  ZTransfer transfer;
+  ZString result;
+  ExpectCurlFailure(transfer, transfer.Download(L"http://no-such-host.invalid/", result), kUnresolvedHost);
+  EXPECT_THAT(ErrorOf(transfer), HasSubstr("no-such-host.invalid"));
+}
+
+struct UrlCase {
+  const char* name;
+  const char* url;
+  unsigned int curlCode;
+};
+
+constexpr UrlCase kBadUrls[] = {
+    {"empty", "", kMalformedUrl},
+    {"scheme only", "http://", kMalformedUrl},
+    {"port that is no number", "http://127.0.0.1:80x/", kMalformedUrl},
+    {"port above 65535", "http://127.0.0.1:65536/", kMalformedUrl},
+    {"open bracket", "http://[::1/", kMalformedUrl},
+    {"blank in the host", "http://local host/", kMalformedUrl},
+    {"scheme that nobody speaks", "corvane://127.0.0.1/", kUnsupportedProtocol},
+};
+
+TEST(ZTransferDownload, ReportsAUrlThatCannotBeFetched) {
+  for (const UrlCase& c : kBadUrls) {
+    SCOPED_TRACE(c.name);
+    ZTransfer transfer;
+    ZString result;
+    ExpectCurlFailure(transfer, transfer.Download(Wide(c.url), result), c.curlCode);
+    EXPECT_EQ(Narrow(result), "");
+  }
+}
+
+TEST(ZTransferDownload, HandsBackWhatCameOfATruncatedBody) {
+  for (const auto ending : {ContentOptions::Ending::kClose, ContentOptions::Ending::kReset}) {
+    ContentOptions options;
+    options.stopAfter = 700;
+    options.ending = ending;
+    ScriptedServer server(OncePerConnection(Content(std::string(1000, 'x'), options)));
+    ZTransfer transfer;
+    ZString result;
+    const ZResult code = transfer.Download(Wide(server.Url()), result);
+    if (ending == ContentOptions::Ending::kClose) {
+      ExpectCurlFailure(transfer, code, kPartialFile);
+      EXPECT_EQ(Narrow(result), std::string(700, 'x'));
+      EXPECT_EQ(transfer.GetContentSize(), 1000u);
+    } else {
+      // A reset may overtake the data before it.
+      ExpectCurlFailure(transfer, code, kReceiveError);
+      EXPECT_EQ(Narrow(result), std::string(transfer.GetDownloadSize(), 'x'));
+    }
+    EXPECT_THAT(ErrorOf(transfer), Not(testing::IsEmpty()));
+  }
+}
+
+TEST(ZTransferDownload, ReportsATruncatedChunkedBody) {
+  ContentOptions options;
+  options.framing = ContentOptions::Framing::kChunked;
+  options.stopAfter = 700;
+  ScriptedServer server(OncePerConnection(Content(std::string(1000, 'x'), options)));
+  ZTransfer transfer;
+  ZString result;
+  ExpectCurlFailure(transfer, transfer.Download(Wide(server.Url()), result), kPartialFile);
+  EXPECT_EQ(Narrow(result), std::string(700, 'x'));
+}
+
+TEST(ZTransferDownload, ReportsAnAnswerThatNeverCame) {
+  constexpr unsigned int kGotNothing = 52;
+  ScriptedServer server([](Connection& peer) { peer.ReadRequest(); });
+  ZTransfer transfer;
+  transfer.DetectHttpError(true);
+  ZString result;
+  ExpectCurlFailure(transfer, transfer.Download(Wide(server.Url()), result), kGotNothing);
+}
+
+// --- time-outs
+
+TEST(ZTransferTimeout, EndsWaitingForAnAnswer) {
+  ScriptedServer server([](Connection& peer) {
+    peer.ReadRequest();
+    peer.WaitUntilStopped();
+  });
+  ZTransfer transfer;
+  ASSERT_THAT(transfer.SetTimeout(1), IsCode(BASE_S_OK));
+  ZString result;
+  ExpectCurlFailure(transfer, transfer.Download(Wide(server.Url()), result), kTimedOut);
+}
+
+TEST(ZTransferTimeout, EndsAConnectingThatGetsNoAnswer) {
+  const StalledListener listener;
+  ZTransfer transfer;
+  transfer.SetTimeout(1);
+  ZString result;
+  ExpectCurlFailure(transfer, transfer.Download(Wide(listener.Url()), result), kTimedOut);
+}
+
+Responder StalledAfter(std::size_t bytes) {
+  ContentOptions options;
+  options.stopAfter = bytes;
+  options.ending = ContentOptions::Ending::kStall;
+  return Content(std::string(2 * bytes, 'x'), options);
+}
+
+TEST(ZTransferTimeout, EndsAStalledBodyAfterItsTime) {
+  ScriptedServer server(KeepAlive(StalledAfter(1000)));
+  ZTransfer transfer;
+  transfer.SetTimeout(2);
+  ZString result;
+  const auto start = Clock::now();
+  ExpectCurlFailure(transfer, transfer.Download(Wide(server.Url()), result), kTimedOut);
+  EXPECT_GE(Clock::now() - start, seconds(1));
+  EXPECT_EQ(Narrow(result), std::string(1000, 'x'));
+}
+
+// Without the throttle, which would set the limit anew after its sleep, each block gives ten seconds more.
+TEST(ZTransferTimeout, EndsAStalledBodyTenSecondsLaterWithoutTheThrottle) {
+  ScriptedServer server(KeepAlive(StalledAfter(1000)));
+  ZTransfer transfer;
+  transfer.SetTimeout(2);
+  transfer.UseThrottling(false);
+  ZString result;
+  const auto start = Clock::now();
+  ExpectCurlFailure(transfer, transfer.Download(Wide(server.Url()), result), kTimedOut);
+  EXPECT_GE(Clock::now() - start, seconds(11));
+}
+
+// Serves a body in three parts with a pause before the second and the third.
+ScriptedServer::Handler PausingHandler(seconds pause) {
+  return KeepAlive([pause](Connection& peer, const Request&) {
+    const Gate never;
+    peer.Send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nab");
+    peer.WaitFor(never, After(pause));
+    peer.Send("cd");
+    peer.WaitFor(never, After(pause));
+    peer.Send("ef");
+  });
+}
+
+TEST(ZTransferTimeout, MovesWithEachBlock) {
+  ScriptedServer server(PausingHandler(seconds(3)));
+  ZTransfer transfer;
+  transfer.SetTimeout(4);  // the whole takes longer than this
+  transfer.UseThrottling(false);
+  ZString result;
+  EXPECT_THAT(transfer.Download(Wide(server.Url()), result), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_EQ(Narrow(result), "abcdef");
+}
+
+TEST(ZTransferTimeout, OfZeroSetsNoLimit) {
+  for (const bool throttling : {true, false}) {
+    ScriptedServer server(PausingHandler(seconds(2)));
+    ZTransfer transfer;
+    transfer.SetTimeout(0);
+    transfer.UseThrottling(throttling);
+    ZString result;
+    EXPECT_THAT(transfer.Download(Wide(server.Url()), result), IsCode(TRANSFER_S_FINISHED));
+    EXPECT_EQ(Narrow(result), "abcdef");
+  }
+}
+
+// Set while a transfer runs it holds from the next block on.
+TEST(ZTransferTimeout, MayChangeDuringATransfer) {
+  Gate sendBlock;
+  ScriptedServer server(KeepAlive([&](Connection& peer, const Request&) {
+    peer.Send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nabc");
+    if (peer.WaitFor(sendBlock)) peer.Send("d");
+    peer.WaitUntilStopped();
+  }));
+  RecordingObserver observer;
+  ZTransfer transfer;
+  transfer.Attach(&observer);
+  ZString result;
+  RunningOperation download(transfer, [&] { return transfer.Download(Wide(server.Url()), result); });
+  ASSERT_TRUE(observer.FirstEvent().Wait());
+  EXPECT_THAT(transfer.SetTimeout(1), IsCode(BASE_S_OK));
+  sendBlock.Open();
+  ASSERT_TRUE(download.Result());  // the limit at the start was 300 seconds
+  EXPECT_THAT(*download.Result(), IsCode(CurlFailure(kTimedOut)));
+}
+
+TEST(ZTransferTimeout, BeyondWhatLibcurlTakesFailsTheOperation) {
+  ScriptedServer server(KeepAlive(Status(200, "x")));
+  ZTransfer transfer;
+  ASSERT_THAT(transfer.SetTimeout(2147484), IsCode(BASE_S_OK));
+  RecordingLogger logger;
+  ZString result;
+  EXPECT_THAT(transfer.Download(Wide(server.Url()), result), IsCode(CurlFailure(kBadArgument)));
+  EXPECT_EQ(ErrorOf(transfer), "Download failed");
+  EXPECT_THAT(logger.Messages(ZLogLevel::Error), testing::ElementsAre("Transfer: CURL failure 43 on option 13..."));
+  EXPECT_THAT(CauseOf(transfer), IsCode(TRANSFER_E_NOT_STARTED));
+  EXPECT_TRUE(server.Requests().empty());
+
+  transfer.SetTimeout(2147483);
+  EXPECT_THAT(transfer.Download(Wide(server.Url()), result), IsCode(TRANSFER_S_FINISHED));
+}
+
+}  // namespace
+}  // namespace CorvaneTest

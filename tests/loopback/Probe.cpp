@@ -1,0 +1,63 @@
+#include <grp.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "tests/loopback/TransferTesting.h"
+#include "tests/support/Env.h"
+
+// Downloads a file in a process that is restricted in a way which the test's own process must not be:
+//
+//   loopback_probe [--without-privileges] [--file-size-limit BYTES] URL FILE fresh|resume
+//
+// Prints the code and libcurl's code in hexadecimal, then the error text, one per line.
+
+namespace {
+
+constexpr unsigned int kNobody = 65534;
+
+[[noreturn]] void Die(const char* what) {
+  std::perror(what);
+  std::exit(2);
+}
+
+// Root may read and write everything; an ordinary user stays what he is.
+void DropPrivileges() {
+  if (geteuid() != 0) return;
+  if (setgroups(0, nullptr) != 0) Die("setgroups");
+  if (setresgid(kNobody, kNobody, kNobody) != 0) Die("setresgid");
+  if (setresuid(kNobody, kNobody, kNobody) != 0) Die("setresuid");
+}
+
+void LimitFileSize(rlim_t bytes) {
+  // By default the signal ends the process; a host that lives with limits ignores it and sees EFBIG.
+  if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR) Die("signal");
+  const rlimit limit{bytes, bytes};
+  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) Die("setrlimit");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CorvaneTest::PrepareTestProcess();
+  int at = 1;
+  for (; at < argc && std::strncmp(argv[at], "--", 2) == 0; ++at) {
+    if (std::string(argv[at]) == "--without-privileges") {
+      DropPrivileges();
+    } else {
+      LimitFileSize(std::strtoull(argv[++at], nullptr, 10));
+    }
+  }
+  if (argc - at != 3) return 2;
+  Corvane::ZTransfer transfer;
+  const bool resume = std::string(argv[at + 2]) == "resume";
+  const Corvane::ZResult code =
+      transfer.DownloadFile(CorvaneTest::Wide(argv[at]), CorvaneTest::Wide(argv[at + 1]), resume);
+  std::printf("%08X\n%08X\n%s\n", code, CorvaneTest::CauseOf(transfer), CorvaneTest::ErrorOf(transfer).c_str());
+  return 0;
+}
