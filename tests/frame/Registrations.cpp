@@ -1,0 +1,63 @@
+#include "tests/frame/Registrations.h"
+
+#include <utility>
+
+#include "tests/frame/Preempt.h"
+
+namespace CorvaneTest {
+namespace {
+
+std::function<void(const RegistrationCall&)> watcher;
+thread_local int depth = 0;
+
+// The base library may implement one of the operations by another.
+class Nesting {
+ public:
+  Nesting() { ++depth; }
+  ~Nesting() { --depth; }
+  Nesting(const Nesting&) = delete;
+  Nesting& operator=(const Nesting&) = delete;
+};
+
+void Report(const RegistrationCall& call) {
+  if (depth == 1 && watcher) watcher(call);
+}
+
+}  // namespace
+
+void WatchRegistrations(std::function<void(const RegistrationCall&)> watch) { watcher = std::move(watch); }
+
+}  // namespace CorvaneTest
+
+namespace Corvane {
+
+using CorvaneTest::Nesting;
+using CorvaneTest::Preempted;
+using CorvaneTest::Registration;
+
+CORVANE_TEST_PREEMPTS void ZModuleRegistry::Register(const ZModule& module) {
+  const Nesting nesting;
+  CorvaneTest::Report({Registration::RegisterModule, module.GetName()});
+  Preempted<void(const ZModule&)>("_ZN7Corvane15ZModuleRegistry8RegisterERKNS_7ZModuleE")(module);
+}
+
+CORVANE_TEST_PREEMPTS void ZModuleRegistry::Unregister(const ZString& name) {
+  const Nesting nesting;
+  CorvaneTest::Report({Registration::UnregisterModule, name});
+  Preempted<void(const ZString&)>("_ZN7Corvane15ZModuleRegistry10UnregisterERKNS_7ZStringE")(name);
+}
+
+CORVANE_TEST_PREEMPTS void ZErrorDict::Register(unsigned int facility, const ZErrorMap* map) {
+  const Nesting nesting;
+  CorvaneTest::Report({Registration::RegisterCodes, ZString(), facility, map});
+  Preempted<void(unsigned int, const ZErrorMap*)>(
+      "_ZN7Corvane10ZErrorDict8RegisterEjPKSt3mapIjNS_7ZStringESt4lessIjESaISt4pairIKjS2_EEE")(facility, map);
+}
+
+CORVANE_TEST_PREEMPTS void ZErrorDict::Unregister(unsigned int facility) {
+  const Nesting nesting;
+  CorvaneTest::Report({Registration::UnregisterCodes, ZString(), facility});
+  Preempted<void(unsigned int)>("_ZN7Corvane10ZErrorDict10UnregisterEj")(facility);
+}
+
+}  // namespace Corvane
