@@ -43,10 +43,11 @@ struct FakeTime {
 TEST(ZTimeSpan, IsZeroAtFirst) { EXPECT_EQ(ZTimeSpan().GetTotalMicroSeconds(), 0); }
 
 TEST(ZTimeSpan, CopiesItsValue) {
-  const ZTimeSpan span(-5);
+  ZTimeSpan span(-5);
   const ZTimeSpan copy(span);
   ZTimeSpan assigned;
   assigned = span;
+  span = ZTimeSpan(1);
   EXPECT_EQ(copy.GetTotalMicroSeconds(), -5);
   EXPECT_EQ(assigned.GetTotalMicroSeconds(), -5);
 }
@@ -85,10 +86,11 @@ TEST(ZTimeSpan, SetAddsUpItsPartsAndStopsAtTheLimits) {
 TEST(ZDateTime, IsTheEpochAtFirst) { EXPECT_EQ(ZDateTime().GetMicroSecondsSinceEpoch(), 0); }
 
 TEST(ZDateTime, CopiesItsValue) {
-  const ZDateTime time(1234567);
+  ZDateTime time(1234567);
   const ZDateTime copy(time);
   ZDateTime assigned;
   assigned = time;
+  time = ZDateTime(1);
   EXPECT_EQ(copy.GetMicroSecondsSinceEpoch(), 1234567);
   EXPECT_EQ(assigned.GetMicroSecondsSinceEpoch(), 1234567);
 }

@@ -95,6 +95,7 @@ TEST(ZLog, LoggersAndLevelsMayChangeWhileOtherThreadsAsk) {
   std::atomic<bool> isOver = false;
   std::atomic<int> nulls = 0;
   std::vector<std::thread> readers;
+  readers.reserve(4);
   for (int i = 0; i < 4; ++i) {
     readers.emplace_back([&] {
       while (!isOver) {

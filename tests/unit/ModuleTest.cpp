@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -114,6 +115,7 @@ TEST(ZModuleRegistry, TakesTheRemovalOfAnUnknownModule) {
 TEST(ZModuleRegistry, CanBeUsedByManyThreads) {
   std::atomic<int> missing = 0;
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&missing, name = ZString(L"test.thread") + ZString().SetNum(i)] {
       for (int round = 0; round < 300; ++round) {
@@ -131,11 +133,16 @@ TEST(ZModuleRegistry, CanBeUsedByManyThreads) {
 // Libraries register before main and unregister after it.
 struct RegistersOutsideMain {
   RegistersOutsideMain() { ZModuleRegistry::Register(ZModule(L"test.early")); }
-  ~RegistersOutsideMain() { ZModuleRegistry::Unregister(L"test.early"); }
+  ~RegistersOutsideMain() {
+    ZModuleRegistry::Unregister(L"test.early");
+    if (IsRegistered(L"test.early")) std::abort();  // too late for an assertion
+  }
 };
 const RegistersOutsideMain registersOutsideMain;
 
-TEST(ZModuleRegistry, TakesRegistrationsOfStaticInitialisers) { EXPECT_TRUE(IsRegistered(L"test.early")); }
+TEST(ZModuleRegistry, TakesRegistrationsOfStaticInitialisersAndRemovalsOfDestructors) {
+  EXPECT_TRUE(IsRegistered(L"test.early"));
+}
 
 }  // namespace
 }  // namespace Corvane

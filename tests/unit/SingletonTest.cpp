@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -47,6 +48,7 @@ TEST(ZSingleton, CheckInitRunsTheFactoryOnceForSixteenRacingThreads) {
     std::atomic<int> arrived = 0;
     std::atomic<int> sawTheObject = 0;
     std::vector<std::thread> threads;
+    threads.reserve(16);
     for (int i = 0; i < 16; ++i) {
       threads.emplace_back([&] {
         ++arrived;
@@ -128,21 +130,24 @@ TEST(ZSingleton, CheckInitCreatesAgainInAClearedSlot) {
 // The lock must be usable before main and after it, whatever the order in which objects come and go.
 struct UsesSingletonOutsideMain {
   UsesSingletonOutsideMain() {
-    ZSingleton::CheckInit<Object>(slot, [] { return new Object{5}; });
+    ZSingleton::CheckInit<Object>(slot, [] { return &early; });
   }
   ~UsesSingletonOutsideMain() {
-    delete slot.exchange(nullptr);
-    ZSingleton::CheckInit<Object>(slot, [] { return new Object{6}; });
-    delete slot.exchange(nullptr);
+    slot = nullptr;
+    ZSingleton::CheckInit<Object>(slot, [] { return &late; });
+    if (slot != &late) std::abort();  // too late for an assertion
   }
+  static constinit Object early;
+  static constinit Object late;
   static constinit std::atomic<Object*> slot;
 };
+constinit Object UsesSingletonOutsideMain::early;
+constinit Object UsesSingletonOutsideMain::late;
 constinit std::atomic<Object*> UsesSingletonOutsideMain::slot{nullptr};
 const UsesSingletonOutsideMain usesSingletonOutsideMain;
 
-TEST(ZSingleton, CheckInitWorksInStaticInitialisers) {
-  ASSERT_NE(UsesSingletonOutsideMain::slot.load(), nullptr);
-  EXPECT_EQ(UsesSingletonOutsideMain::slot.load()->number, 5);
+TEST(ZSingleton, CheckInitWorksInStaticInitialisersAndDestructors) {
+  EXPECT_EQ(UsesSingletonOutsideMain::slot.load(), &UsesSingletonOutsideMain::early);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -20,6 +21,7 @@ constexpr int kWaiters = 16;
 
 std::vector<std::thread> StartThreads(int count, const std::function<void(int)>& work) {
   std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) threads.emplace_back(work, i);
   return threads;
 }
