@@ -1,0 +1,106 @@
+#include "apps/corvane/Command.h"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+#include "apps/corvane/Failure.h"
+#include "apps/corvane/Files.h"
+#include "apps/corvane/JsonReport.h"
+#include "apps/corvane/Text.h"
+
+namespace CorvaneCli {
+namespace {
+
+// Returns 0 or an errno. Some file systems tell of a full disk only when the file is closed.
+int WriteStandardOutput(const std::string& bytes) {
+  const int error = WriteAll(STDOUT_FILENO, bytes);
+  if (error != 0) return error;
+  const int copy = dup(STDOUT_FILENO);
+  return copy < 0 || close(copy) != 0 ? errno : 0;
+}
+
+void TellFailure(const Report& report, Environment& environment) {
+  environment.console.Error(report.error);
+  environment.logging.TellError(report.error);
+  for (const std::string& note : report.notes) {
+    environment.console.Error(note);
+    environment.logging.Tell(note);
+  }
+}
+
+// "corvane get URL --user ada -o big.iso.part --resume && mv big.iso.part big.iso".
+std::string ContinueCommand(const OutputFile& file, const std::string& kept, const Environment& environment) {
+  std::string command;
+  for (const std::string& word : environment.line.words) command += ShellQuote(DisplayName(word)) + ' ';
+  const std::string name = ShellQuote(DisplayName(kept));
+  command += fmt::format("-o {} --resume", name);
+  if (file.IsReplacement()) command += fmt::format(" && mv {} {}", name, ShellQuote(DisplayName(file.Path())));
+  return command;
+}
+
+}  // namespace
+
+ExitCode RunReported(Report& report, Environment& environment, const std::function<void()>& work) {
+  ExitCode code = ExitCode::kSuccess;
+  environment.interrupt.emplace();
+  environment.logging.Tell(fmt::format("corvane {}: {} {}", CORVANE_VERSION, report.operation, report.url));
+  try {
+    work();
+  } catch (const Failure& failure) {
+    code = failure.Code();
+    report.error = failure.what();
+  }
+  // What is left to do may block on whoever reads the output; from here on a signal ends the program in the ordinary way.
+  environment.interrupt.reset();
+  if (code != ExitCode::kSuccess) TellFailure(report, environment);
+  if (code == ExitCode::kUsage) return code;
+  const bool json = environment.line.common.json;
+  if (!json && (code != ExitCode::kSuccess || !report.body)) return code;
+  const std::string output = json ? FormatJson(report) : *report.body;
+  environment.logging.Tell(fmt::format("printing {} bytes", output.size()));
+  const int error = WriteStandardOutput(output);
+  if (error == 0) return code;
+  environment.console.Error(
+      fmt::format("cannot write to the standard output: {}; check where it goes, or use -o FILE", SystemText(error)));
+  return ExitCode::kLocal;
+}
+
+Report MakeReport(const char* operation, const Target& target, const std::optional<std::string>& output) {
+  Report report;
+  report.operation = operation;
+  report.url = target.display;
+  if (output) report.file = DisplayName(*output);
+  return report;
+}
+
+void TakeBody(Corvane::ZString text, Report& report, Environment& environment) {
+  constexpr wchar_t kReplacement = 0xFFFD;
+  const bool mayHaveLost = text.Find(kReplacement) != Corvane::ZString::npos;
+  report.body = ToUtf8(text);
+  if (Corvane::IsFailure(report.status)) return;
+  // The library hands out at most this much as text.
+  if (report.downloadSize > std::numeric_limits<unsigned int>::max()) {
+    report.body.reset();
+    throw Failure(ExitCode::kLocal, fmt::format("cannot print {} as text: that is more than 4 GiB; use -o FILE",
+                                                FormatBytes(report.downloadSize)));
+  }
+  if (mayHaveLost) {
+    environment.console.Note(
+        "what came is not all UTF-8 text, other bytes are shown as U+FFFD; use -o FILE for binary data");
+  }
+}
+
+void SettleFailedFile(OutputFile& file, bool canContinue, Report& report, const Environment& environment) {
+  const std::optional<OutputFile::Kept> kept = file.Abandon();
+  if (!kept) return;
+  report.partial = DisplayName(kept->path);
+  std::string note = fmt::format("{} are kept in {}", FormatBytes(kept->bytes), *report.partial);
+  if (canContinue) note += "; continue with: " + ContinueCommand(file, kept->path, environment);
+  report.notes.push_back(std::move(note));
+}
+
+}  // namespace CorvaneCli

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/corvane/Console.h"
+#include "apps/corvane/ExitCode.h"
+#include "apps/corvane/Interrupt.h"
+#include "apps/corvane/Logging.h"
+#include "apps/corvane/Options.h"
+#include "apps/corvane/OutputFile.h"
+#include "apps/corvane/Report.h"
+
+namespace CorvaneCli {
+
+// What every command works with.
+struct Environment {
+  const CommandLine& line;
+  Console& console;
+  Logging& logging;
+  std::optional<Interrupt> interrupt;  // until the transfer is over and what it left is settled
+};
+
+// The commands, each in a source of its own. They report everything themselves and throw only std::bad_alloc and the like.
+[[nodiscard]] ExitCode RunGet(const GetCommand& command, Environment& environment);
+[[nodiscard]] ExitCode RunPost(const PostCommand& command, Environment& environment);
+
+// What they share. `work` does the transfer, fills the report and throws Failure when something fails; then this prints what
+// there is to print: the failure and `notes` on standard error, the JSON object or the body on standard output.
+[[nodiscard]] ExitCode RunReported(Report& report, Environment& environment, const std::function<void()>& work);
+
+// Begins a report.
+[[nodiscard]] Report MakeReport(const char* operation, const Target& target, const std::optional<std::string>& output);
+
+// Puts decoded text into the report as its body, and tells when bytes may have been lost in decoding.
+void TakeBody(Corvane::ZString text, Report& report, Environment& environment);
+
+// Settles `file` after a failed transfer: records what is kept and adds to the report how to go on.
+// canContinue: whether --resume is of any use.
+void SettleFailedFile(OutputFile& file, bool canContinue, Report& report, const Environment& environment);
+
+}  // namespace CorvaneCli

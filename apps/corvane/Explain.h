@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "apps/corvane/ExitCode.h"
+#include "apps/corvane/Report.h"
+
+namespace CorvaneCli {
+
+// What the program knows about a failed transfer beside the report.
+struct Circumstances {
+  bool isHttps = false;
+  bool hasLogin = false;
+  unsigned long timeoutSeconds = 0;
+  std::string outputPath;  // the file being written, for the system; empty when there is none
+};
+
+struct Explanation {
+  ExitCode code;
+  std::string text;       // UTF-8: "the reason; the remedy", never empty
+  bool canResume = true;  // whether a file that was begun can be continued with --resume
+};
+
+// Why the transfer failed, in words, and what to do about it.
+[[nodiscard]] Explanation Explain(const Report& report, const Circumstances& circumstances);
+
+// The last HTTP status line of `header`, such as "404 Not Found", with the usual phrase when the server sent none (HTTP/2).
+// `status` receives the number; empty text and 0 when there is none.
+[[nodiscard]] std::string LastHttpStatus(const std::string& header, int& status);
+
+}  // namespace CorvaneCli

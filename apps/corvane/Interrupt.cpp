@@ -1,0 +1,105 @@
+#include "apps/corvane/Interrupt.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+#include <utility>
+
+#include "apps/corvane/ExitCode.h"
+
+namespace CorvaneCli {
+namespace {
+
+constexpr int kAbortIntervalMs = 200;
+
+Descriptor Checked(int descriptor, const char* operation) {
+  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), operation);
+  return Descriptor(descriptor);
+}
+
+void Raise(const Descriptor& event) {
+  const std::uint64_t one = 1;
+  static_cast<void>(!write(event.Get(), &one, sizeof(one)));  // fails only at a count that is never reached
+}
+
+bool IsRaised(const Descriptor& event) {
+  pollfd poller{event.Get(), POLLIN, 0};
+  return poll(&poller, 1, 0) == 1;
+}
+
+bool IsIgnored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+}  // namespace
+
+Interrupt::Interrupt() {
+  sigemptyset(&m_signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    if (!IsIgnored(signal)) sigaddset(&m_signals, signal);
+  }
+  m_arrivals = Checked(signalfd(-1, &m_signals, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd");
+  m_happened = Checked(eventfd(0, EFD_CLOEXEC), "eventfd");
+  m_wake = Checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
+  m_stop = Checked(eventfd(0, EFD_CLOEXEC), "eventfd");
+  pthread_sigmask(SIG_BLOCK, &m_signals, &m_formerMask);
+  m_watcher = std::thread([this] { Watch(); });
+}
+
+Interrupt::~Interrupt() {
+  Raise(m_stop);
+  m_watcher.join();
+  pthread_sigmask(SIG_SETMASK, &m_formerMask, nullptr);
+}
+
+void Interrupt::Arm(std::function<void()> abort) {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_abort = std::move(abort);
+  }
+  Raise(m_wake);
+}
+
+void Interrupt::Disarm() {
+  const std::lock_guard guard(m_mutex);
+  m_abort = nullptr;
+}
+
+bool Interrupt::HasHappened() const { return IsRaised(m_happened); }
+
+void Interrupt::Watch() {
+  enum { kArrivals, kWake, kStop };
+  std::array<pollfd, 3> sources = {pollfd{m_arrivals.Get(), POLLIN, 0}, pollfd{m_wake.Get(), POLLIN, 0},
+                                   pollfd{m_stop.Get(), POLLIN, 0}};
+  while (true) {
+    const bool repeats = HasHappened();
+    if (poll(sources.data(), sources.size(), repeats ? kAbortIntervalMs : -1) < 0 && errno != EINTR) return;
+    if ((sources[kStop].revents & POLLIN) != 0) return;
+    std::uint64_t count = 0;
+    static_cast<void>(!read(m_wake.Get(), &count, sizeof(count)));
+    HandleSignal();
+    if (HasHappened()) CallAbort();
+  }
+}
+
+void Interrupt::HandleSignal() {
+  signalfd_siginfo arrival{};
+  while (read(m_arrivals.Get(), &arrival, sizeof(arrival)) == static_cast<ssize_t>(sizeof(arrival))) {
+    if (HasHappened()) _exit(static_cast<int>(ExitCode::kInterrupted));
+    Raise(m_happened);
+  }
+}
+
+void Interrupt::CallAbort() {
+  const std::lock_guard guard(m_mutex);
+  if (m_abort) m_abort();
+}
+
+}  // namespace CorvaneCli

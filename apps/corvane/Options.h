@@ -1,0 +1,65 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <Corvane/Base/String.h>
+
+#include "apps/corvane/Console.h"
+#include "apps/corvane/ExitCode.h"
+#include "apps/corvane/Target.h"
+
+namespace CorvaneCli {
+
+// Arguments of ZTransfer::SetThrottling.
+struct Throttling {
+  unsigned int lowWaterMark = 0;  // bytes per second
+  unsigned int limit = 0;         // KiB per second, or a percentage
+  bool percent = false;
+};
+
+// What every command that transfers understands.
+struct CommonOptions {
+  unsigned long timeoutSeconds = 300;
+  std::optional<Corvane::ZString> user;
+  std::optional<std::string> passwordFile;
+  std::optional<std::string> caFile;
+  std::optional<std::string> caDirectory;
+  bool insecure = false;
+  std::optional<Throttling> throttling;
+  bool noThrottle = false;
+  bool json = false;
+  bool quiet = false;
+  bool verbose = false;
+  std::optional<std::string> logFile;
+};
+
+struct GetCommand {
+  Target target;
+  std::optional<std::string> output;
+  bool resume = false;
+  bool acceptHttpErrors = false;
+};
+
+struct PostCommand {
+  Target target;
+  std::optional<std::string> output;
+  bool acceptHttpErrors = false;
+  std::variant<Corvane::ZString, std::string> content;  // text to send as it is, or the path of a file
+};
+
+struct CommandLine {
+  CommonOptions common;
+  std::variant<GetCommand, PostCommand> command;
+  // The command as it would be typed again, without -o and --resume: for messages that tell how to go on.
+  std::vector<std::string> words;
+};
+
+// Understands the command line. Returns the exit status when nothing is left to do: help and version have been printed, or
+// what is wrong has been told. Never shows anything that could be a password.
+[[nodiscard]] std::variant<CommandLine, ExitCode> ParseCommandLine(int argc, const char* const* argv, Console& console);
+
+}  // namespace CorvaneCli

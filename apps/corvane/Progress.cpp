@@ -1,0 +1,130 @@
+#include "apps/corvane/Progress.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "apps/corvane/Text.h"
+
+namespace CorvaneCli {
+namespace {
+
+constexpr std::chrono::milliseconds kInterval{200};
+constexpr std::chrono::seconds kWindow{5};
+constexpr std::size_t kLabelColumns = 24;
+constexpr std::size_t kMinBarColumns = 10;
+constexpr std::size_t kMaxBarColumns = 30;
+
+// "[=====>    ]".
+std::string FormatBar(unsigned int percent, std::size_t columns) {
+  const std::size_t inner = columns - 2;
+  const std::size_t filled = inner * percent / 100;
+  std::string bar(filled, '=');
+  if (filled > 0 && filled < inner) bar.back() = '>';
+  return '[' + bar + std::string(inner - filled, ' ') + ']';
+}
+
+std::string FormatAmount(const ProgressSample& sample) {
+  if (!sample.total) return FormatBytes(sample.bytes);
+  return fmt::format("{} of {}", FormatBytes(sample.bytes), FormatBytes(*sample.total));
+}
+
+// "0:42 left", or the time spent while there is no telling.
+std::string FormatTime(const ProgressLine& line) {
+  const ProgressSample& sample = line.sample;
+  if (!sample.total || line.bytesPerSecond == 0 || *sample.total < sample.bytes)
+    return FormatDuration(line.elapsedSeconds);
+  const unsigned long long left = *sample.total - sample.bytes;
+  return FormatDuration(left / line.bytesPerSecond + (left % line.bytesPerSecond != 0 ? 1 : 0)) + " left";
+}
+
+unsigned int PercentOf(const ProgressSample& sample) {
+  if (*sample.total == 0) return 100;
+  const double share = static_cast<double>(sample.bytes) / static_cast<double>(*sample.total);
+  return static_cast<unsigned int>(std::clamp(share, 0.0, 1.0) * 100.0);
+}
+
+}  // namespace
+
+std::string FormatProgress(const ProgressLine& line, std::size_t columns) {
+  const std::size_t room = columns > 1 ? columns - 1 : 0;  // a full line would move the cursor to the next one
+  const ProgressSample& sample = line.sample;
+  std::string begin = Shorten(line.label, kLabelColumns) + "  ";
+  if (sample.files) begin += fmt::format("file {}  ", *sample.files);
+  std::string end;
+  const bool hasBegun = sample.bytes != 0 || sample.total;
+  if (sample.total) begin += fmt::format("{:3}%  ", PercentOf(sample));
+  end = hasBegun ? FormatAmount(sample) : "waiting";
+  if (line.bytesPerSecond != 0) end += fmt::format("  {}/s", FormatBytes(line.bytesPerSecond));
+  end += "  " + FormatTime(line);
+
+  const std::size_t used = DisplayWidth(begin) + DisplayWidth(end) + 2;
+  if (sample.total && used + kMinBarColumns <= room) {
+    begin += FormatBar(PercentOf(sample), std::min(room - used, kMaxBarColumns)) + "  ";
+  }
+  return Shorten(begin + end, room);
+}
+
+std::string FormatSummary(const std::string& label, unsigned long long bytes, long long milliseconds) {
+  const unsigned long long time = static_cast<unsigned long long>(std::max(milliseconds, 1LL));
+  const double rate = static_cast<double>(bytes) * 1000.0 / static_cast<double>(time);
+  const std::string spent =
+      time < 60000 ? fmt::format("{}.{} s", time / 1000, time / 100 % 10) : FormatDuration(time / 1000);
+  return fmt::format("{}  {} in {} ({}/s)", label, FormatBytes(bytes), spent,
+                     FormatBytes(static_cast<unsigned long long>(rate)));
+}
+
+void RateWindow::Add(Clock::time_point now, unsigned long long bytes) {
+  // A count that goes down belongs to another transfer.
+  if (!m_points.empty() && bytes < m_points.back().bytes) m_points.clear();
+  m_points.push_back({now, bytes});
+  while (m_points.size() > 2 && m_points[1].time + kWindow <= now) m_points.pop_front();
+}
+
+unsigned long long RateWindow::BytesPerSecond() const {
+  if (m_points.size() < 2) return 0;
+  const std::chrono::duration<double> time = m_points.back().time - m_points.front().time;
+  if (time.count() <= 0.0) return 0;
+  return static_cast<unsigned long long>(static_cast<double>(m_points.back().bytes - m_points.front().bytes) /
+                                         time.count());
+}
+
+Progress::Progress(Console& console, std::string label, std::function<ProgressSample()> sample)
+    : m_console(console), m_label(std::move(label)), m_sample(std::move(sample)) {
+  if (m_console.IsTerminal()) m_thread = std::thread([this] { Draw(); });
+}
+
+Progress::~Progress() { Stop(); }
+
+void Progress::Stop() {
+  {
+    const std::lock_guard guard(m_mutex);
+    m_stop = true;
+  }
+  m_wake.notify_one();
+  if (m_thread.joinable()) m_thread.join();
+  m_console.EraseStatus();
+}
+
+void Progress::Draw() {
+  const auto start = RateWindow::Clock::now();
+  RateWindow rate;
+  std::unique_lock lock(m_mutex);
+  while (!m_stop) {
+    lock.unlock();
+    const auto now = RateWindow::Clock::now();
+    ProgressLine line{m_label, m_sample(), 0, 0};
+    // The first bytes of a resumed transfer were there before; they are no speed.
+    if (line.sample.bytes != 0) rate.Add(now, line.sample.bytes);
+    line.bytesPerSecond = rate.BytesPerSecond();
+    line.elapsedSeconds =
+        static_cast<unsigned long long>(std::chrono::duration_cast<std::chrono::seconds>(now - start).count());
+    m_console.ShowStatus(FormatProgress(line, m_console.Columns()));
+    lock.lock();
+    m_wake.wait_for(lock, kInterval, [this] { return m_stop; });
+  }
+}
+
+}  // namespace CorvaneCli

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "apps/corvane/Console.h"
+
+namespace CorvaneCli {
+
+// How far a transfer is, as its getters tell.
+struct ProgressSample {
+  unsigned long long bytes = 0;             // of the whole, what was there before included
+  std::optional<unsigned long long> total;  // unset while it is not known
+  std::optional<unsigned int> files;        // number of files begun, for transfers of several
+};
+
+struct ProgressLine {
+  std::string label;
+  ProgressSample sample;
+  unsigned long long bytesPerSecond = 0;
+  unsigned long long elapsedSeconds = 0;
+};
+
+// The line for a terminal of `columns` columns: label, bar, percent, bytes, rate and time left. What does not fit is left
+// out, the bar first; the result is always shorter than `columns`.
+[[nodiscard]] std::string FormatProgress(const ProgressLine& line, std::size_t columns);
+// The line that stays when a transfer is done.
+[[nodiscard]] std::string FormatSummary(const std::string& label, unsigned long long bytes, long long milliseconds);
+
+// Mean rate over the last few seconds. Times never go back.
+class RateWindow {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  void Add(Clock::time_point now, unsigned long long bytes);
+  // Bytes per second; 0 until there is something to measure.
+  [[nodiscard]] unsigned long long BytesPerSecond() const;
+
+ private:
+  struct Point {
+    Clock::time_point time;
+    unsigned long long bytes;
+  };
+  std::deque<Point> m_points;
+};
+
+// Redraws the console's status line five times a second, on a thread of its own, from its construction until Stop or its
+// destruction, which erases the line. Does nothing when the console is no terminal.
+class Progress {
+ public:
+  // sample: called on the drawing thread.
+  Progress(Console& console, std::string label, std::function<ProgressSample()> sample);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void Stop();
+
+ private:
+  void Draw();
+
+  Console& m_console;
+  const std::string m_label;
+  const std::function<ProgressSample()> m_sample;
+  std::mutex m_mutex;
+  std::condition_variable m_wake;
+  bool m_stop = false;  // guarded by m_mutex
+  std::thread m_thread;
+};
+
+}  // namespace CorvaneCli

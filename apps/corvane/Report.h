@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <Corvane/Base/Result.h>
+#include <Corvane/TransferErrorCodes.h>
+
+namespace CorvaneCli {
+
+// What is known of one run of a command when it has ended: what --json tells, and what messages are made from. Texts are UTF-8.
+struct Report {
+  std::string operation;  // "get", "post"
+  std::string url;
+  std::optional<std::string> file;  // as the user named it
+  Corvane::ZResult status = Corvane::TRANSFER_E_NOT_STARTED;
+  std::string libraryText;                                   // the library's text for `status`
+  Corvane::ZResult cause = Corvane::TRANSFER_E_NOT_STARTED;  // see ZTransfer::GetCause
+  std::string causeText;
+  std::string error;               // what was printed; empty after a success
+  std::vector<std::string> notes;  // printed behind the error: what is kept, and how to go on
+  std::optional<unsigned long long> contentSize;
+  unsigned long long downloadSize = 0;
+  unsigned long long transferSize = 0;
+  unsigned int transferRate = 0;  // KiB per second
+  long long transferTimeMs = 0;
+  std::string header;
+  std::vector<std::pair<int, unsigned int>> events;
+  std::optional<std::string> partial;  // where an incomplete download was kept
+  std::optional<std::string> body;     // what a command without -o received; unset when it has -o
+};
+
+}  // namespace CorvaneCli

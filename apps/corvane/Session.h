@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <Corvane/Transfer.h>
+
+#include "apps/corvane/Command.h"
+#include "apps/corvane/Explain.h"
+#include "apps/corvane/Options.h"
+#include "apps/corvane/Progress.h"
+#include "apps/corvane/Report.h"
+#include "apps/corvane/Trust.h"
+
+namespace CorvaneCli {
+
+// What the options say about the transfers of a command, found out and checked.
+struct TransferSettings {
+  unsigned long timeoutSeconds = 0;
+  bool verify = true;
+  TrustStore trust;
+  Corvane::ZString user;
+  Corvane::ZString password;
+  bool useThrottling = true;
+};
+
+// Finds the certificates, asks for the password, and sets the process-wide throttle.
+// Throws Failure: what the options name cannot be used, or the user interrupted the question.
+[[nodiscard]] TransferSettings PrepareTransfers(const Target& target, Environment& environment);
+
+// Sets up anything with the setters of ZTransfer.
+template <class Transfer>
+void Configure(Transfer& transfer, const TransferSettings& settings) {
+  transfer.SetTimeout(settings.timeoutSeconds);
+  transfer.SetSSL(settings.verify, settings.verify, settings.trust.file, settings.trust.directory);
+  transfer.SetCredentials(settings.user, settings.password);
+  transfer.UseThrottling(settings.useThrottling);
+}
+
+// Keeps the events that a transfer sends, for the report.
+class EventRecorder : public Corvane::ZTransfer::Observer {
+ public:
+  void Update(int event, long value) override { m_events.emplace_back(event, static_cast<unsigned int>(value)); }
+  [[nodiscard]] const std::vector<std::pair<int, unsigned int>>& Events() const noexcept { return m_events; }
+
+ private:
+  std::vector<std::pair<int, unsigned int>> m_events;
+};
+
+// Runs `operation` while the progress line shows, when it may, and a signal calls `abort`.
+void RunWatched(Environment& environment, const std::string& label, bool writesToFile,
+                const std::function<void()>& operation, const std::function<void()>& abort,
+                const std::function<ProgressSample()>& sample);
+
+// One ZTransfer with everything around it.
+class Session {
+ public:
+  Session(const Target& target, Environment& environment);
+
+  [[nodiscard]] Corvane::ZTransfer& Transfer() noexcept { return m_transfer; }
+
+  // Runs one operation of Transfer() and records its outcome.
+  void Run(const std::string& label, bool writesToFile, const std::function<void(Corvane::ZTransfer&)>& operation,
+           Report& report);
+
+  // Takes an answer outside 200 to 299 for a success.
+  static void AcceptHttpError(Report& report);
+
+  // Ends the command after a failed operation: settles the file, when there is one, and throws Failure. `doing` is the
+  // beginning of the message, "cannot get".
+  [[noreturn]] void Fail(const char* doing, OutputFile* file, bool canBeResumed, Report& report);
+
+ private:
+  const Target& m_target;
+  Environment& m_environment;
+  EventRecorder m_recorder;
+  Corvane::ZTransfer m_transfer;
+};
+
+}  // namespace CorvaneCli

@@ -1,0 +1,86 @@
+// The manual and the completions of the shells describe the options that there are.
+
+#include <gmock/gmock.h>
+
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/cli/CliTesting.h"
+#include "tests/support/TempDir.h"
+
+namespace CorvaneTest {
+namespace {
+
+using Options = std::set<std::string>;
+
+Options MatchesIn(const std::string& text, const char* pattern) {
+  Options found;
+  const std::regex expression(pattern);
+  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match) {
+    found.insert((*match)[1]);
+  }
+  return found;
+}
+
+// The long options in the help of a command, without their dashes.
+Options OptionsOf(const std::string& command) {
+  return MatchesIn(RunCorvane({command, "--help"}).out, "\n  (?:-[a-z], |    )--([a-z-]+)");
+}
+
+Options AllOptions() {
+  Options all = OptionsOf("get");
+  all.merge(OptionsOf("post"));
+  return all;
+}
+
+std::string Completion(const std::string& name) {
+  return ReadFile(std::filesystem::path(CORVANE_SOURCE_DIR) / "packaging/completions" / name);
+}
+
+TEST(Manual, NamesExactlyTheOptionsThatThereAre) {
+  const std::string manual = ReadFile(CORVANE_SOURCE_DIR "/docs/man/corvane.1");
+  EXPECT_EQ(MatchesIn(manual, "Fl Fl ([a-z-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(manual, "\n\\.It [^\n]*Fl Fl ([a-z-]+)"), AllOptions());
+}
+
+TEST(Manual, HasNoMistakesInItsForm) {
+  const ProgramResult result =
+      RunProgram({"mandoc", "-T", "lint", "-W", "style", CORVANE_SOURCE_DIR "/docs/man/corvane.1"});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_EQ(result.out + result.err, "");
+}
+
+TEST(Completions, NameExactlyTheOptionsThatThereAre) {
+  EXPECT_EQ(MatchesIn(Completion("corvane.bash"), "--([a-z-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(Completion("_corvane"), "--([a-z-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(Completion("corvane.fish"), "-l ([a-z-]+)"), [] {
+    Options options = AllOptions();
+    options.insert("transfer");  // set -l transfer
+    return options;
+  }());
+}
+
+// What bash offers behind these words, the last of which is being typed.
+std::string Complete(const std::vector<std::string>& words) {
+  std::string script = "source \"$1\"; compopt() { :; }; COMP_WORDS=(";
+  for (const std::string& word : words) script += "'" + word + "' ";
+  script += "); COMP_CWORD=" + std::to_string(words.size() - 1) + "; _corvane; echo \"${COMPREPLY[@]}\"";
+  return RunShell(script, {CORVANE_SOURCE_DIR "/packaging/completions/corvane.bash"}).out;
+}
+
+TEST(BashCompletion, OffersWhatFits) {
+  EXPECT_EQ(Complete({"corvane", "g"}), "get\n");
+  EXPECT_EQ(Complete({"corvane", ""}), "get post --help --version\n");
+  EXPECT_EQ(Complete({"corvane", "get", "--re"}), "--resume\n");
+  EXPECT_EQ(Complete({"corvane", "post", "--re"}), "\n");
+  EXPECT_EQ(Complete({"corvane", "post", "http://h/", "--fi"}), "--field --file\n");
+  EXPECT_EQ(Complete({"corvane", "get", "--timeout", ""}), "\n");
+  const TempDir folder;
+  WriteFile(folder / "some file", "");
+  EXPECT_EQ(Complete({"corvane", "get", "-o", folder / "so"}), (folder / "some file").string() + "\n");
+}
+
+}  // namespace
+}  // namespace CorvaneTest

@@ -1,0 +1,256 @@
+// What the program says about itself and about command lines that are wrong.
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/cli/CliTesting.h"
+#include "tests/support/TempDir.h"
+
+namespace CorvaneTest {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr int kUsage = 2;
+
+// One line that names what is wrong and what to do, and one that names the help; nothing on standard output.
+void ExpectUsageError(const std::vector<std::string>& arguments, const std::vector<std::string>& parts,
+                      const std::string& help) {
+  const ProgramResult result = RunCorvane(arguments);
+  EXPECT_EQ(result.exitCode, kUsage) << result.Describe();
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, StartsWith("corvane: "));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 2) << result.Describe();
+  EXPECT_THAT(result.err, testing::EndsWith("\nTry: " + help + "\n"));
+  for (const std::string& part : parts) EXPECT_THAT(result.err, HasSubstr(part));
+}
+
+void ExpectGetError(std::vector<std::string> arguments, const std::vector<std::string>& parts) {
+  arguments.insert(arguments.begin(), {"get", "http://127.0.0.1:1/"});
+  ExpectUsageError(arguments, parts, "corvane get --help");
+}
+
+// --- help and version
+
+TEST(Help, ListsCommandsExitCodesAndExamples) {
+  const ProgramResult result = RunCorvane({"--help"});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(result.out, AllOf(StartsWith("Usage: corvane "), HasSubstr("\n  get "), HasSubstr("\n  post "),
+                                HasSubstr("130  interrupted"), HasSubstr("Examples:")));
+}
+
+TEST(Help, ListsTheOptionsOfEachCommand) {
+  const std::vector<std::string> common = {
+      "--timeout S",   "--user NAME",       "--password-file FILE", "--cacert FILE",     "--capath DIR", "--insecure",
+      "--limit RATE",  "--limit-percent N", "--low-water RATE",     "--no-throttle",     "--json",       "-q, --quiet",
+      "-v, --verbose", "--log-file FILE",   "--accept-http-errors", "-o, --output FILE", "-h, --help",   "--version",
+      "Examples:"};
+  for (const char* const command : {"get", "post"}) {
+    const ProgramResult result = RunCorvane({command, "--help"});
+    EXPECT_EQ(result.exitCode, 0);
+    for (const std::string& option : common) EXPECT_THAT(result.out, HasSubstr(option)) << command;
+  }
+  EXPECT_THAT(RunCorvane({"get", "-h"}).out, HasSubstr("--resume"));
+  EXPECT_THAT(RunCorvane({"post", "-h"}).out,
+              AllOf(HasSubstr("--field NAME=VALUE"), HasSubstr("--data TEXT"), HasSubstr("--file PATH")));
+}
+
+TEST(Help, FitsIntoEightyColumns) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"--help"}, {"get", "--help"}, {"post", "--help"}}) {
+    const std::string help = RunCorvane(arguments).out;
+    for (std::size_t begin = 0; begin < help.size();) {
+      const std::size_t end = help.find('\n', begin);
+      EXPECT_LE(end - begin, 80U) << help.substr(begin, end - begin);
+      begin = end + 1;
+    }
+  }
+}
+
+TEST(Help, ReportsAnOutputThatTakesNothing) {
+  const ProgramResult result = RunShell("exec \"$0\" --help > /dev/full");
+  EXPECT_EQ(result.exitCode, 3);
+  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("No space left on device"));
+}
+
+TEST(Version, NamesProgramAndLibrary) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"--version"}, {"get", "--version"}}) {
+    const ProgramResult result = RunCorvane(arguments);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.out, StartsWith("corvane 1."));
+    EXPECT_THAT(result.out, HasSubstr("\nlibrary com.corvane.network 6.2.1591\n"));
+  }
+}
+
+// --- commands and arguments
+
+TEST(Usage, AsksForACommand) {
+  ExpectUsageError({}, {"no command", "get or post"}, "corvane --help");
+  ExpectUsageError({"fetch", "http://h/"}, {"\"fetch\"", "get or post"}, "corvane --help");
+  ExpectUsageError({"--quiet", "get", "http://h/"}, {"--quiet", "wrong place", "\"corvane get\""},
+                   "corvane get --help");
+  ExpectUsageError({"--bogus", "get", "http://h/"}, {"--bogus", "not known here"}, "corvane get --help");
+}
+
+TEST(Usage, AsksForExactlyOneUrl) {
+  ExpectUsageError({"get"}, {"no URL", "http://example.com/file"}, "corvane get --help");
+  ExpectUsageError({"post"}, {"no URL"}, "corvane post --help");
+  ExpectGetError({"b"}, {"\"b\"", "one too many"});
+}
+
+TEST(Usage, NamesAnUnknownOptionWithoutItsValue) {
+  ExpectGetError({"--password=s3cret"}, {"--password is not known"});
+  ExpectGetError({"--password", "s3cret"}, {"--password is not known"});
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"get", "http://h/", "--password=s3cret"},
+                                             {"get", "http://h/", "--password", "s3cret"},
+                                             {"get", "http://h/", "--user", "ada:s3cret"},
+                                             {"get", "http://h/", "http://ada:s3cret@h/"},
+                                             {"http://ada:s3cret@h/"},
+                                             {"get", "http://h/", "--timeout", "http://ada:s3cret@h/"},
+                                             {"get", "http://h/", "--insecure=ada:s3cret@h"}}) {
+    const ProgramResult result = RunCorvane(arguments);
+    EXPECT_EQ(result.exitCode, kUsage);
+    EXPECT_THAT(result.err, Not(HasSubstr("s3cret"))) << result.Describe();
+  }
+}
+
+TEST(Usage, AsksForTheValueOfAnOption) {
+  ExpectGetError({"--timeout"}, {"--timeout"});
+  ExpectGetError({"-o"}, {"--output"});
+  ExpectGetError({"-o", ""}, {"-o", "empty"});
+  ExpectGetError({"--user", ""}, {"--user", "empty"});
+  ExpectGetError({"--cacert", ""}, {"--cacert", "empty"});
+  ExpectGetError({"--log-file", ""}, {"--log-file", "empty"});
+}
+
+TEST(Usage, RefusesASingleOptionGivenTwice) { ExpectGetError({"-o", "a", "-o", "b"}, {"--output"}); }
+
+TEST(Usage, RefusesOptionsThatContradictEachOther) {
+  const std::vector<std::vector<std::string>> pairs = {
+      {"--limit", "1k", "--limit-percent", "5"}, {"--no-throttle", "--limit", "1k"},
+      {"--no-throttle", "--limit-percent", "5"}, {"--no-throttle", "--low-water", "5"},
+      {"--insecure", "--cacert", "x"},           {"--insecure", "--capath", "x"},
+      {"--cacert", "x", "--capath", "y"},        {"-o", "f", "--resume", "--accept-http-errors"},
+  };
+  for (const std::vector<std::string>& pair : pairs)
+    ExpectGetError(pair, {"cannot be used together", pair[0] == "-o" ? "--resume" : pair[0]});
+}
+
+TEST(Usage, RefusesOptionsThatLackAnother) {
+  ExpectGetError({"--resume"}, {"--resume needs --output"});
+  ExpectGetError({"--low-water", "5"}, {"--low-water needs --limit"});
+  ExpectGetError({"--password-file", "x"}, {"--password-file needs --user"});
+}
+
+TEST(Usage, DoesNotTakeADashForAFile) { ExpectGetError({"-o", "-"}, {"leave -o out", "/dev/stdout"}); }
+
+// --- numbers
+
+struct NumberCase {
+  const char* option;
+  const char* value;
+  const char* what;
+};
+
+TEST(Numbers, WrongOnesAreRefusedWithTheRange) {
+  const NumberCase cases[] = {
+      {"--timeout", "abc", "from 0 to 2147483"},
+      {"--timeout", "", "from 0 to 2147483"},
+      {"--timeout", "-1", "from 0 to 2147483"},
+      {"--timeout", "1.5", "from 0 to 2147483"},
+      {"--timeout", "2147484", "from 0 to 2147483"},
+      {"--timeout", "10s", "from 0 to 2147483"},
+      {"--timeout", "99999999999999999999", "from 0 to 2147483"},
+      {"--limit", "0", "from 1024"},
+      {"--limit", "1023", "from 1024"},
+      {"--limit", "4G", "to 4294967295"},
+      {"--limit", "4294967296", "to 4294967295"},
+      {"--limit", "18014398509481984k", "to 4294967295"},
+      {"--limit", "fast", "from 1024"},
+      {"--limit", "-5k", "from 1024"},
+      {"--limit", "1.5M", "from 1024"},
+      {"--limit", "", "from 1024"},
+      {"--limit-percent", "0", "from 1 to 100"},
+      {"--limit-percent", "101", "from 1 to 100"},
+      {"--limit-percent", "50%", "from 1 to 100"},
+  };
+  for (const NumberCase& c : cases) {
+    ExpectGetError({c.option, c.value}, {c.option, '"' + std::string(c.value) + '"', c.what});
+  }
+  for (const char* const mark : {"0", "4294967296", "x"}) {
+    ExpectGetError({"--limit-percent", "5", "--low-water", mark}, {"--low-water", "from 1 to 4294967295"});
+  }
+}
+
+// The server refuses the connection, so that nothing but the number could have been the reason for another status.
+TEST(Numbers, RightOnesAreTaken) {
+  const std::vector<std::vector<std::string>> cases = {
+      {"--timeout", "0"},
+      {"--timeout", "2147483"},
+      {"--timeout=5"},
+      {"--limit", "1024"},
+      {"--limit", "4294967295"},
+      {"--limit", "1k"},
+      {"--limit", "3G"},
+      {"--limit-percent", "1"},
+      {"--limit-percent", "100"},
+      {"--limit", "1k", "--low-water", "1"},
+      {"--limit-percent", "50", "--low-water", "2M"},
+      {"--no-throttle"},
+  };
+  for (std::vector<std::string> arguments : cases) {
+    arguments.insert(arguments.begin(), {"get", RefusedUrl()});
+    const ProgramResult result = RunCorvane(arguments);
+    EXPECT_EQ(result.exitCode, 1) << testing::PrintToString(arguments) << result.Describe();
+  }
+}
+
+// --- URLs
+
+TEST(Urls, BadOnesAreRefusedWithReasonAndRemedy) {
+  struct Case {
+    const char* url;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"", "empty"},
+      {"http://", "malformed"},
+      {"http://h:99999999/", "malformed"},
+      {"http://h:abc/", "malformed"},
+      {"http://a b/", "malformed"},
+      {"http://h/a b", "malformed"},
+      {"http://h/\t", "malformed"},
+      {"http://[::1/", "malformed"},
+      {"file:///etc/passwd", "\"file\" is not supported; use http, https or ftp"},
+      {"ftps://h/x", "\"ftps\" is not supported; use http, https or ftp"},
+      {"gopher://h/", "\"gopher\" is not supported"},
+      {"http://ada:s3cret@h/", "--user NAME"},
+      {"http://ada@h/", "--user NAME"},
+      {"ada:s3cret@h/", "--user NAME"},
+      {"http://h/\xFF", "LC_ALL=C.UTF-8"},
+  };
+  for (const Case& c : cases) {
+    ExpectUsageError({"get", c.url}, {"cannot use the URL", c.reason}, "corvane get --help");
+  }
+  ExpectUsageError({"post", "ftp://h/", "--data", "x"}, {"cannot post to", "http or https"}, "corvane post --help");
+}
+
+TEST(Urls, OneThatTheLocaleCannotExpressIsRefused) {
+  ProgramOptions options;
+  options.environment["LC_ALL"] = "C";
+  const ProgramResult result = RunCorvane({"get", "http://h/gr\xC3\xBC\xC3\x9F"}, options);
+  EXPECT_EQ(result.exitCode, kUsage);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("http://h/gr\\xC3\\xBC\\xC3\\x9F"), HasSubstr("LC_ALL=C.UTF-8"),
+                                HasSubstr("percent-encode")));
+}
+
+}  // namespace
+}  // namespace CorvaneTest

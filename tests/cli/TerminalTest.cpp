@@ -1,0 +1,166 @@
+// What people see on a terminal, and what stays away from everything else.
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <string>
+
+#include "tests/cli/CliTesting.h"
+#include "tests/support/Gate.h"
+#include "tests/support/TempDir.h"
+
+namespace CorvaneTest {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+// Sends half, waits for the gate, sends the rest.
+class HalvingServer {
+ public:
+  explicit HalvingServer(bool tellsLength = true)
+      : m_server([this, tellsLength](Connection& peer) {
+          peer.ReadRequest();
+          const std::string content = MakePattern(1 << 20);
+          const std::string length = std::to_string(content.size());
+          peer.Send(FormatHead(
+              200, tellsLength ? std::vector<HeaderField>{{"Content-Length", length}} : std::vector<HeaderField>{}));
+          peer.Send(content.substr(0, content.size() / 2));
+          if (peer.WaitFor(goOn)) peer.Send(content.substr(content.size() / 2));
+        }) {}
+
+  Gate goOn;
+  std::string Url() const { return m_server.Url("/big.iso"); }
+
+ private:
+  ScriptedServer m_server;
+};
+
+TEST(Progress, ShowsOnATerminalAndEndsWithASummary) {
+  HalvingServer server;
+  const TempDir folder;
+  ProgramOptions options;
+  options.terminalError = true;
+  const auto program = StartCorvane({"get", server.Url(), "-o", folder / "big.iso"}, options);
+  EXPECT_TRUE(program->WaitForTerminalOutput("\r\x1b[Kbig.iso   50%  [=")) << program->TerminalOutput();
+  EXPECT_TRUE(program->WaitForTerminalOutput("512.0 KiB of 1.0 MiB"));
+  server.goOn.Open();
+  const auto result = program->Wait();
+  ASSERT_TRUE(result.has_value());
+  EXPECT_EQ(result->exitCode, 0) << result->Describe();
+  EXPECT_EQ(result->out, "");
+  // The line is erased, and what stays is one line with a line feed.
+  const std::size_t last = result->terminal.rfind("\r\x1b[K");
+  EXPECT_THAT(result->terminal.substr(last), testing::MatchesRegex("\r.\\[Kbig.iso  1.0 MiB in [^\r\n]*/s\\)\r\n"));
+}
+
+TEST(Progress, CopesWithAnUnknownLength) {
+  HalvingServer server(false);
+  const TempDir folder;
+  ProgramOptions options;
+  options.terminalError = true;
+  const auto program = StartCorvane({"get", server.Url(), "-o", folder / "big.iso"}, options);
+  EXPECT_TRUE(program->WaitForTerminalOutput("\r\x1b[Kbig.iso  512.0 KiB  ")) << program->TerminalOutput();
+  server.goOn.Open();
+  const auto result = program->Wait();
+  ASSERT_TRUE(result.has_value());
+  EXPECT_EQ(result->exitCode, 0) << result->Describe();
+  EXPECT_THAT(result->terminal, AllOf(Not(HasSubstr("%")), Not(HasSubstr("left"))));
+}
+
+TEST(Progress, ShowsForAPipedTextAndIsErased) {
+  HalvingServer server;
+  ProgramOptions options;
+  options.terminalError = true;
+  const auto program = StartCorvane({"get", server.Url(), "--json"}, options);  // --json shows none
+  const auto text = StartCorvane({"get", server.Url(), "--quiet"}, options);    // nor does --quiet
+  const auto shown = StartCorvane({"get", server.Url()}, options);
+  EXPECT_TRUE(shown->WaitForTerminalOutput("50%")) << shown->TerminalOutput();
+  server.goOn.Open();
+  EXPECT_THAT(program->Wait()->terminal, Not(HasSubstr("\x1b")));
+  EXPECT_EQ(text->Wait()->terminal, "");
+  const std::string terminal = shown->Wait()->terminal;
+  EXPECT_THAT(terminal, HasSubstr("\r\x1b[Kcorvane: what came is not all UTF-8"));  // behind the erased line
+}
+
+TEST(Progress, StaysAwayFromATextOnTheSameTerminal) {
+  const ScriptedServer server(KeepAlive(Content("text\n")));
+  ProgramOptions options;
+  options.terminalOutput = options.terminalError = true;
+  EXPECT_EQ(RunCorvane({"get", server.Url()}, options).terminal, "text\r\n");
+}
+
+TEST(Progress, IsErasedBeforeAnError) {
+  const ScriptedServer server(KeepAlive(Status(404)));
+  const TempDir folder;
+  ProgramOptions options;
+  options.terminalError = true;
+  const std::string terminal = RunCorvane({"get", server.Url(), "-o", folder / "f"}, options).terminal;
+  EXPECT_THAT(terminal, testing::EndsWith("the server answered 404 Not Found; check the path\r\n"));
+  const std::size_t error = terminal.find("corvane: cannot get");
+  EXPECT_TRUE(error == 0 || terminal.compare(error - 4, 4, "\r\x1b[K") == 0) << terminal;
+}
+
+TEST(Progress, LogLinesDoNotRunIntoIt) {
+  HalvingServer server;
+  const TempDir folder;
+  ProgramOptions options;
+  options.terminalError = true;
+  const auto program = StartCorvane({"get", server.Url(), "-o", folder / "f", "-v"}, options);
+  EXPECT_TRUE(program->WaitForTerminalOutput("50%"));
+  server.goOn.Open();
+  const std::string terminal = program->Wait()->terminal;
+  EXPECT_THAT(terminal, HasSubstr("\r\x1b[Kended with 0x00010000, 1048576 bytes"));
+}
+
+TEST(Pipe, GetsNoProgressAndNoControlCharacters) {
+  const ScriptedServer server(KeepAlive(Content(MakePattern(1 << 20))));
+  const TempDir folder;
+  EXPECT_EQ(RunCorvane({"get", server.Url(), "-o", folder / "f"}).err, "");
+}
+
+// --- the question for the password
+
+ProgramOptions AtATerminal() {
+  ProgramOptions options;
+  options.terminalInput = options.keepInputOpen = true;
+  return options;
+}
+
+TEST(PasswordPrompt, ReadsWithoutEchoAndGoesOn) {
+  const ScriptedServer server(KeepAlive(Content("x")));
+  const auto program = StartCorvane({"get", server.Url(), "--user", "ada"}, AtATerminal());
+  ASSERT_TRUE(program->WaitForTerminalOutput("Password for ada: "));
+  ASSERT_TRUE(program->Send("s3cret\n"));
+  const auto result = program->Wait();
+  ASSERT_TRUE(result.has_value());
+  EXPECT_EQ(result->exitCode, 0) << result->Describe();
+  EXPECT_EQ(result->out, "x");
+  EXPECT_THAT(result->terminal, Not(HasSubstr("s3cret")));
+}
+
+TEST(PasswordPrompt, CtrlCRestoresTheTerminalAndBeginsNothing) {
+  const ScriptedServer server(KeepAlive(Content("x")));
+  ProgramOptions options = AtATerminal();
+  BackgroundProgram program({"/bin/sh", "-c", "trap : INT; \"$0\" get \"$1\" --user ada; echo $?; stty -a < /dev/tty",
+                             CORVANE_PROGRAM, server.Url()},
+                            options);
+  ASSERT_TRUE(program.WaitForTerminalOutput("Password for ada: "));
+  ASSERT_TRUE(program.Send("\x03"));
+  const auto result = program.Wait();
+  ASSERT_TRUE(result.has_value());
+  EXPECT_THAT(result->out, AllOf(testing::StartsWith("130\n"), HasSubstr(" echo "), HasSubstr("susp = ^Z")));
+  EXPECT_EQ(result->err, "corvane: interrupted; nothing was begun\n");
+  EXPECT_THAT(server.Requests(), testing::IsEmpty());
+}
+
+TEST(PasswordPrompt, NeedsATerminalAndNamesTheAlternatives) {
+  const ProgramResult result = RunCorvane({"get", RefusedUrl(), "--user", "ada"});
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_THAT(OnlyErrorLine(result),
+              AllOf(HasSubstr("no terminal"), HasSubstr("CORVANE_PASSWORD"), HasSubstr("--password-file FILE")));
+}
+
+}  // namespace
+}  // namespace CorvaneTest
