@@ -97,7 +97,7 @@ bool Daemon::WaitForAccess(std::string_view text, Deadline deadline) const {
 
 fs::path Daemon::FindProgram(const std::string& name, const std::string& package) {
   for (const char* folder : {"/usr/sbin", "/usr/bin", "/usr/local/sbin", "/usr/local/bin", "/sbin", "/bin"}) {
-    const fs::path candidate = fs::path(folder) / name;
+    fs::path candidate = fs::path(folder) / name;
     if (access(candidate.c_str(), X_OK) == 0) return candidate;
   }
   throw std::runtime_error("the server \"" + name + "\" is not installed (Debian package " + package + ")");

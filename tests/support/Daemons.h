@@ -119,6 +119,9 @@ struct VsftpdOptions {
 class VsftpdServer : public Daemon {
  public:
   explicit VsftpdServer(const VsftpdOptions& options = {});
+
+ private:
+  std::string MakeConfiguration(const VsftpdOptions& options, const std::filesystem::path& emptyFolder) const;
 };
 
 struct PyftpdOptions {

@@ -1,7 +1,10 @@
 #include <unistd.h>
 
+#include <ostream>
+#include <sstream>
 #include <stdexcept>
-#include <utility>
+#include <string>
+#include <vector>
 
 #include "tests/support/Daemons.h"
 #include "tests/support/Sockets.h"
@@ -15,15 +18,19 @@ namespace {
 // Only root can, and must, choose the account that the server works for.
 bool IsRoot() { return geteuid() == 0; }
 
-std::string NginxServerBlock(const NginxOptions& options, std::uint16_t port, bool isEncrypted, const fs::path& root) {
-  std::string block = "  server {\n    listen 127.0.0.1:" + std::to_string(port) + (isEncrypted ? " ssl" : "") + ";\n";
-  block += "    server_name localhost;\n    root " + root.string() + ";\n";
-  if (options.autoindex) block += "    autoindex on;\n";
+// In the configurations below a path is written as std::filesystem does it, in double quotes; both servers take it so.
+
+void WriteServerBlock(std::ostream& text, const NginxOptions& options, std::uint16_t port, bool isEncrypted,
+                      const fs::path& root) {
+  text << "  server {\n    listen 127.0.0.1:" << port << (isEncrypted ? " ssl" : "") << ";\n"
+       << "    server_name localhost;\n"
+       << "    root " << root << ";\n"
+       << "    autoindex " << (options.autoindex ? "on" : "off") << ";\n";
   if (isEncrypted) {
-    block += "    ssl_certificate " + options.tls->certificate.string() + ";\n";
-    block += "    ssl_certificate_key " + options.tls->key.string() + ";\n";
+    text << "    ssl_certificate " << options.tls->certificate << ";\n"
+         << "    ssl_certificate_key " << options.tls->key << ";\n";
   }
-  return block + options.serverLines + "\n  }\n";
+  text << options.serverLines << "\n  }\n";
 }
 
 }  // namespace
@@ -43,18 +50,23 @@ NginxServer::NginxServer(const NginxOptions& options) : Daemon("http") {
 }
 
 std::string NginxServer::MakeConfiguration(const NginxOptions& options) const {
-  const auto quoted = [this](const char* name) { return " \"" + Work(name).string() + "\";\n"; };
-  std::string text = "daemon off;\nworker_processes 1;\npid" + quoted("nginx.pid");
-  if (IsRoot()) text += "user www-data;\n";
-  text += "error_log" + quoted("error.log") + "events { worker_connections 512; }\nhttp {\n  access_log" +
-          quoted("access.log");
+  std::ostringstream text;
+  text << "daemon off;\nworker_processes 1;\n"
+       << "pid " << Work("nginx.pid") << ";\n"
+       << "error_log " << m_errorLog << ";\n";
+  if (IsRoot()) text << "user www-data;\n";
+  text << "events { worker_connections 512; }\n"
+       << "http {\n"
+       << "  access_log " << m_accessLog << ";\n"
+       << "  types { text/html html; text/plain txt; }\n  default_type application/octet-stream;\n";
   for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
-    text += "  " + std::string(kind) + "_temp_path" + quoted(kind);
+    text << "  " << kind << "_temp_path " << Work(kind) << ";\n";
   }
-  text += "  types { text/html html; text/plain txt; }\n  default_type application/octet-stream;\n";
-  text += options.httpLines + "\n" + NginxServerBlock(options, m_port, false, RootDir());
-  if (options.tls) text += NginxServerBlock(options, m_httpsPort, true, RootDir());
-  return text + "}\n";
+  text << options.httpLines << "\n";
+  WriteServerBlock(text, options, m_port, false, RootDir());
+  if (options.tls) WriteServerBlock(text, options, m_httpsPort, true, RootDir());
+  text << "}\n";
+  return text.str();
 }
 
 std::string NginxServer::HttpsUrl(std::string_view path) const {
@@ -74,23 +86,29 @@ ApacheServer::ApacheServer(const ApacheOptions& options) : Daemon("http") {
 }
 
 std::string ApacheServer::MakeConfiguration(const ApacheOptions& options) const {
-  const auto quoted = [](const fs::path& path) { return " \"" + path.string() + "\"\n"; };
   std::vector<std::string> modules{"mpm_event", "authz_core", "mime", "dir", "alias", "autoindex"};
-  if (options.cgi) modules.push_back("cgid");
+  if (options.cgi) modules.emplace_back("cgid");
   modules.insert(modules.end(), options.modules.begin(), options.modules.end());
-  std::string text = "ServerName localhost\nListen 127.0.0.1:" + std::to_string(m_port) + "\n";
-  text += "DefaultRuntimeDir" + quoted(m_folder.Path()) + "PidFile" + quoted(Work("apache.pid"));
+  std::ostringstream text;
   for (const std::string& module : modules) {
-    text += "LoadModule " + module + "_module /usr/lib/apache2/modules/mod_" + module + ".so\n";
+    text << "LoadModule " << module << "_module /usr/lib/apache2/modules/mod_" << module << ".so\n";
   }
-  if (IsRoot()) text += "User www-data\nGroup www-data\n";
-  if (options.cgi) text += "ScriptSock" + quoted(Work("cgi.sock")) + "AddHandler cgi-script .cgi\n";
-  text += "StartServers 1\nErrorLog" + quoted(m_errorLog) + "TypesConfig" + quoted(Work("mime.types"));
-  text += "LogFormat \"%h %l %u %t \\\"%r\\\" %>s %b\" plain\nCustomLog \"" + m_accessLog.string() + "\" plain\n";
-  text += "DocumentRoot" + quoted(RootDir()) + "<Directory \"" + RootDir().string() + "\">\n";
-  text += std::string("  Options Indexes FollowSymLinks") + (options.cgi ? " ExecCGI" : "") + "\n";
-  text += "  AllowOverride None\n  Require all granted\n  IndexOptions " + options.indexOptions + "\n</Directory>\n";
-  return text + options.serverLines + "\n";
+  if (IsRoot()) text << "User www-data\nGroup www-data\n";
+  text << "ServerName localhost\nListen 127.0.0.1:" << m_port << "\nStartServers 1\n"
+       << "DefaultRuntimeDir " << m_folder.Path() << "\n"
+       << "PidFile " << Work("apache.pid") << "\n"
+       << "ErrorLog " << m_errorLog << "\n"
+       << "LogFormat \"%h %l %u %t \\\"%r\\\" %>s %b\" plain\n"
+       << "CustomLog " << m_accessLog << " plain\n"
+       << "TypesConfig " << Work("mime.types") << "\n";
+  if (options.cgi) text << "ScriptSock " << Work("cgi.sock") << "\nAddHandler cgi-script .cgi\n";
+  text << "DocumentRoot " << RootDir() << "\n"
+       << "<Directory " << RootDir() << ">\n"
+       << "  Options Indexes FollowSymLinks" << (options.cgi ? " ExecCGI" : "") << "\n"
+       << "  IndexOptions " << options.indexOptions << "\n"
+       << "  AllowOverride None\n  Require all granted\n</Directory>\n"
+       << options.serverLines << "\n";
+  return text.str();
 }
 
 }  // namespace CorvaneTest

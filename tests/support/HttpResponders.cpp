@@ -68,15 +68,9 @@ void SendBody(Connection& connection, std::string_view body, const ContentOption
   if (isBrokenOff) body = body.substr(0, static_cast<std::size_t>(*options.stopAfter));
   const bool isChunked = options.framing == ContentOptions::Framing::kChunked;
   const bool isSent = isChunked ? SendChunked(connection, body, options.chunkSize) : connection.Send(body);
-  if (!isSent) {
-    connection.Close();
-  } else if (isBrokenOff) {
-    End(connection, options.ending);
-  } else if (isChunked) {
-    connection.Send(FormatChunk(""));
-  } else if (options.framing == ContentOptions::Framing::kUntilClose) {
-    connection.Close();
-  }
+  if (isSent && isBrokenOff) return End(connection, options.ending);
+  if (isSent && isChunked) connection.Send(FormatChunk(""));
+  if (!isSent || options.framing == ContentOptions::Framing::kUntilClose) connection.Close();
 }
 
 void AddFraming(std::vector<HeaderField>& headers, ContentOptions::Framing framing, std::size_t size) {
@@ -162,7 +156,7 @@ Responder Status(int status, std::string body, std::vector<HeaderField> headers)
 
 Responder Redirect(std::string location, int status) { return Status(status, "", {{"Location", std::move(location)}}); }
 
-Responder HeadOfSize(std::size_t headBytes, std::string body) {
+Responder HeadOfSize(std::size_t headBytes, const std::string& body) {
   constexpr std::size_t kLongestLine = 1000;
   constexpr std::size_t kShortestLine = sizeof("X-Filler-000000: \r\n") - 1;
   std::string head = FormatHead(200, {{"Content-Length", std::to_string(body.size())}});

@@ -61,7 +61,7 @@ Responder Redirect(std::string location, int status = 302);
 
 // 200 with a head of exactly `headBytes` bytes (at least 200), the empty line included, in lines of at most 1000 bytes,
 // and this body.
-Responder HeadOfSize(std::size_t headBytes, std::string body = "");
+Responder HeadOfSize(std::size_t headBytes, const std::string& body = "");
 
 // Chooses by Request::Path(); 404 for a path that is not in the table.
 Responder Routes(std::map<std::string, Responder> table);

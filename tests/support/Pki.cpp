@@ -34,7 +34,7 @@ using Certificate = std::unique_ptr<X509, Deleter<X509_free>>;
 using Extension = std::unique_ptr<X509_EXTENSION, Deleter<X509_EXTENSION_free>>;
 using File = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 
-constexpr long kDay = 24 * 60 * 60;
+constexpr long kDay = 24L * 60 * 60;
 constexpr const char* kLocalNames = "DNS:localhost,IP:127.0.0.1";
 
 struct Issued {

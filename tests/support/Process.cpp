@@ -20,8 +20,6 @@
 
 namespace CorvaneTest {
 
-namespace fs = std::filesystem;
-
 namespace {
 
 [[noreturn]] void Throw(const std::string& operation) {
@@ -77,7 +75,7 @@ std::string FindInPath(const std::string& name) {
   std::string folders = path != nullptr ? path : "/usr/bin:/bin";
   for (std::size_t begin = 0; begin <= folders.size();) {
     const std::size_t end = std::min(folders.find(':', begin), folders.size());
-    const std::string candidate = folders.substr(begin, end - begin) + "/" + name;
+    std::string candidate = folders.substr(begin, end - begin) + "/" + name;
     if (access(candidate.c_str(), X_OK) == 0) return candidate;
     begin = end + 1;
   }
@@ -98,6 +96,7 @@ std::vector<std::string> MakeEnvironment(const ProgramOptions& options) {
 
 std::vector<char*> MakePointers(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
@@ -208,6 +207,7 @@ BackgroundProgram::ChildStreams BackgroundProgram::MakeStreams(const ProgramOpti
   if (isOnTerminal[0] || isOnTerminal[1] || isOnTerminal[2]) {
     Terminal terminal = MakeTerminal();
     m_terminal.source = std::move(terminal.ours);
+    m_terminalHold = Duplicate(terminal.theirs);
     theirs.terminal = std::move(terminal.theirs);
   }
   const std::array<FileDescriptor*, 3> ours{&m_input, &m_out.source, &m_err.source};
@@ -261,12 +261,14 @@ void BackgroundProgram::Collect() {
   const std::array<Stream*, 3> streams{&m_out, &m_err, &m_terminal};
   while (!m_stop.IsOpen()) {
     // poll() skips entries without a descriptor.
-    std::array<pollfd, 6> events{pollfd{m_out.source.Get(), POLLIN, 0},
+    const int end = m_terminalHold.IsOpen() ? m_pidDescriptor.Get() : -1;
+    std::array<pollfd, 7> events{pollfd{m_out.source.Get(), POLLIN, 0},
                                  pollfd{m_err.source.Get(), POLLIN, 0},
                                  pollfd{m_terminal.source.Get(), POLLIN, 0},
                                  pollfd{InputToPoll(), POLLOUT, 0},
                                  pollfd{m_wake.Get(), POLLIN, 0},
-                                 pollfd{m_stop.PollDescriptor(), POLLIN, 0}};
+                                 pollfd{m_stop.PollDescriptor(), POLLIN, 0},
+                                 pollfd{end, POLLIN, 0}};
     if (poll(events.data(), events.size(), -1) <= 0) continue;
     for (std::size_t stream = 0; stream < streams.size(); ++stream) {
       if (events[stream].revents != 0) ReadInto(*streams[stream]);
@@ -274,6 +276,7 @@ void BackgroundProgram::Collect() {
     if (events[3].revents != 0) PumpInput();
     eventfd_t count = 0;
     if (events[4].revents != 0) eventfd_read(m_wake.Get(), &count);
+    if (events[6].revents != 0) m_terminalHold.Close();
   }
 }
 
@@ -286,7 +289,8 @@ void BackgroundProgram::ReadInto(Stream& stream) {
     if (count > 0) {
       stream.text.append(buffer.data(), static_cast<std::size_t>(count));
     } else {
-      // The end of a pipe; a terminal that nobody has open any more says EIO instead.
+      // The end of a pipe; a terminal that nobody has open any more says EIO instead. Closing our side of it any earlier
+      // would send SIGHUP to the program.
       stream.hasEnded = true;
       stream.source.Close();
     }

@@ -148,6 +148,9 @@ class BackgroundProgram {
   std::optional<ProgramResult> m_exit;  // how it ended, without the output; set when it is waited for
   Gate m_stop;
   FileDescriptor m_wake;  // tells the collector that there is input
+  // The program's side of the terminal, touched by the collector once that runs. As long as it is open the terminal does
+  // not end, although the program may close its streams and open /dev/tty again.
+  FileDescriptor m_terminalHold;
   mutable std::mutex m_mutex;
   mutable std::condition_variable m_changed;
   FileDescriptor m_input;      // this and the next two: guarded by m_mutex

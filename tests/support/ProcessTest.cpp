@@ -1,7 +1,10 @@
 #include "tests/support/Process.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <memory>
 #include <stdexcept>
@@ -187,6 +190,24 @@ TEST(RunProgram, TypesTheInputAndThenItsEnd) {
   const ProgramResult result = RunProgram({"cat"}, options);
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
   EXPECT_EQ(result.out, "typed\n");
+}
+
+TEST(BackgroundProgram, MayCloseItsTerminalAndOpenItAgain) {
+  const TempDir folder;
+  ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+  // For reading, too: opening it must not wait for a program that may have died.
+  const FileDescriptor fifo(open((folder / "fifo").c_str(), O_RDWR | O_CLOEXEC));
+  ProgramOptions options;
+  options.terminalInput = true;
+  options.workingDirectory = folder.Path();
+  BackgroundProgram program({"/bin/sh", "-c", "exec < /dev/null; echo closed; read line < fifo; echo $line > /dev/tty"},
+                            options);
+  ASSERT_TRUE(program.WaitForOutput("closed"));
+  ASSERT_EQ(write(fifo.Get(), "back\n", 5), 5);
+  const std::optional<ProgramResult> result = program.Wait();
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->exitCode, 0) << result->Describe();
+  EXPECT_NE(result->terminal.find("back"), std::string::npos) << result->Describe();
 }
 
 TEST(RunProgram, HasNoTerminalByDefault) { EXPECT_NE(RunShell("echo x > /dev/tty").exitCode, 0); }

@@ -423,7 +423,7 @@ TEST(Content, IgnoresOrRefusesRangesWhenTold) {
 TEST(Content, ArrivesWholeInEveryFramingAndSize) {
   using Framing = ContentOptions::Framing;
   for (const Framing framing : {Framing::kContentLength, Framing::kChunked, Framing::kUntilClose}) {
-    for (const std::size_t size : {0, 1, 99, 100, 101, 300000}) {
+    for (const std::size_t size : {0u, 1u, 99u, 100u, 101u, 300000u}) {
       const std::string content = MakePattern(size);
       ScriptedServer server(KeepAlive(Content(content, {.framing = framing, .chunkSize = 100})));
       const Fetched fetched = Fetch(server.Url());
@@ -504,7 +504,7 @@ TEST(Routes, ChooseByPathWithoutQuery) {
 }
 
 TEST(HeadOfSize, HasExactlyThatSize) {
-  for (const std::size_t size : {200, 201, 1000, 1040, 1041, 1060, 1061, 1062, 2000, 50000, 1000000}) {
+  for (const std::size_t size : {200u, 201u, 1000u, 1040u, 1041u, 1060u, 1061u, 1062u, 2000u, 50000u, 1000000u}) {
     ScriptedServer server(OncePerConnection(HeadOfSize(size, "body")));
     RawClient client(server);
     client.Send("GET / HTTP/1.1\r\n\r\n");
