@@ -1,0 +1,64 @@
+#include "tests/recorder/ScriptedTime.h"
+
+#include <sys/select.h>
+#include <sys/time.h>
+
+#include <ctime>
+#include <stdexcept>
+
+#include "tests/recorder/Allocations.h"
+#include "tests/recorder/NextFunction.h"
+
+namespace CorvaneTest {
+namespace {
+
+constexpr long long kMicrosecondsPerSecond = 1000000;
+constexpr long long kStart = 1600000000 * kMicrosecondsPerSecond;
+
+std::atomic<ScriptedTime*> s_current{nullptr};
+
+}  // namespace
+
+ScriptedTime::ScriptedTime() : m_now(kStart) {
+  if (s_current.exchange(this) != nullptr) throw std::logic_error("the time is scripted already");
+}
+
+ScriptedTime::~ScriptedTime() { s_current = nullptr; }
+
+ScriptedTime* ScriptedTime::Current() { return s_current; }
+
+}  // namespace CorvaneTest
+
+using CorvaneTest::kMicrosecondsPerSecond;
+using CorvaneTest::NextFunction;
+using CorvaneTest::ScriptedTime;
+
+CORVANE_TEST_STANDS_IN int clock_gettime(clockid_t clock, timespec* result) noexcept {
+  static const NextFunction<int(clockid_t, timespec*)> next("clock_gettime");
+  const ScriptedTime* const script = ScriptedTime::Current();
+  if (script == nullptr || clock != CLOCK_REALTIME) return next(clock, result);
+  result->tv_sec = script->Now() / kMicrosecondsPerSecond;
+  result->tv_nsec = script->Now() % kMicrosecondsPerSecond * 1000;
+  return 0;
+}
+
+CORVANE_TEST_STANDS_IN int gettimeofday(timeval* result, void* zone) noexcept {
+  static const NextFunction<int(timeval*, void*)> next("gettimeofday");
+  ScriptedTime* const script = ScriptedTime::Current();
+  if (script == nullptr) return next(result, zone);
+  script->CountThrottleCall();
+  result->tv_sec = script->Now() / kMicrosecondsPerSecond;
+  result->tv_usec = script->Now() % kMicrosecondsPerSecond;
+  return 0;
+}
+
+CORVANE_TEST_STANDS_IN int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
+                                  timeval* timeout) {
+  static const NextFunction<int(int, fd_set*, fd_set*, fd_set*, timeval*)> next("select");
+  ScriptedTime* const script = ScriptedTime::Current();
+  if (script == nullptr || count != 0) return next(count, readable, writable, exceptional, timeout);
+  const CorvaneTest::AllocationsCount uncounted(false);
+  script->sleeps.push_back({timeout->tv_sec, timeout->tv_usec});
+  if (script->onSleep) script->onSleep();
+  return 0;
+}
