@@ -261,5 +261,32 @@ TEST(AbortWithinABlock, WhileTheLimitIsMoved) {
   }
 }
 
+// A block that comes while the abort writes its limits would move them again. It has to see the abort by then.
+TEST(AbortWithinABlock, WhichComesBetweenTheLimitsOfTheAbort) {
+  for (const std::string limit : {"setopt 13", "setopt 78"}) {
+    for (const bool after : {false, true}) {
+      SCOPED_TRACE(limit + (after ? ", after" : ", before"));
+      TwoBlocks server;
+      ZTransfer transfer;
+      ZString result;
+      RunningOperation download(transfer, [&] { return transfer.Download(Wide(server.Url()), result); });
+      ASSERT_TRUE(WaitUntil([&] { return transfer.GetDownloadSize() == kBlock; }));
+      std::thread([&] {
+        const ScopedStepHook hook([&](const std::string& step, bool isAfter) {
+          if (step != limit || isAfter != after) return;
+          server.SendSecond();
+          // The operation cannot end yet: its end needs the lock that the abort holds.
+          EXPECT_TRUE(WaitUntil([&] { return transfer.GetStatus() == TRANSFER_E_ABORTED; }, After(kAbortLimit)));
+        });
+        transfer.Abort();
+      }).join();
+      const auto code = download.Result(After(kAbortLimit));
+      ASSERT_TRUE(code) << "the operation runs on";
+      EXPECT_THAT(*code, IsCode(TRANSFER_E_ABORTED));
+      EXPECT_EQ(result.Length(), kBlock);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace CorvaneTest
