@@ -1,0 +1,24 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+// What the tests of the listing parsers share.
+namespace CorvaneTest {
+
+using Entries = std::map<std::string, unsigned long long>;  // size by name
+
+// The entries that a parser takes from a text in UTF-8. Fails the test when one of the names is more than a plain file
+// name, and when the object's status has changed: a listing is never an error.
+Entries ParseHttp(std::string_view text);
+Entries ParseFtp(std::string_view text);
+
+// The bytes of a listing as a server sent it.
+std::string Fixture(const std::string& name);
+
+// The number of entries alone, for listings too large to be compared.
+std::size_t CountHttp(const std::string& text);
+std::size_t CountFtp(const std::string& text);
+
+}  // namespace CorvaneTest
