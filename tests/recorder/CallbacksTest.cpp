@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+#include <Corvane/Base/ErrorDict.h>
+#include <Corvane/Base/Result.h>
+#include <Corvane/TransferImpl.h>
+
 #include "tests/recorder/TransferTest.h"
 #include "tests/support/Env.h"
 
@@ -113,6 +117,22 @@ TEST_F(TheBody, OfARefusedPostIsStillHandedBack) {
   ZString result;
   EXPECT_EQ(transfer.PostData(L"http://h/", L"x", result), Corvane::TRANSFER_E_POST);
   EXPECT_EQ(result, ZString(L"page"));
+}
+
+TEST_F(TheBody, ThatCannotBeReadBackIsAFailureWithTheReason) {
+  curl.perform = [&](const EasyHandle& handle) {
+    handle.Write("block");
+    // Nothing that libcurl does makes the stream shorter than what was counted, so the count is made longer.
+    auto* const object =
+        static_cast<ZTransfer::ZTransferImpl*>(const_cast<void*>(handle.Get(CURLOPT_WRITEDATA).pointer));
+    object->m_downloadSize = 6;
+    return CURLE_OK;
+  };
+  ZString result = L"before";
+  EXPECT_EQ(transfer.Download(L"http://h/", result), Corvane::TRANSFER_E_DOWNLOAD);
+  EXPECT_EQ(Outcome(transfer),
+            "0x8001138A Download failed: " + Narrow(Corvane::ZGetErrorMsg(Corvane::BASE_E_END_OF_STREAM)));
+  EXPECT_EQ(result, ZString());
 }
 
 TEST_F(TheBody, ThatCannotBeStoredIsAShortWrite) {
