@@ -145,7 +145,7 @@ Responder StalledAfter(std::size_t bytes) {
 TEST(ZTransferTimeout, EndsAStalledBodyAfterItsTime) {
   ScriptedServer server(KeepAlive(StalledAfter(1000)));
   ZTransfer transfer;
-  transfer.SetTimeout(2);
+  const TimeoutSetter setter(transfer, 2);
   ZString result;
   const auto start = Clock::now();
   ExpectCurlFailure(transfer, transfer.Download(Wide(server.Url()), result), kTimedOut);
@@ -157,7 +157,7 @@ TEST(ZTransferTimeout, EndsAStalledBodyAfterItsTime) {
 TEST(ZTransferTimeout, EndsAStalledBodyTenSecondsLaterWithoutTheThrottle) {
   ScriptedServer server(KeepAlive(StalledAfter(1000)));
   ZTransfer transfer;
-  transfer.SetTimeout(2);
+  const TimeoutSetter setter(transfer, 2);
   transfer.UseThrottling(false);
   ZString result;
   const auto start = Clock::now();
@@ -178,9 +178,9 @@ ScriptedServer::Handler PausingHandler(seconds pause) {
 }
 
 TEST(ZTransferTimeout, MovesWithEachBlock) {
-  ScriptedServer server(PausingHandler(seconds(3)));
+  ScriptedServer server(PausingHandler(seconds(5)));
   ZTransfer transfer;
-  transfer.SetTimeout(4);  // the whole takes longer than this
+  transfer.SetTimeout(8);  // the whole takes longer than this
   transfer.UseThrottling(false);
   ZString result;
   EXPECT_THAT(transfer.Download(Wide(server.Url()), result), IsCode(TRANSFER_S_FINISHED));

@@ -373,7 +373,7 @@ TEST(ZTransferDownloadFile, ThatStallsKeepsWhatCame) {
   ScriptedServer server(OncePerConnection(Content(content, options)));
   const TempDir folder;
   ZTransfer transfer;
-  transfer.SetTimeout(2);
+  const TimeoutSetter setter(transfer, 1);
   EXPECT_THAT(transfer.DownloadFile(Wide(server.Url()), WidePath(folder / "a"), false), IsCode(CurlFailure(kTimedOut)));
   EXPECT_TRUE(FileHolds(folder / "a", content.substr(0, 5000)));
 }

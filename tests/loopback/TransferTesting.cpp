@@ -65,6 +65,8 @@ std::vector<RecordingObserver::Event> RecordingObserver::Events() const {
   return m_events;
 }
 
+void TimeoutSetter::Update(int /*event*/, long /*value*/) { m_transfer.SetTimeout(m_seconds); }
+
 RecordingLogger::RecordingLogger() : m_former(Corvane::ZLog::SetLogger(this)) {
   EnableUpTo(Corvane::ZLogLevel::Information);
 }

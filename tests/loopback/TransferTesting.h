@@ -94,6 +94,24 @@ class RecordingObserver : public Corvane::ZTransfer::Observer {
   Gate m_firstEvent;
 };
 
+// Sets the transfer's time-out at the first data, so that the limit holds for what follows and not for the beginning,
+// which may take its time on a busy machine.
+class TimeoutSetter : public Corvane::ZTransfer::Observer {
+ public:
+  TimeoutSetter(Corvane::ZTransfer& transfer, unsigned long seconds) : m_transfer(transfer), m_seconds(seconds) {
+    m_transfer.Attach(this);
+  }
+  ~TimeoutSetter() override { m_transfer.Detach(this); }
+  TimeoutSetter(const TimeoutSetter&) = delete;
+  TimeoutSetter& operator=(const TimeoutSetter&) = delete;
+
+  void Update(int event, long value) override;
+
+ private:
+  Corvane::ZTransfer& m_transfer;
+  unsigned long m_seconds;
+};
+
 // The process's logger while it lives; remembers every line of every level.
 // Thread safety: every member from any thread.
 class RecordingLogger : public Corvane::ZLogger {
