@@ -162,7 +162,8 @@ class CORVANE_ZN_API ZTransfer {
   ZResult PostData(const ZString& url, const ZString& data);
   ZResult PostData(const ZString& url, const ZString& data, ZString& result);
 
-  // Post the contents of `inputFile`; the answer goes into `outputFile`, or is dropped when there is none or its name is empty.
+  // Post the contents of `inputFile`; the answer goes into `outputFile`, or is dropped when there is none or its name is empty. The
+  // output is emptied before the request, whatever comes of it, so the two must not be the same file.
   ZResult PostFile(const ZString& url, const ZString& inputFile);
   ZResult PostFile(const ZString& url, const ZString& inputFile, const ZString& outputFile);
 
