@@ -1,0 +1,117 @@
+#include "tests/mirror/ScriptedSystem.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <stdexcept>
+#include <utility>
+
+#include "tests/recorder/NextFunction.h"
+
+namespace CorvaneTest {
+namespace {
+
+thread_local ScriptedSystem* t_current = nullptr;
+
+int FailWith(int error) {
+  errno = error;
+  return -1;
+}
+
+std::string Octal(mode_t mode) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%o", static_cast<unsigned int>(mode));
+  return text;
+}
+
+}  // namespace
+
+ScriptedSystem::ScriptedSystem(std::filesystem::path folder) : m_folder(std::move(folder)) {
+  if (t_current != nullptr) throw std::logic_error("the system is scripted already");
+  t_current = this;
+}
+
+ScriptedSystem::~ScriptedSystem() { t_current = nullptr; }
+
+ScriptedSystem* ScriptedSystem::OfThisThread() { return t_current; }
+
+std::string ScriptedSystem::NameOf(const char* path) const {
+  const std::string text = path;
+  const std::string folder = m_folder.native() + '/';
+  return text.rfind(folder, 0) == 0 ? text.substr(folder.size()) : "";
+}
+
+void ScriptedSystem::Note(const std::string& call) {
+  calls.push_back(call);
+  if (onCall) onCall(call);
+}
+
+}  // namespace CorvaneTest
+
+using CorvaneTest::NextFunction;
+using CorvaneTest::ScriptedSystem;
+
+CORVANE_TEST_STANDS_IN int statvfs(const char* path, struct statvfs* result) noexcept {
+  static const NextFunction<int(const char*, struct statvfs*)> next("statvfs");
+  ScriptedSystem* const script = ScriptedSystem::OfThisThread();
+  if (script == nullptr) return next(path, result);
+  script->Note("space");
+  if (script->freeSpaceError != 0) return CorvaneTest::FailWith(script->freeSpaceError);
+  const int code = next(path, result);
+  if (script->freeKilobytes) {
+    result->f_frsize = 1024;
+    result->f_bavail = *script->freeKilobytes;
+  }
+  return code;
+}
+
+CORVANE_TEST_STANDS_IN int stat(const char* path, struct stat* result) noexcept {
+  static const NextFunction<int(const char*, struct stat*)> next("stat");
+  const int code = next(path, result);
+  const ScriptedSystem* const script = ScriptedSystem::OfThisThread();
+  if (script == nullptr || code != 0 || !S_ISREG(result->st_mode) || result->st_size == 0) return code;
+  const std::string name = script->NameOf(path);
+  if (const auto found = script->unreadable.find(name); found != script->unreadable.end()) {
+    return CorvaneTest::FailWith(found->second);
+  }
+  if (const auto found = script->additionalSize.find(name); found != script->additionalSize.end()) {
+    result->st_size += found->second;
+  }
+  return code;
+}
+
+CORVANE_TEST_STANDS_IN int chmod(const char* path, mode_t mode) noexcept {
+  static const NextFunction<int(const char*, mode_t)> next("chmod");
+  ScriptedSystem* const script = ScriptedSystem::OfThisThread();
+  if (script != nullptr) script->Note("chmod " + script->NameOf(path) + ' ' + CorvaneTest::Octal(mode));
+  return next(path, mode);
+}
+
+CORVANE_TEST_STANDS_IN int unlink(const char* path) noexcept {
+  static const NextFunction<int(const char*)> next("unlink");
+  ScriptedSystem* const script = ScriptedSystem::OfThisThread();
+  if (script != nullptr) script->Note("unlink " + script->NameOf(path));
+  return next(path);
+}
+
+CORVANE_TEST_STANDS_IN int utimensat(int folder, const char* path, const timespec times[2], int flags) noexcept {
+  static const NextFunction<int(int, const char*, const timespec[2], int)> next("utimensat");
+  ScriptedSystem* const script = ScriptedSystem::OfThisThread();
+  if (script == nullptr) return next(folder, path, times, flags);
+  const std::string name = script->NameOf(path);
+  script->Note("times " + name + ' ' + std::to_string(times[0].tv_sec) + ' ' + std::to_string(times[1].tv_sec));
+  const auto found = script->timeError.find(name);
+  return found != script->timeError.end() ? CorvaneTest::FailWith(found->second) : next(folder, path, times, flags);
+}
+
+CORVANE_TEST_STANDS_IN int clock_gettime(clockid_t clock, timespec* result) noexcept {
+  static const NextFunction<int(clockid_t, timespec*)> next("clock_gettime");
+  const ScriptedSystem* const script = ScriptedSystem::OfThisThread();
+  if (script == nullptr || !script->now || clock != CLOCK_REALTIME) return next(clock, result);
+  result->tv_sec = *script->now / 1000000;
+  result->tv_nsec = *script->now % 1000000 * 1000;
+  return 0;
+}
