@@ -352,6 +352,27 @@ TEST_F(TheTimeLimit, ThatCannotBeMovedIsNoFailure) {
   EXPECT_THAT(curl.ValuesOf(CURLOPT_TIMEOUT), ElementsAre("300", "310", "300"));
 }
 
+TEST_F(TheTimeLimit, IsMovedAfterTheSizesWereUpdated) {
+  curl.perform = [&](const EasyHandle& handle) {
+    curl.Clear();
+    handle.Write("a");
+    return CURLE_OK;
+  };
+  const auto get = [](CURLINFO info) { return "getinfo " + std::to_string(info); };
+  const std::string time1 = get(CURLINFO_TOTAL_TIME);
+  const std::string upload = get(CURLINFO_SIZE_UPLOAD);
+  const std::string download = get(CURLINFO_SIZE_DOWNLOAD);
+  const std::string request = get(CURLINFO_REQUEST_SIZE);
+  const std::string header = get(CURLINFO_HEADER_SIZE);
+  curl.afterOption = [&](const OptionCall&) { curl.Note("charged " + std::to_string(time.ThrottleCalls())); };
+  ZString result;
+  EXPECT_EQ(transfer.Download(L"http://h/", result), kFinished);
+  curl.afterOption = nullptr;
+  EXPECT_THAT(curl.Calls(), ElementsAre(get(CURLINFO_CONTENT_LENGTH_DOWNLOAD), time1, upload, download, request, header,
+                                        "setopt 13=310", "charged 0", time1, upload, download, request, header,
+                                        "setopt 13=300", "charged 1", time1, upload, download, request, header));
+}
+
 TEST_F(TheTimeLimit, IsNotMovedByHeaderLines) {
   EXPECT_THAT(Moves([](const EasyHandle& handle) {
                 handle.Header("HTTP/1.1 200 OK\r\n");
@@ -405,6 +426,32 @@ TEST_F(TheThrottle, IsChargedWithAPostedBodyAfterTheRequestWhateverItsOutcome) {
       EXPECT_EQ(time.sleeps[0].seconds, 3) << c.name;
     }
   }
+}
+
+// A measure period begins with the first block after a restart, which is not charged and so does not sleep.
+TEST_F(TheThrottle, IsRestartedByAnObjectOnlyWhenThereIsNoOther) {
+  curl.Respond(200, {.blocks = {std::string(2001, 'x')}});
+  const auto sleepsOfANewObject = [&] {
+    ZTransfer transfer;
+    time.sleeps.clear();
+    ZString result;
+    transfer.Download(L"http://h/", result);
+    return time.sleeps.size();
+  };
+  EXPECT_EQ(sleepsOfANewObject(), 0u);
+  EXPECT_EQ(sleepsOfANewObject(), 0u) << "the one before is gone";
+  {
+    const ZTransfer other;
+    EXPECT_EQ(sleepsOfANewObject(), 0u) << "the other one has restarted it";
+    EXPECT_EQ(sleepsOfANewObject(), 1u);
+  }
+  EXPECT_EQ(sleepsOfANewObject(), 0u);
+  EXPECT_EQ(ZTransfer::StartMulti(), 0u);
+  EXPECT_EQ(sleepsOfANewObject(), 0u);
+  EXPECT_EQ(sleepsOfANewObject(), 1u) << "a series counts as one";
+  EXPECT_EQ(ZTransfer::FinishMulti(), 0u);
+  EXPECT_EQ(sleepsOfANewObject(), 0u);
+  EXPECT_EQ(ZTransfer::SetThrottling(1000000000, 1, false), 0u);
 }
 
 TEST_F(TheThrottle, IsNotChargedByAnObjectThatDoesNotUseIt) {

@@ -243,6 +243,18 @@ class MemoryThatRunsOut : public AThrowingHost {
     return allocations.Failed() != 0;
   }
 
+  // An operation that lost no more than a text may succeed; then everything has been done.
+  void ExpectPlausible(ZResult code, bool failed) {
+    const std::vector<ZResult> failures = {Corvane::TRANSFER_E_DOWNLOAD, kCurl | CURLE_WRITE_ERROR,
+                                           Corvane::TRANSFER_E_CONNECT};
+    if (!failed || code == kFinished) {
+      EXPECT_EQ(code, kFinished);
+      EXPECT_EQ(curl.Count("perform"), 1u);
+      return;
+    }
+    EXPECT_THAT(failures, testing::Contains(code));
+  }
+
   bool accepted = false;
 };
 
@@ -298,6 +310,7 @@ TEST_F(MemoryThatRunsOut, AnywhereInAnOperationIsAFailureAndNoException) {
         if (scenario.configure) scenario.configure(transfer);
         if (scenario.prepare) scenario.prepare();
         curl.Respond(200, scenario.answer);
+        curl.Clear();
         ZResult code = 0;
         const std::string escaped = EscapesFrom([&] {
           const Allocations allocations(spared, count);
@@ -306,9 +319,7 @@ TEST_F(MemoryThatRunsOut, AnywhereInAnOperationIsAFailureAndNoException) {
         });
         ASSERT_EQ(escaped, "nothing");
         EXPECT_EQ(transfer.GetStatus(), code);
-        if (!failed) {
-          EXPECT_EQ(code, kFinished);
-        }
+        ExpectPlausible(code, failed);
         curl.Respond(200, {.blocks = {"page"}});
         ExpectFit(transfer, scenario.name);
       }

@@ -171,6 +171,37 @@ TEST_F(ADownloadedFile, WhoseCloseFailsIsAFailure) {
   EXPECT_EQ(Fresh(), kCurl | CURLE_PARTIAL_FILE) << "an earlier failure is told instead";
 }
 
+// Answers in 200 to 299 that do not continue the file. What libcurl would say of them is its code 33.
+TEST_F(ADownloadedFile, IsKeptWhenTheAnswerToAResumeIsNotItsRest) {
+  struct Case {
+    const char* name;
+    Answer answer;
+    double length;
+  };
+  const std::string line = "HTTP/1.1 206 Partial Content\r\n";
+  const Case cases[] = {
+      {"another range", {.headers = {line, "Content-Range: bytes 67-99/100\r\n"}, .blocks = {"no"}}, 2.0},
+      {"a range without numbers", {.headers = {line, "Content-Range: bytes */100\r\n"}, .blocks = {"no"}}, 2.0},
+      {"no range", {.headers = {line}, .blocks = {"no"}}, 2.0},
+      {"no content", {.headers = {line}}, -1.0},
+      {"no content, though a length", {.headers = {line}}, 100.0}};
+  const std::string outcome = "0x80010021 The server did not send the rest of the file. Cannot resume.";
+  for (const Case& c : cases) {
+    WriteFile(folder / "out", MakePattern(100));
+    curl.Respond(206, c.answer);
+    curl.info[CURLINFO_CONTENT_LENGTH_DOWNLOAD] = c.length;
+    EXPECT_EQ(Resume(), kCurl | CURLE_RANGE_ERROR) << c.name;
+    EXPECT_EQ(Outcome(transfer), outcome) << c.name;
+    ZString cause;
+    EXPECT_EQ(transfer.GetCause(cause), kCurl | CURLE_RANGE_ERROR) << c.name;
+    EXPECT_EQ(cause, transfer.GetError()) << c.name;
+    EXPECT_EQ(ReadFile(folder / "out"), MakePattern(100)) << c.name;
+  }
+  curl.Respond(200, {.headers = {line}});
+  curl.info[CURLINFO_CONTENT_LENGTH_DOWNLOAD] = 68.0;
+  EXPECT_EQ(Resume(), kFinished) << "all of it is there already";
+}
+
 TEST_F(ADownloadedFile, LosesItsStaleTailAfterASuccessfulResumeOnly) {
   const std::string old = MakePattern(1000);
   for (const CURLcode result : {CURLE_OK, CURLE_PARTIAL_FILE}) {
@@ -216,6 +247,13 @@ TEST_F(APostedFile, IsOpenedReadSentAndClosedAndItsAnswerLikewise) {
   files.calls.clear();
   EXPECT_EQ(transfer.PostFile(L"http://h/", Path("in")), kFinished);
   EXPECT_THAT(files.calls, ElementsAre("fopen r " + In(), "fclose"));
+}
+
+TEST_F(APostedFile, WhoseSizeCannotBeReadCountsAsEmpty) {
+  ScriptedFiles files;
+  files.afterOpen = [&] { std::filesystem::remove(folder / "in"); };
+  EXPECT_EQ(transfer.PostFile(L"http://h/", Path("in")), kFinished);
+  EXPECT_THAT(curl.ValuesOf(CURLOPT_POSTFIELDSIZE_LARGE), ElementsAre("0"));
 }
 
 TEST_F(APostedFile, IsReadByLibcurlItself) {

@@ -147,6 +147,18 @@ TEST_F(TheContentSize, IsLeftAtZeroWhenLibcurlCannotTellIt) {
   EXPECT_EQ(Size(CURLE_UNKNOWN_OPTION, true), 0u);
 }
 
+TEST_F(TheContentSize, OfTheOperationBeforeIsForgotten) {
+  ZTransfer transfer;
+  curl.Respond(200, {.blocks = {"block"}});
+  ZString result;
+  curl.info[CURLINFO_CONTENT_LENGTH_DOWNLOAD] = 5.0;
+  transfer.Download(L"http://h/", result);
+  EXPECT_EQ(transfer.GetContentSize(), 5u);
+  curl.info[CURLINFO_CONTENT_LENGTH_DOWNLOAD] = CURLE_UNKNOWN_OPTION;
+  transfer.Download(L"http://h/", result);
+  EXPECT_EQ(transfer.GetContentSize(), 0u);
+}
+
 TEST_F(TheContentSize, IsAskedForOnceAtTheFirstBlock) {
   ZTransfer transfer;
   curl.Respond(200, {.blocks = {"a", "b", "c"}});

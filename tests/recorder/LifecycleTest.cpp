@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include <Corvane/TransferImpl.h>
+
 #include "tests/recorder/Scenarios.h"
 #include "tests/recorder/TransferTest.h"
 #include "tests/support/Gate.h"
@@ -276,9 +278,11 @@ TEST_F(TheReset, EndsARunningOperationFirst) {
   EXPECT_EQ(code, Corvane::TRANSFER_E_ABORTED) << "the operation's caller still learns its outcome";
 }
 
-TEST_F(TheReset, OfOptionsLeavesNothingOfAPostForADownload) {
+TEST_F(TheReset, LeavesNothingOfAPostForADownload) {
   transfer.PostData(L"http://h/", L"x");
   curl.perform = [](const EasyHandle& handle) {
+    const auto* const object = static_cast<const ZTransfer::ZTransferImpl*>(handle.Get(CURLOPT_WRITEDATA).pointer);
+    EXPECT_EQ(object->m_postData, nullptr) << "a large body would stay in memory";
     for (const CURLoption option : {CURLOPT_POST, CURLOPT_POSTFIELDS})
       EXPECT_ANY_THROW(static_cast<void>(handle.Get(option)));
     return CURLE_OK;

@@ -47,7 +47,9 @@ CORVANE_TEST_STANDS_IN std::FILE* fopen(const char* path, const char* mode) {
   std::erase(letters, 'e');
   script->calls.push_back("fopen " + letters + " " + path);
   if (script->onOpen && CorvaneTest::Fails(script->onOpen(path, letters))) return nullptr;
-  return next(path, mode);
+  std::FILE* const file = next(path, mode);
+  if (script->afterOpen) script->afterOpen();
+  return file;
 }
 
 CORVANE_TEST_STANDS_IN int fclose(std::FILE* file) {

@@ -17,6 +17,7 @@ class ScriptedFiles {
 
   // --- The script. A failure is the errno value, 0: none. ---
   std::function<int(const std::string& path, const std::string& mode)> onOpen;
+  std::function<void()> afterOpen;
   int closeFailure = 0;  // the file is closed all the same, as with a real failure
   int truncateFailure = 0;
   int seekFailure = 0;
