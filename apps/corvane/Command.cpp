@@ -34,8 +34,7 @@ void TellFailure(const Report& report, Environment& environment) {
 
 // "corvane get URL --user ada -o big.iso.part --resume && mv big.iso.part big.iso".
 std::string ContinueCommand(const OutputFile& file, const std::string& kept, const Environment& environment) {
-  std::string command;
-  for (const std::string& word : environment.line.words) command += ShellQuote(DisplayName(word)) + ' ';
+  std::string command = CommandWords(environment);
   const std::string name = ShellQuote(DisplayName(kept));
   command += fmt::format("-o {} --resume", name);
   if (file.IsReplacement()) command += fmt::format(" && mv {} {}", name, ShellQuote(DisplayName(file.Path())));
@@ -60,13 +59,22 @@ ExitCode RunReported(Report& report, Environment& environment, const std::functi
   if (code == ExitCode::kUsage) return code;
   const bool json = environment.line.common.json;
   if (!json && (code != ExitCode::kSuccess || !report.body)) return code;
-  const std::string output = json ? FormatJson(report) : *report.body;
+  return PrintOutput(json ? FormatJson(report) : *report.body, code, environment);
+}
+
+ExitCode PrintOutput(const std::string& output, ExitCode code, Environment& environment) {
   environment.logging.Tell(fmt::format("printing {} bytes", output.size()));
   const int error = WriteStandardOutput(output);
   if (error == 0) return code;
   environment.console.Error(
-      fmt::format("cannot write to the standard output: {}; check where it goes, or use -o FILE", SystemText(error)));
+      fmt::format("cannot write to the standard output: {}; check where it goes", SystemText(error)));
   return ExitCode::kLocal;
+}
+
+std::string CommandWords(const Environment& environment) {
+  std::string command;
+  for (const std::string& word : environment.line.words) command += ShellQuote(DisplayName(word)) + ' ';
+  return command;
 }
 
 Report MakeReport(const char* operation, const Target& target, const std::optional<std::string>& output) {

@@ -26,6 +26,11 @@ struct Environment {
 // The commands, each in a source of its own. They report everything themselves and throw only std::bad_alloc and the like.
 [[nodiscard]] ExitCode RunGet(const GetCommand& command, Environment& environment);
 [[nodiscard]] ExitCode RunPost(const PostCommand& command, Environment& environment);
+[[nodiscard]] ExitCode RunMirror(const MirrorCommand& command, Environment& environment);
+[[nodiscard]] ExitCode RunResolve(const ResolveCommand& command, Environment& environment);
+
+// Writes to the standard output. When that fails it tells so, and returns kLocal instead of `code`.
+[[nodiscard]] ExitCode PrintOutput(const std::string& output, ExitCode code, Environment& environment);
 
 // What they share. `work` does the transfer, fills the report and throws Failure when something fails; then this prints what
 // there is to print: the failure and `notes` on standard error, the JSON object or the body on standard output.
@@ -36,6 +41,9 @@ struct Environment {
 
 // Puts decoded text into the report as its body, and tells when bytes may have been lost in decoding.
 void TakeBody(Corvane::ZString text, Report& report, Environment& environment);
+
+// The command of the user as words for the shell, without -o and --resume and with a blank at its end.
+[[nodiscard]] std::string CommandWords(const Environment& environment);
 
 // Settles `file` after a failed transfer: records what is kept and adds to the report how to go on.
 // canContinue: whether --resume is of any use.

@@ -180,8 +180,13 @@ std::string FreeSpaceOf(const std::string& path) {
 // in what the system tells now.
 std::string ExplainWriteFailure(const std::string& path) {
   struct stat status {};
-  const bool isRegular = stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  const bool isThere = stat(path.c_str(), &status) == 0;
+  const bool isRegular = isThere && S_ISREG(status.st_mode);
   const std::string name = DisplayName(path);
+  if (isThere && S_ISDIR(status.st_mode)) {
+    return fmt::format("cannot write into {}: the file system has {} left; free some space", name,
+                       FreeSpaceOf(path + "/"));
+  }
   if (!isRegular)
     return fmt::format("cannot write {}: it takes no more data; check that it has room, or that somebody reads from it",
                        name);
@@ -214,6 +219,22 @@ bool IsCurlCode(Corvane::ZResult code) {
 
 unsigned int CurlNumber(Corvane::ZResult code) { return code & 0xFFFFU; }
 
+// What the library found out by itself, in its own words.
+Explanation ExplainLibraryCode(const Report& report) {
+  std::string text = report.libraryText.empty() ? kOtherFailure.meaning : report.libraryText;
+  while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
+  switch (report.status) {
+    case Corvane::TRANSFER_E_DOWNLOAD:
+      return {ExitCode::kLocal, text + "; check the disk and the permissions"};
+    case Corvane::TRANSFER_E_DISK_SPACE:
+      return {ExitCode::kLocal, text + "; free some space"};
+    case Corvane::TRANSFER_E_SIZE_MISMATCH:
+      return {ExitCode::kTransfer, text + "; fetch it again, or check the sizes given with --sizes"};
+    default:
+      return {ExitCode::kTransfer, text + "; " + kOtherFailure.remedy};
+  }
+}
+
 }  // namespace
 
 std::string LastHttpStatus(const std::string& header, int& status) {
@@ -245,11 +266,7 @@ Explanation Explain(const Report& report, const Circumstances& circumstances) {
   }
   if (IsCurlCode(report.cause)) return ExplainCurl(CurlNumber(report.cause), report, circumstances);
   if (IsCurlCode(report.status)) return ExplainCurl(CurlNumber(report.status), report, circumstances);
-  const std::string text = report.libraryText.empty() ? kOtherFailure.meaning : report.libraryText;
-  if (report.status == Corvane::TRANSFER_E_DOWNLOAD) {
-    return {ExitCode::kLocal, text + "; check the disk and the permissions"};
-  }
-  return {ExitCode::kTransfer, text + "; " + kOtherFailure.remedy};
+  return ExplainLibraryCode(report);
 }
 
 }  // namespace CorvaneCli

@@ -22,7 +22,7 @@ std::string LastPart(const std::string& path) {
 }
 
 void GetFile(const GetCommand& command, Environment& environment, Report& report) {
-  Session session(command.target, environment);
+  Session session(command.target, PrepareTransfers(command.target, environment), environment);
   OutputFile file(*command.output, {command.resume, command.acceptHttpErrors});
   const std::string label = LastPart(*command.output);
   session.Run(
@@ -38,7 +38,7 @@ void GetFile(const GetCommand& command, Environment& environment, Report& report
 }
 
 void GetText(const GetCommand& command, Environment& environment, Report& report) {
-  Session session(command.target, environment);
+  Session session(command.target, PrepareTransfers(command.target, environment), environment);
   session.Transfer().DetectHttpError(!command.acceptHttpErrors);
   ZString text;
   session.Run(

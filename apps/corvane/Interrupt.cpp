@@ -33,16 +33,26 @@ bool IsRaised(const Descriptor& event) {
   return poll(&poller, 1, 0) == 1;
 }
 
+constexpr std::array<int, 3> kEndingSignals = {SIGINT, SIGTERM, SIGHUP};
+
 bool IsIgnored(int signal) {
   struct sigaction action {};
   return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
+void ExitFromHandler(int /*signal*/) { _exit(static_cast<int>(ExitCode::kInterrupted)); }
+
 }  // namespace
+
+void ExitOnSignals() {
+  for (const int signal : kEndingSignals) {
+    if (!IsIgnored(signal)) ::signal(signal, ExitFromHandler);
+  }
+}
 
 Interrupt::Interrupt() {
   sigemptyset(&m_signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int signal : kEndingSignals) {
     if (!IsIgnored(signal)) sigaddset(&m_signals, signal);
   }
   m_arrivals = Checked(signalfd(-1, &m_signals, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd");

@@ -10,6 +10,10 @@
 
 namespace CorvaneCli {
 
+// For work that cannot be aborted: from now on SIGINT, SIGTERM and SIGHUP end the process at once with status 130, unless it was
+// started to ignore them.
+void ExitOnSignals();
+
 // Watches for SIGINT, SIGTERM and SIGHUP on a thread of its own, with the signals blocked everywhere else; one that the
 // program was started to ignore (by nohup, say) stays ignored. The first signal asks what is armed to end; a second one ends
 // the process at once with status 130, whatever it is doing.

@@ -22,27 +22,41 @@ Json FormatEvents(const Report& report) {
   return events;
 }
 
+Json OrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
+
+// Texts come from servers and the file system; what is not UTF-8 must not cost the whole report.
+std::string Dump(const Json& object) { return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
+
 }  // namespace
 
 std::string FormatJson(const Report& report) {
-  Json object = {
-      {"operation", report.operation},
-      {"url", report.url},
-      {"file", OrNull(report.file)},
-      {"status", FormatCode(report.status)},
-      {"error", report.error.empty() ? Json(nullptr) : Json(report.error)},
-      {"contentSize", OrNull(report.contentSize)},
-      {"downloadSize", report.downloadSize},
-      {"transferSize", report.transferSize},
-      {"transferRate", report.transferRate},
-      {"transferTimeMs", report.transferTimeMs},
-      {"header", report.header},
-      {"events", FormatEvents(report)},
-      {"partial", OrNull(report.partial)},
-  };
+  const bool isMirror = report.directory.has_value();
+  Json object = {{"operation", report.operation}, {"url", report.url}};
+  if (isMirror) {
+    object["directory"] = *report.directory;
+  } else {
+    object["file"] = OrNull(report.file);
+  }
+  object["status"] = FormatCode(report.status);
+  object["error"] = OrNull(report.error);
+  if (!isMirror) object["contentSize"] = OrNull(report.contentSize);
+  object["downloadSize"] = report.downloadSize;
+  object["transferSize"] = report.transferSize;
+  object["transferRate"] = report.transferRate;
+  object["transferTimeMs"] = report.transferTimeMs;
+  if (!isMirror) object["header"] = report.header;
+  object["events"] = FormatEvents(report);
+  if (!isMirror) object["partial"] = OrNull(report.partial);
   if (report.body) object["body"] = *report.body;
-  // Texts come from servers and the file system; what is not UTF-8 must not cost the whole report.
-  return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return Dump(object);
+}
+
+std::string FormatJson(const HostReport& report) {
+  return Dump({{"operation", "resolve"},
+               {"name", report.name},
+               {"error", OrNull(report.error)},
+               {"aliases", report.aliases},
+               {"addresses", report.addresses}});
 }
 
 }  // namespace CorvaneCli

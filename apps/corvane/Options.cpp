@@ -42,6 +42,8 @@ Examples:
   corvane get https://example.com/news.txt
   corvane get https://example.com/big.iso -o big.iso
   corvane post https://example.com/form --field name=Ada --field "note=a & b"
+  corvane mirror ftp://example.com/pub/ pub --resume
+  corvane resolve example.com
 
 "corvane COMMAND --help" tells the options of a command; see also corvane(1).)"};
 
@@ -69,6 +71,28 @@ completed with http://. The content type is application/x-www-form-urlencoded.)"
   corvane post https://example.com/form --field name=Ada --field "note=a & b"
   corvane post https://example.com/api --data "id=7&state=done"
   corvane post https://example.com/upload --file report.csv -o answer.txt)"};
+
+constexpr HelpTexts kMirrorHelp = {"mirror URL DIR [OPTION ...]",
+                                   R"(Fetches the files of the directory URL, without its subdirectories, into the
+directory DIR. Which files there are is taken from the directory page (HTTP) or
+the listing (FTP) that the server sends, or from --sizes. Files get the mode
+0755.)",
+                                   R"(Files in DIR that the server has too are given up for the new ones, unless
+--resume finds that they are complete or a beginning. A file whose size is not
+known, as on most HTTP servers, is always fetched again.
+
+A list has a line NUMBER NAME for each file, as written on the server by
+"stat -c '%s %n' *" for the sizes and "stat -c '%Y %n' *" for the times.
+
+Examples:
+  corvane mirror ftp://example.com/pub/ pub --resume
+  corvane mirror https://example.com/pub/ pub --sizes sizes --ignore README)"};
+
+constexpr HelpTexts kResolveHelp = {"resolve HOST [OPTION ...]",
+                                    "Looks HOST up and prints its name, other names and addresses, one on a line.",
+                                    R"(Examples:
+  corvane resolve localhost
+  corvane resolve example.com --json)"};
 
 constexpr std::size_t kHelpColumns = 80;
 constexpr std::size_t kTextColumn = 26;
@@ -150,6 +174,11 @@ struct RawOptions {
   std::vector<std::string> fields;
   std::string data;
   std::string file;
+  std::string directory;
+  std::vector<std::string> ignored;
+  std::string sizes;
+  std::string times;
+  std::string host;
 
   std::string timeout;
   std::string user;
@@ -222,29 +251,34 @@ void AddInformationOptions(CLI::App& command) {
   command.set_version_flag("--version", VersionText, "Print the versions of program and library")->group("Information");
 }
 
-CLI::App& AddCommand(CLI::App& program, const char* name, const char* summary, const HelpTexts& texts,
-                     RawOptions& raw) {
+CLI::App& AddCommand(CLI::App& program, const char* name, const char* summary, const HelpTexts& texts) {
   CLI::App& command = *program.add_subcommand(name, summary);
   command.formatter(std::make_shared<HelpFormatter>(texts));
-  command.add_option("URL", raw.url)->required();
   return command;
 }
 
-void AddGet(CLI::App& program, RawOptions& raw) {
-  CLI::App& command = AddCommand(program, "get", "Download a URL to standard output or into a file", kGetHelp, raw);
-  Group group(command, "Output");
-  group.Add("-o,--output", raw.output, "FILE", "Write into FILE instead of to the standard output");
-  group.AddFlag("--resume", raw.resume, "Continue FILE where an earlier download stopped");
-  group.AddFlag("--accept-http-errors", raw.acceptHttpErrors,
-                "Take the answer to a failed request (404 ...) for a success");
+// The options of every command that transfers.
+void AddTransferOptions(CLI::App& command, RawOptions& raw) {
   AddLoginOptions(command, raw);
   AddSpeedOptions(command, raw);
   AddMessageOptions(command, raw);
   AddInformationOptions(command);
 }
 
+void AddGet(CLI::App& program, RawOptions& raw) {
+  CLI::App& command = AddCommand(program, "get", "Download a URL to standard output or into a file", kGetHelp);
+  command.add_option("URL", raw.url)->required();
+  Group group(command, "Output");
+  group.Add("-o,--output", raw.output, "FILE", "Write into FILE instead of to the standard output");
+  group.AddFlag("--resume", raw.resume, "Continue FILE where an earlier download stopped");
+  group.AddFlag("--accept-http-errors", raw.acceptHttpErrors,
+                "Take the answer to a failed request (404 ...) for a success");
+  AddTransferOptions(command, raw);
+}
+
 void AddPost(CLI::App& program, RawOptions& raw) {
-  CLI::App& command = AddCommand(program, "post", "Send form fields, a text or a file to a URL", kPostHelp, raw);
+  CLI::App& command = AddCommand(program, "post", "Send form fields, a text or a file to a URL", kPostHelp);
+  command.add_option("URL", raw.url)->required();
   Group content(command, "Content");
   content.AddList("--field", raw.fields, "NAME=VALUE", "A form field, percent-encoded on its way; may be repeated");
   content.Add("--data", raw.data, "TEXT", "A text, sent as it is in UTF-8");
@@ -253,8 +287,26 @@ void AddPost(CLI::App& program, RawOptions& raw) {
   group.Add("-o,--output", raw.output, "FILE", "Write the answer into FILE instead of to the standard output");
   group.AddFlag("--accept-http-errors", raw.acceptHttpErrors,
                 "Take the answer to a failed request (404 ...) for a success");
-  AddLoginOptions(command, raw);
-  AddSpeedOptions(command, raw);
+  AddTransferOptions(command, raw);
+}
+
+void AddMirror(CLI::App& program, RawOptions& raw) {
+  CLI::App& command = AddCommand(program, "mirror", "Fetch the files of a directory into a directory", kMirrorHelp);
+  command.add_option("URL", raw.url)->required();
+  command.add_option("DIR", raw.directory)->required();
+  Group group(command, "Files");
+  group.AddFlag("--resume", raw.resume, "Keep files that are complete, and continue partial ones");
+  group.AddList("--ignore", raw.ignored, "NAME", "Never fetch the file NAME; may be repeated");
+  group.Add("--sizes", raw.sizes, "FILE",
+            "Fetch the files that the list FILE names, with the sizes in it; no listing is asked for");
+  group.Add("--times", raw.times, "FILE",
+            "Give files the times in the list FILE, and fetch those again that are older");
+  AddTransferOptions(command, raw);
+}
+
+void AddResolve(CLI::App& program, RawOptions& raw) {
+  CLI::App& command = AddCommand(program, "resolve", "Look up the addresses of a host", kResolveHelp);
+  command.add_option("HOST", raw.host)->required();
   AddMessageOptions(command, raw);
   AddInformationOptions(command);
 }
@@ -438,6 +490,24 @@ PostCommand UnderstandPost(const Parsed& parsed, const RawOptions& raw) {
   return command;
 }
 
+MirrorCommand UnderstandMirror(const Parsed& parsed, const RawOptions& raw) {
+  MirrorCommand command{MakeTarget(raw.url), raw.directory, raw.resume, {}, std::nullopt, std::nullopt};
+  if (raw.directory.empty()) Refuse("DIR is empty; give the directory to mirror into, . for the current one");
+  for (const std::string& name : raw.ignored) command.ignored.push_back(DecodeText("--ignore", name));
+  command.sizes = parsed.Path("--sizes", raw.sizes);
+  command.times = parsed.Path("--times", raw.times);
+  return command;
+}
+
+ResolveCommand UnderstandResolve(const RawOptions& raw) {
+  if (raw.host.empty()) Refuse("HOST is empty; give a name such as example.com");
+  if (raw.host.find_first_of("/@ ") != std::string::npos) {
+    Refuse(
+        fmt::format("{} is no name of a host; leave out what is not, such as http:// and the path", Shown(raw.host)));
+  }
+  return {DecodeText("HOST", raw.host)};
+}
+
 // The command and its options as words, see CommandLine::words.
 std::vector<std::string> WordsOf(const CLI::App& command) {
   std::vector<std::string> words = {"corvane", command.get_name()};
@@ -455,11 +525,11 @@ std::vector<std::string> WordsOf(const CLI::App& command) {
 CommandLine Understand(const CLI::App& command, const RawOptions& raw) {
   const Parsed parsed(command);
   CommandLine line{UnderstandCommon(parsed, raw), {}, WordsOf(command)};
-  if (command.get_name() == "get") {
-    line.command = UnderstandGet(parsed, raw);
-  } else {
-    line.command = UnderstandPost(parsed, raw);
-  }
+  const std::string& name = command.get_name();
+  if (name == "get") line.command = UnderstandGet(parsed, raw);
+  if (name == "post") line.command = UnderstandPost(parsed, raw);
+  if (name == "mirror") line.command = UnderstandMirror(parsed, raw);
+  if (name == "resolve") line.command = UnderstandResolve(raw);
   return line;
 }
 
@@ -484,21 +554,27 @@ std::string DescribeExtra(const CLI::App& program, const std::string& first) {
     return fmt::format("the option {} is not known here; see the help for those that are", DisplayName(name));
   }
   if (command == nullptr) {
-    return fmt::format("the command {} is not known; use get or post", Shown(first));
+    return fmt::format("the command {} is not known; use get, post, mirror or resolve", Shown(first));
   }
   return fmt::format("the argument {} is one too many; quote a URL or text with blanks", Shown(first));
+}
+
+std::string DescribeMissing(const CLI::App& command) {
+  if (command.get_name() == "resolve") return "no HOST; give a name such as example.com";
+  if (command["URL"]->count() == 0) return "no URL; give one such as http://example.com/file";
+  return "no DIR; give the directory to mirror into";
 }
 
 std::string DescribeError(const CLI::App& program, const CLI::ParseError& error, const char* firstArgument) {
   const std::vector<std::string> extras = program.remaining(true);
   if (ChosenCommand(program) == nullptr) {
-    return firstArgument == nullptr ? "no command; use get or post" : DescribeExtra(program, firstArgument);
+    return firstArgument == nullptr ? "no command; use get, post, mirror or resolve"
+                                    : DescribeExtra(program, firstArgument);
   }
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !extras.empty()) {
     return DescribeExtra(program, extras.front());
   }
-  if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr)
-    return "no URL; give one such as http://example.com/file";
+  if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) return DescribeMissing(*ChosenCommand(program));
   std::string text = error.what();
   std::replace(text.begin(), text.end(), '\n', ' ');
   return HideSecrets(DisplayName(text)) + "; see the help";
@@ -528,6 +604,8 @@ std::variant<CommandLine, ExitCode> ParseCommandLine(int argc, const char* const
   AddInformationOptions(program);
   AddGet(program, raw);
   AddPost(program, raw);
+  AddMirror(program, raw);
+  AddResolve(program, raw);
   try {
     program.parse(argc, argv);
     return Understand(*ChosenCommand(program), raw);

@@ -51,9 +51,22 @@ struct PostCommand {
   std::variant<Corvane::ZString, std::string> content;  // text to send as it is, or the path of a file
 };
 
+struct MirrorCommand {
+  Target target;
+  std::string directory;
+  bool resume = false;
+  std::vector<Corvane::ZString> ignored;
+  std::optional<std::string> sizes;
+  std::optional<std::string> times;
+};
+
+struct ResolveCommand {
+  Corvane::ZString host;
+};
+
 struct CommandLine {
   CommonOptions common;
-  std::variant<GetCommand, PostCommand> command;
+  std::variant<GetCommand, PostCommand, MirrorCommand, ResolveCommand> command;
   // The command as it would be typed again, without -o and --resume: for messages that tell how to go on.
   std::vector<std::string> words;
 };

@@ -84,7 +84,7 @@ void AcceptOrFail(const PostCommand& command, Session& session, OutputFile* file
 
 // A text whose answer is printed: no file is needed on either side.
 void PostText(const PostCommand& command, Environment& environment, Report& report) {
-  Session session(command.target, environment);
+  Session session(command.target, PrepareTransfers(command.target, environment), environment);
   ZString answer;
   session.Run(
       command.target.Label(), false,
@@ -97,7 +97,7 @@ void PostText(const PostCommand& command, Environment& environment, Report& repo
 // Any content, with the answer into a file.
 void PostIntoFile(const PostCommand& command, Environment& environment, Report& report) {
   const Content content(command, *environment.interrupt);
-  Session session(command.target, environment);
+  Session session(command.target, PrepareTransfers(command.target, environment), environment);
   OutputFile file(*command.output, {});
   session.Run(
       command.target.Label(), true,
@@ -109,7 +109,7 @@ void PostIntoFile(const PostCommand& command, Environment& environment, Report& 
 // A file whose answer is printed. The library hands the answer to a posted file out only as a file.
 void PostFromFile(const PostCommand& command, Environment& environment, Report& report) {
   const Content content(command, *environment.interrupt);
-  Session session(command.target, environment);
+  Session session(command.target, PrepareTransfers(command.target, environment), environment);
   const Descriptor memory = OpenMemoryOrFail("answer");
   session.Run(
       command.target.Label(), false,

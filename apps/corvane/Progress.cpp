@@ -53,18 +53,18 @@ std::string FormatProgress(const ProgressLine& line, std::size_t columns) {
   const ProgressSample& sample = line.sample;
   std::string begin = Shorten(line.label, kLabelColumns) + "  ";
   if (sample.files) begin += fmt::format("file {}  ", *sample.files);
-  std::string end;
-  const bool hasBegun = sample.bytes != 0 || sample.total;
   if (sample.total) begin += fmt::format("{:3}%  ", PercentOf(sample));
-  end = hasBegun ? FormatAmount(sample) : "waiting";
-  if (line.bytesPerSecond != 0) end += fmt::format("  {}/s", FormatBytes(line.bytesPerSecond));
-  end += "  " + FormatTime(line);
+  std::string amount = sample.bytes != 0 || sample.total ? FormatAmount(sample) : "waiting";
+  const std::string rate = line.bytesPerSecond == 0 ? "" : fmt::format("  {}/s", FormatBytes(line.bytesPerSecond));
+  const std::string time = "  " + FormatTime(line);
 
-  const std::size_t used = DisplayWidth(begin) + DisplayWidth(end) + 2;
-  if (sample.total && used + kMinBarColumns <= room) {
-    begin += FormatBar(PercentOf(sample), std::min(room - used, kMaxBarColumns)) + "  ";
+  const std::size_t used = DisplayWidth(begin) + amount.size() + rate.size() + time.size();
+  if (sample.total && used + kMinBarColumns + 2 <= room) {
+    begin += FormatBar(PercentOf(sample), std::min(room - used - 2, kMaxBarColumns)) + "  ";
   }
-  return Shorten(begin + end, room);
+  if (used <= room) return begin + amount + rate + time;
+  if (used - rate.size() <= room) return begin + amount + time;
+  return Shorten(begin + amount, room);
 }
 
 std::string FormatSummary(const std::string& label, unsigned long long bytes, long long milliseconds) {

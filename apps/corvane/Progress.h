@@ -29,7 +29,7 @@ struct ProgressLine {
 };
 
 // The line for a terminal of `columns` columns: label, bar, percent, bytes, rate and time left. What does not fit is left
-// out, the bar first; the result is always shorter than `columns`.
+// out: the bar first, then the rate, then the time; the result is always shorter than `columns`.
 [[nodiscard]] std::string FormatProgress(const ProgressLine& line, std::size_t columns);
 // The line that stays when a transfer is done.
 [[nodiscard]] std::string FormatSummary(const std::string& label, unsigned long long bytes, long long milliseconds);

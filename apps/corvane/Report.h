@@ -12,9 +12,10 @@ namespace CorvaneCli {
 
 // What is known of one run of a command when it has ended: what --json tells, and what messages are made from. Texts are UTF-8.
 struct Report {
-  std::string operation;  // "get", "post"
+  std::string operation;  // "get", "post", "mirror"
   std::string url;
-  std::optional<std::string> file;  // as the user named it
+  std::optional<std::string> file;       // as the user named it
+  std::optional<std::string> directory;  // of a mirror, whose report tells less about the single transfers
   Corvane::ZResult status = Corvane::TRANSFER_E_NOT_STARTED;
   std::string libraryText;                                   // the library's text for `status`
   Corvane::ZResult cause = Corvane::TRANSFER_E_NOT_STARTED;  // see ZTransfer::GetCause

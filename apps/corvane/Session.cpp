@@ -81,12 +81,19 @@ void RunWatched(Environment& environment, const std::string& label, bool writesT
     isFirst = false;
     abort();
   });
+  // Also when an exception passes: what `abort` reaches is about to go.
+  struct Disarming {
+    Interrupt& interrupt;
+    ~Disarming() { interrupt.Disarm(); }
+  } const disarming{*environment.interrupt};
   operation();
-  environment.interrupt->Disarm();
 }
 
-Session::Session(const Target& target, Environment& environment) : m_target(target), m_environment(environment) {
-  Configure(m_transfer, PrepareTransfers(target, environment));
+bool WasInterrupted(const Environment& environment) { return environment.interrupt->HasHappened(); }
+
+Session::Session(const Target& target, const TransferSettings& settings, Environment& environment)
+    : m_target(target), m_environment(environment) {
+  Configure(m_transfer, settings);
   m_transfer.Attach(&m_recorder);
 }
 
@@ -117,7 +124,7 @@ void Session::Fail(const char* doing, OutputFile* file, bool canBeResumed, Repor
   const Circumstances circumstances{m_target.IsHttps(), common.user.has_value(), common.timeoutSeconds,
                                     file == nullptr ? std::string() : file->WorkPath()};
   const Explanation explanation = Explain(report, circumstances);
-  const bool interrupted = m_environment.interrupt->HasHappened();
+  const bool interrupted = WasInterrupted(m_environment);
   if (file != nullptr) {
     SettleFailedFile(*file, canBeResumed && (interrupted || explanation.canResume), report, m_environment);
   }

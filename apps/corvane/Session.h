@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <utility>
@@ -40,13 +41,19 @@ void Configure(Transfer& transfer, const TransferSettings& settings) {
 }
 
 // Keeps the events that a transfer sends, for the report.
+// Thread safety: Count from any thread at any time; Events when no transfer runs.
 class EventRecorder : public Corvane::ZTransfer::Observer {
  public:
-  void Update(int event, long value) override { m_events.emplace_back(event, static_cast<unsigned int>(value)); }
+  void Update(int event, long value) override {
+    m_events.emplace_back(event, static_cast<unsigned int>(value));
+    m_count.fetch_add(1, std::memory_order_relaxed);
+  }
   [[nodiscard]] const std::vector<std::pair<int, unsigned int>>& Events() const noexcept { return m_events; }
+  [[nodiscard]] unsigned int Count() const noexcept { return m_count.load(std::memory_order_relaxed); }
 
  private:
   std::vector<std::pair<int, unsigned int>> m_events;
+  std::atomic<unsigned int> m_count{0};
 };
 
 // Runs `operation` while the progress line shows, when it may, and a signal calls `abort`.
@@ -54,10 +61,13 @@ void RunWatched(Environment& environment, const std::string& label, bool writesT
                 const std::function<void()>& operation, const std::function<void()>& abort,
                 const std::function<ProgressSample()>& sample);
 
-// One ZTransfer with everything around it.
+// Whether the user has interrupted the command.
+[[nodiscard]] bool WasInterrupted(const Environment& environment);
+
+// One ZTransfer with everything around it. `target` and `environment` must outlive it.
 class Session {
  public:
-  Session(const Target& target, Environment& environment);
+  Session(const Target& target, const TransferSettings& settings, Environment& environment);
 
   [[nodiscard]] Corvane::ZTransfer& Transfer() noexcept { return m_transfer; }
 

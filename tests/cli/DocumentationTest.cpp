@@ -30,8 +30,8 @@ Options OptionsOf(const std::string& command) {
 }
 
 Options AllOptions() {
-  Options all = OptionsOf("get");
-  all.merge(OptionsOf("post"));
+  Options all;
+  for (const char* const command : {"get", "post", "mirror", "resolve"}) all.merge(OptionsOf(command));
   return all;
 }
 
@@ -55,11 +55,7 @@ TEST(Manual, HasNoMistakesInItsForm) {
 TEST(Completions, NameExactlyTheOptionsThatThereAre) {
   EXPECT_EQ(MatchesIn(Completion("corvane.bash"), "--([a-z-]+)"), AllOptions());
   EXPECT_EQ(MatchesIn(Completion("_corvane"), "--([a-z-]+)"), AllOptions());
-  EXPECT_EQ(MatchesIn(Completion("corvane.fish"), "-l ([a-z-]+)"), [] {
-    Options options = AllOptions();
-    options.insert("transfer");  // set -l transfer
-    return options;
-  }());
+  EXPECT_EQ(MatchesIn(Completion("corvane.fish"), "complete [^\n]*-l ([a-z-]+)"), AllOptions());
 }
 
 // What bash offers behind these words, the last of which is being typed.
@@ -72,12 +68,17 @@ std::string Complete(const std::vector<std::string>& words) {
 
 TEST(BashCompletion, OffersWhatFits) {
   EXPECT_EQ(Complete({"corvane", "g"}), "get\n");
-  EXPECT_EQ(Complete({"corvane", ""}), "get post --help --version\n");
+  EXPECT_EQ(Complete({"corvane", ""}), "get post mirror resolve --help --version\n");
   EXPECT_EQ(Complete({"corvane", "get", "--re"}), "--resume\n");
   EXPECT_EQ(Complete({"corvane", "post", "--re"}), "\n");
   EXPECT_EQ(Complete({"corvane", "post", "http://h/", "--fi"}), "--field --file\n");
   EXPECT_EQ(Complete({"corvane", "get", "--timeout", ""}), "\n");
+  EXPECT_EQ(Complete({"corvane", "mirror", "--si"}), "--sizes\n");
+  EXPECT_EQ(Complete({"corvane", "resolve", "--l"}), "--log-file\n");
   const TempDir folder;
+  std::filesystem::create_directory(folder / "some directory");
+  EXPECT_EQ(Complete({"corvane", "mirror", "http://h/", folder / "so"}), (folder / "some directory").string() + "\n");
+  std::filesystem::remove(folder / "some directory");
   WriteFile(folder / "some file", "");
   EXPECT_EQ(Complete({"corvane", "get", "-o", folder / "so"}), (folder / "some file").string() + "\n");
 }

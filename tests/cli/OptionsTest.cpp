@@ -42,7 +42,8 @@ TEST(Help, ListsCommandsExitCodesAndExamples) {
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.err, "");
   EXPECT_THAT(result.out, AllOf(StartsWith("Usage: corvane "), HasSubstr("\n  get "), HasSubstr("\n  post "),
-                                HasSubstr("130  interrupted"), HasSubstr("Examples:")));
+                                HasSubstr("\n  mirror "), HasSubstr("\n  resolve "), HasSubstr("130  interrupted"),
+                                HasSubstr("Examples:")));
 }
 
 TEST(Help, ListsTheOptionsOfEachCommand) {
@@ -62,8 +63,8 @@ TEST(Help, ListsTheOptionsOfEachCommand) {
 }
 
 TEST(Help, FitsIntoEightyColumns) {
-  for (const std::vector<std::string>& arguments :
-       std::vector<std::vector<std::string>>{{"--help"}, {"get", "--help"}, {"post", "--help"}}) {
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"--help"}, {"get", "--help"}, {"post", "--help"}, {"mirror", "--help"}, {"resolve", "--help"}}) {
     const std::string help = RunCorvane(arguments).out;
     for (std::size_t begin = 0; begin < help.size();) {
       const std::size_t end = help.find('\n', begin);
@@ -92,8 +93,8 @@ TEST(Version, NamesProgramAndLibrary) {
 // --- commands and arguments
 
 TEST(Usage, AsksForACommand) {
-  ExpectUsageError({}, {"no command", "get or post"}, "corvane --help");
-  ExpectUsageError({"fetch", "http://h/"}, {"\"fetch\"", "get or post"}, "corvane --help");
+  ExpectUsageError({}, {"no command", "get, post, mirror or resolve"}, "corvane --help");
+  ExpectUsageError({"fetch", "http://h/"}, {"\"fetch\"", "get, post, mirror or resolve"}, "corvane --help");
   ExpectUsageError({"--quiet", "get", "http://h/"}, {"--quiet", "wrong place", "\"corvane get\""},
                    "corvane get --help");
   ExpectUsageError({"--bogus", "get", "http://h/"}, {"--bogus", "not known here"}, "corvane get --help");

@@ -1,0 +1,88 @@
+// corvane resolve.
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/cli/CliTesting.h"
+#include "tests/support/TempDir.h"
+
+namespace CorvaneTest {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+
+TEST(Resolve, PrintsNameAndAddresses) {
+  const ProgramResult result = RunCorvane({"resolve", "localhost"});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_THAT(result.out, AllOf(testing::StartsWith("name localhost"), HasSubstr("\naddress 127.0.0.1\n")));
+  EXPECT_EQ(result.err, "");
+}
+
+TEST(Resolve, TakesAnAddressAsAName) {
+  EXPECT_EQ(RunCorvane({"resolve", "127.0.0.1"}).out, "name 127.0.0.1\naddress 127.0.0.1\n");
+}
+
+TEST(Resolve, DescribesTheHostInOneObject) {
+  const nlohmann::json report = ParseReport(RunCorvane({"resolve", "127.0.0.1", "--json"}));
+  EXPECT_EQ(report["operation"], "resolve");
+  EXPECT_EQ(report["name"], "127.0.0.1");
+  EXPECT_EQ(report["aliases"], nlohmann::json::array());
+  EXPECT_EQ(report["addresses"], nlohmann::json::array({"127.0.0.1"}));
+  EXPECT_EQ(report["error"], nullptr);
+}
+
+// The aliases come from the hosts file of a mount namespace of its own, so that the machine's stays as it is.
+TEST(Resolve, ListsOtherNamesAndAllAddresses) {
+  const TempDir folder;
+  WriteFile(folder / "hosts", "192.0.2.1 main.test other.test third.test\n192.0.2.2 main.test\n");
+  const std::string script =
+      "exec unshare --mount sh -c 'mount --bind \"$1\" /etc/hosts && exec \"$0\" resolve main.test' \"$0\" \"$1\"";
+  const ProgramResult result = RunShell(script, {folder / "hosts"});
+  if (result.exitCode != 0 && result.err.find("unshare") != std::string::npos) {
+    GTEST_SKIP() << "this account may not change what it sees of the file system";
+  }
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_THAT(result.out, AllOf(HasSubstr("name main.test\n"), HasSubstr("alias other.test\nalias third.test\n"),
+                                HasSubstr("address 192.0.2.1\naddress 192.0.2.2\n")));
+}
+
+TEST(Resolve, NamesAHostThatIsNotKnown) {
+  const ProgramResult result = RunCorvane({"resolve", "no-such-host.invalid", "--json"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(OnlyErrorLine(result),
+            "corvane: cannot resolve no-such-host.invalid: no address was found; check the name and the network");
+  const nlohmann::json report = ParseReport(result);
+  EXPECT_THAT(report["error"].get<std::string>(), HasSubstr("no address was found"));
+  EXPECT_EQ(report["addresses"], nlohmann::json::array());
+}
+
+TEST(Resolve, RefusesWhatIsNoHost) {
+  for (const char* const host : {"", "http://h/", "ada:s3cret@h", "a b", "h/x", "\xFF"}) {
+    const ProgramResult result = RunCorvane({"resolve", host});
+    EXPECT_EQ(result.exitCode, 2) << host << result.Describe();
+    EXPECT_THAT(result.err,
+                AllOf(testing::EndsWith("Try: corvane resolve --help\n"), testing::Not(HasSubstr("s3cret"))));
+  }
+  EXPECT_EQ(RunCorvane({"resolve"}).exitCode, 2);
+  EXPECT_EQ(RunCorvane({"resolve", "a", "b"}).exitCode, 2);
+}
+
+TEST(Resolve, ReportsAnOutputThatTakesNothing) {
+  const ProgramResult result = RunShell("exec \"$0\" resolve localhost > /dev/full");
+  EXPECT_EQ(result.exitCode, 3) << result.Describe();
+  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("No space left on device"));
+}
+
+TEST(Resolve, GoesIntoTheLog) {
+  const TempDir folder;
+  EXPECT_EQ(RunCorvane({"resolve", "no-such-host.invalid", "--log-file", folder / "log"}).exitCode, 1);
+  EXPECT_THAT(ReadFile(folder / "log"),
+              AllOf(HasSubstr("resolve no-such-host.invalid"), HasSubstr("[error] cannot resolve")));
+}
+
+}  // namespace
+}  // namespace CorvaneTest
