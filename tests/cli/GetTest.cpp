@@ -109,7 +109,7 @@ TEST(StandardOutput, FullDeviceIsAFailure) {
   const ProgramResult result = RunShell("exec \"$0\" get \"$1\" > /dev/full", {server.Url()});
   EXPECT_EQ(result.exitCode, 3) << result.Describe();
   EXPECT_THAT(OnlyErrorLine(result),
-              AllOf(HasSubstr("standard output"), HasSubstr("No space left"), HasSubstr("-o FILE")));
+              AllOf(HasSubstr("standard output"), HasSubstr("No space left"), HasSubstr("; check where it goes")));
 }
 
 TEST(StandardOutput, ClosedStreamIsAFailureAndNoFileTakesItsPlace) {
