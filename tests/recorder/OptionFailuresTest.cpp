@@ -170,7 +170,9 @@ TEST_F(ARefusedOption, ComesBeforeOrAfterTheResumePositionCounts) {
   for (const Case& c : {Case{CURLOPT_WRITEDATA, 0}, Case{CURLOPT_RESUME_FROM_LARGE, 0}, Case{CURLOPT_ERRORBUFFER, 68},
                         Case{CURLOPT_TIMEOUT, 68}}) {
     WriteFile(folder / "out", MakePattern(100));
-    curl.onOption = [option = c.option](const OptionCall& call) { return call.option == option ? CURLE_OUT_OF_MEMORY : CURLE_OK; };
+    curl.onOption = [option = c.option](const OptionCall& call) {
+      return call.option == option ? CURLE_OUT_OF_MEMORY : CURLE_OK;
+    };
     EXPECT_EQ(transfer.DownloadFile(L"ftp://h/", Path("out"), true), kCurl | CURLE_OUT_OF_MEMORY);
     EXPECT_EQ(transfer.GetDownloadSize(), c.size) << c.option;
   }
