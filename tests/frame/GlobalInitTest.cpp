@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <optional>
@@ -97,6 +98,26 @@ TEST_F(GlobalInit, SurroundsTheEasyHandle) {
   CurlGlobals::RecordHandles(true);
   { const ZTransfer transfer; }
   EXPECT_EQ(CurlGlobals::Calls(), (Calls{"init(3)", "easy_init", "easy_cleanup", "cleanup"}));
+}
+
+// The implementation behind an object holds a buffer of 4 KiB for libcurl's texts; no other block of the library is as large.
+constexpr std::size_t kLargeBlock = 4096;
+std::atomic<void*> implementation{nullptr};
+
+void BlockMade(void* block, std::size_t size) {
+  if (size >= kLargeBlock) implementation = block;
+}
+
+void BlockFreed(void* block) {
+  if (block == implementation) CurlGlobals::Note("impl freed");  // too short to allocate
+}
+
+TEST_F(GlobalInit, CleansUpAfterEverythingElseOfTheLastObject) {
+  CurlGlobals::RecordHandles(true);
+  CorvaneTest::WatchAllocations({BlockMade, BlockFreed});
+  { const ZTransfer transfer; }
+  CorvaneTest::WatchAllocations({});
+  EXPECT_EQ(CurlGlobals::Calls(), (Calls{"init(3)", "easy_init", "easy_cleanup", "impl freed", "cleanup"}));
 }
 
 TEST_F(GlobalInit, IsSerialisedAcrossThreads) {

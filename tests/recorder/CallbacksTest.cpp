@@ -401,6 +401,18 @@ TEST_F(TheThrottle, IsChargedWithWhatWasStored) {
   EXPECT_THAT(time.sleeps, ElementsAre(Sleep{2, 0}, Sleep{2, 0}));
 }
 
+TEST_F(TheThrottle, IsChargedWithThePartThatWasStored) {
+  ZTransfer transfer;
+  curl.perform = [&](const EasyHandle& handle) {
+    const FileSizeLimit limit(13);
+    EXPECT_EQ(handle.Write("begins now"), 10u);
+    EXPECT_EQ(handle.Write("0123456789"), 0u);
+    return CURLE_WRITE_ERROR;
+  };
+  EXPECT_EQ(transfer.DownloadFile(L"http://h/", Path("out"), false), kCurl | CURLE_WRITE_ERROR);
+  EXPECT_THAT(time.sleeps, ElementsAre(ScriptedTime::Sleep{0, 2})) << "three bytes take 3 ms, one is over";
+}
+
 TEST_F(TheThrottle, IsChargedWithAPostedBodyAfterTheRequestWhateverItsOutcome) {
   WriteFile(folder / "in", std::string(3001, 'x'));
   const ZString data(std::wstring(1500, L'\u00E9'));  // 3000 bytes
@@ -547,7 +559,12 @@ TEST_F(TheFirstBlock, ChecksTheAnswerOnlyWhenSomebodyIsAttached) {
 TEST_F(TheFirstBlock, OfARefusedRangeAndAllAfterItStayOutOfTheFile) {
   const std::string old = MakePattern(100);
   WriteFile(folder / "out", old);
-  curl.Respond(416, {.headers = {"HTTP/1.1 416 No\r\n"}, .blocks = {"page", "more"}});
+  curl.info[CURLINFO_RESPONSE_CODE] = 416L;
+  curl.perform = [](const EasyHandle& handle) {
+    EXPECT_EQ(handle.Write("page"), 4u) << "the answer comes to its end, so that the connection can be kept";
+    EXPECT_EQ(handle.Write("more"), 4u);
+    return CURLE_OK;
+  };
   EXPECT_EQ(transfer.DownloadFile(L"http://h/", Path("out"), true), Corvane::TRANSFER_E_CONNECT);
   EXPECT_EQ(ReadFile(folder / "out"), old);
   curl.Respond(206, {.headers = {"HTTP/1.1 206 Partial Content\r\n", "Content-Range: bytes 68-107/108\r\n"},

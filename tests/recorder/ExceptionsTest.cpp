@@ -204,6 +204,18 @@ TEST_F(AThrowingHost, ReachesTheCallerFromTheThrottleAndLeavesItUnlocked) {
   }
 }
 
+// libcurl goes on when the callback returns what it was given, so that "nothing" does not stop it at an empty block.
+TEST_F(AThrowingHost, StopsTheTransferAtAnEmptyBlockToo) {
+  ZTransfer transfer;
+  ZTransfer::SetThrottling(1000000000, 1, false);
+  logger.onWrite = [] { throw 5; };
+  curl.perform = [](const EasyHandle& handle) {
+    EXPECT_NE(handle.Write(""), 0u);
+    return CURLE_WRITE_ERROR;
+  };
+  EXPECT_EQ(EscapesFrom([&] { transfer.Download(L"http://h/", result); }), "int 5");
+}
+
 TEST_F(AThrowingHost, LeavesTheProcessWideSetUpInOrderWhenAnObjectCannotBeMade) {
   curl.Clear();
   logger.onWrite = [] { throw 5; };

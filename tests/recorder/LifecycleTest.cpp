@@ -232,12 +232,12 @@ TEST_F(TheReset, ComesBeforeEveryOperation) {
 TEST_F(TheReset, KeepsEverySetting) {
   WriteFile(folder / "ca", "x");
   RecordingObserver observer;
-  transfer.SetTimeout(42);
-  transfer.SetSSL(true, true, Path("ca"), ZString());
-  transfer.SetCredentials(L"user", L"secret");
-  transfer.DetectHttpError(true);
-  transfer.UseThrottling(false);
-  transfer.Attach(&observer);
+  EXPECT_EQ(transfer.SetTimeout(42), 0u);
+  EXPECT_EQ(transfer.SetSSL(true, true, Path("ca"), ZString()), 0u);
+  EXPECT_EQ(transfer.SetCredentials(L"user", L"secret"), 0u);
+  EXPECT_EQ(transfer.DetectHttpError(true), 0u);
+  EXPECT_EQ(transfer.UseThrottling(false), 0u);
+  EXPECT_EQ(transfer.Attach(&observer), 0u);
   curl.Respond(404, {.blocks = {"page"}});
   const auto run = [&] {
     curl.Clear();

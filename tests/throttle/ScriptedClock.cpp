@@ -65,7 +65,6 @@ void ScriptedClock::PassSleep(const Sleep& sleep) {
 
 extern "C" {
 
-// The C library declares this function's zone as void* or as struct timezone*, depending on its age and settings.
 CORVANE_TEST_PREEMPTS int gettimeofday(timeval* now, void* /*zone*/) noexcept {
   if (CorvaneTest::ScriptedClock* const clock = CorvaneTest::current) {
     *now = clock->Now();
