@@ -54,6 +54,8 @@ void Impl::Reset() {
   m_resume = false;
   m_abort = false;
   m_listing = false;
+  m_statistics = Statistics();
+  m_failure = Failure();
   m_startTime = ZDateTime::Now();
   m_elapsed.Set(0, 0, 0, 0, 0);
   SetStatus(TRANSFER_E_NOT_STARTED, ZGetErrorMsg(TRANSFER_E_NOT_STARTED));
@@ -130,6 +132,26 @@ void Impl::AddCompleted(unsigned long long bytes) {
   m_completedBytes += bytes;
 }
 
+// What the running transfer has received of a file, without the part that was there.
+unsigned long long Impl::BytesReceivedByTransfer() const {
+  const unsigned long long size = m_listing ? 0 : m_transfer.GetDownloadSize();
+  return size > m_resumeOffset ? size - m_resumeOffset : 0;
+}
+
+ZMultiDownload::Statistics Impl::GetStatistics() {
+  const ObjectGuard guard(*this);
+  Statistics statistics = m_statistics;
+  statistics.receivedBytes += BytesReceivedByTransfer();
+  return statistics;
+}
+
+// Keeps what is lost when the bookkeeping resets the transfer.
+void Impl::KeepFailure() {
+  const ObjectGuard guard(*this);
+  m_failure.cause = m_transfer.GetCause(m_failure.text);
+  m_transfer.GetHeader(m_failure.header);
+}
+
 // The bookkeeping after each transfer; the transfer's counters start from 0 again.
 void Impl::UpdateStatus() {
   const ObjectGuard guard(*this);
@@ -141,6 +163,7 @@ void Impl::UpdateStatus() {
       elapsed > 0 ? static_cast<long double>(m_transferredBytes) / elapsed / 1024 * 1000 * 1000 : 0;  // KiB per second
   // Of a rate beyond the 64-bit range nothing is kept, of one beyond 32 bits the low half.
   m_transferRate = rate < 9223372036854775808.0L ? static_cast<unsigned int>(static_cast<long long>(rate)) : 0;
+  m_statistics.receivedBytes += BytesReceivedByTransfer();
   if (!m_listing) m_completedBytes += m_transfer.GetDownloadSize();
   // A resumed transfer counts the part that was there, which CheckFreeSpaceAndUpdateCurSize has counted already.
   m_completedBytes -= m_resumeOffset;
@@ -158,10 +181,11 @@ ZResult Impl::FetchFileList() {
   ZString body;
   const ZResult fetched = m_transfer.Download(m_url.ToString(), body);
   if (IsFailure(fetched)) {
+    KeepFailure();
     // An aborted listing leaves the status as it is: nothing has been started.
     if (!m_abort) SetStatus(fetched, L"Failed to obtain the list of files to download: " + m_transfer.GetError());
   } else if (!m_abort) {
-    if (m_url.GetProtocol().StartsWith(L"http", false)) {
+    if (IsHttp()) {
       ZString page;
       m_transfer.GetHeader(page);
       ParseHttpListing(page.Append(body));
@@ -183,6 +207,9 @@ FileState Impl::GetFileState(const ZFileInfo& local, unsigned long long expected
   return FILE_PARTIAL;
 }
 
+// "https" too.
+bool Impl::IsHttp() const { return m_url.GetProtocol().StartsWith(L"http", false); }
+
 bool Impl::IsIgnored(const ZString& name) const {
   for (const ZString& ignored : m_ignoreList) {
     if (ignored.Compare(name) == 0) return true;
@@ -196,6 +223,21 @@ long Impl::GetFileTime(const ZString& name) const {
 }
 
 ZString Impl::GetFullPath(const ZString& name) const { return (m_targetDirectory / name).ToString(); }
+
+// For the statistics. 0 stands for a size that is not known, but over FTP for that of an empty file.
+void Impl::CountKnownFiles() {
+  std::size_t files = 0;
+  std::optional<unsigned long long> bytes = 0;
+  for (const auto& [name, size] : m_fileSizes) {
+    if (IsIgnored(name)) continue;
+    ++files;
+    if (size == 0 && IsHttp()) bytes.reset();
+    if (bytes) bytes = AddSaturated(*bytes, size);
+  }
+  const ObjectGuard guard(*this);
+  m_statistics.filesKnown = files;
+  m_statistics.totalBytes = bytes;
+}
 
 // Counts what is present already, removes what is stale, and compares the space that the rest needs with what is free.
 bool Impl::CheckFreeSpaceAndUpdateCurSize() {
@@ -248,6 +290,7 @@ unsigned long long Impl::PrepareFile(const ZString& name, unsigned long long exp
 // ---------------------------------------------------------------------------------------------------------------------
 
 ZResult Impl::FetchFiles() {
+  CountKnownFiles();
   if (!CheckFreeSpaceAndUpdateCurSize()) return m_status;
   SetStatus(TRANSFER_S_FINISHED, ZGetErrorMsg(TRANSFER_S_FINISHED));
   FileTimeList fetched;  // full path to expected time
@@ -273,23 +316,35 @@ bool Impl::FetchFile(const ZString& name, unsigned long long expectedSize, FileT
   const long time = GetFileTime(name);
   if (m_resume) state = GetFileState(local, expectedSize, time);
   if (state == FILE_COMPLETE) {
-    UpdateStatus();
+    EndFile(&Statistics::filesSkipped);
     return true;
   }
-  if (state == FILE_PARTIAL) {
-    const ObjectGuard guard(*this);
-    m_resumeOffset = local.Size();
-  }
+  BeginFile(name, state == FILE_PARTIAL ? local.Size() : 0);
   m_status = m_transfer.DownloadFile((m_url / name).ToString(), path, state == FILE_PARTIAL);
   if (IsFailure(m_status)) {
     m_error.Set(m_transfer.GetError());
+    KeepFailure();
     return false;
   }
   fetched[path] = time;
   if (!VerifyFile(local, expectedSize != 0 ? expectedSize : SizeToldByServer())) return false;
   ZFile::Chmod(path, 0755, 0);
-  UpdateStatus();
+  EndFile(state == FILE_PARTIAL ? &Statistics::filesResumed : &Statistics::filesFetched);
   return true;
+}
+
+void Impl::BeginFile(const ZString& name, unsigned long long resumeOffset) {
+  const ObjectGuard guard(*this);
+  m_statistics.fileName = name;
+  m_resumeOffset = resumeOffset;
+}
+
+// Counts a file that is done.
+void Impl::EndFile(std::size_t Statistics::*count) {
+  const ObjectGuard guard(*this);
+  ++(m_statistics.*count);
+  m_statistics.fileName = ZString();
+  UpdateStatus();
 }
 
 // 0 when the server has not told it.
@@ -311,6 +366,10 @@ bool Impl::VerifyFile(ZFileInfo& local, unsigned long long expected) {
     return false;
   }
   if (local.Size() == expected) return true;
+  {
+    const ObjectGuard guard(*this);
+    ++m_statistics.filesMismatched;
+  }
   SetStatus(TRANSFER_E_SIZE_MISMATCH, ZString(L"%1, File: %2 Size: %3 Expected size: %4")
                                           .Arg(ZGetErrorMsg(TRANSFER_E_SIZE_MISMATCH))
                                           .Arg(local.Name())
@@ -326,7 +385,10 @@ bool Impl::UpdateTimeStamp(const ZString& path, long time) {
   Log(
       ZLogLevel::Critical,
       [&] {
-        return ZString(L"Failed to set file %1 time (%2, %3).").Arg(path).Arg(UnsignedNumber(set)).Arg(ZGetErrorMsg(set));
+        return ZString(L"Failed to set file %1 time (%2, %3).")
+            .Arg(path)
+            .Arg(UnsignedNumber(set))
+            .Arg(ZGetErrorMsg(set));
       },
       1276);
   return false;
@@ -414,7 +476,8 @@ bool EndsWith(const ZString& text, const ZString& end) {
 
 // The label shows the target's name, with or without its extension. Sort links, parent links and shortened labels do not.
 bool IsFileLink(const Anchor& anchor) {
-  return EndsWith(anchor.target, anchor.label) || EndsWith(anchor.target.Substr(0, anchor.target.FindR(L'.')), anchor.label);
+  return EndsWith(anchor.target, anchor.label) ||
+         EndsWith(anchor.target.Substr(0, anchor.target.FindR(L'.')), anchor.label);
 }
 
 // What follows the last slash; empty for a directory.
@@ -428,8 +491,7 @@ ZString FileNameOf(const ZString& path) {
 ZString IisSize(const ZString& text, ZString::size_type anchor) {
   static const ZString digits(L"0123456789");
   constexpr ZString::size_type kColumn = 14;
-  ZString column =
-      anchor < kColumn + 2 ? text.Substr(0, anchor - 1) : text.Substr(anchor - kColumn - 1, kColumn);
+  ZString column = anchor < kColumn + 2 ? text.Substr(0, anchor - 1) : text.Substr(anchor - kColumn - 1, kColumn);
   column.TrimLeft().TrimRight();
   const ZString::size_type last = column.FindLastNotOf(digits);
   return last == npos ? ZString() : column.Substr(last + 1);
@@ -461,7 +523,8 @@ void Impl::ParseHttpListing(const ZString& text) {
           ZLogLevel::Information,
           [&] {
             return ZString(
-                       L"Found valid non IIS HTTP directory entry. Name = %1. Size = unknown (will determine from header)")
+                       L"Found valid non IIS HTTP directory entry. Name = %1. Size = unknown (will determine from "
+                       L"header)")
                 .Arg(name);
           },
           1413);
@@ -469,7 +532,8 @@ void Impl::ParseHttpListing(const ZString& text) {
       Log(
           ZLogLevel::Information,
           [&] {
-            return ZString(L"Found valid IIS HTTP directory entry. Name = %1. Size = unknown (will determine from header)")
+            return ZString(
+                       L"Found valid IIS HTTP directory entry. Name = %1. Size = unknown (will determine from header)")
                 .Arg(name);
           },
           1432);
@@ -604,6 +668,15 @@ const ZString& ZMultiDownload::GetError() const { return m_impl->m_error.ForThis
 ZResult ZMultiDownload::Abort() {
   m_impl->Abort();
   return BASE_S_OK;
+}
+
+ZMultiDownload::Statistics ZMultiDownload::GetStatistics() const { return m_impl->GetStatistics(); }
+
+ZResult ZMultiDownload::GetCause(ZString& text, ZString& header) const {
+  const ObjectGuard guard(*m_impl);
+  text = m_impl->m_failure.text;
+  header = m_impl->m_failure.header;
+  return m_impl->m_failure.cause;
 }
 
 bool ZMultiDownload::Wait(unsigned long milliseconds) { return m_impl->WaitUntilIdle(milliseconds); }

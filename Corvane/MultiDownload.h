@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include <Corvane/Base/Container.h>
 #include <Corvane/Base/Result.h>
@@ -28,6 +30,18 @@ namespace Corvane {
 class CORVANE_ZN_API ZMultiDownload {
  public:
   class CORVANE_ZN_HIDDEN ZMultiDownloadImpl;  // opaque
+
+  // What a run has found and done; all values are of one moment.
+  struct Statistics {
+    std::size_t filesKnown = 0;       // in the list, without those that are ignored; 0 until the list is there
+    std::size_t filesFetched = 0;     // from their beginning
+    std::size_t filesResumed = 0;     // continued
+    std::size_t filesSkipped = 0;     // complete before
+    std::size_t filesMismatched = 0;  // of the fetched and resumed ones: have not the size that was expected
+    std::optional<unsigned long long> totalBytes;  // of all files known; unset while the size of one is not known
+    unsigned long long receivedBytes = 0;          // of files, by this run
+    ZString fileName;  // the file that is being fetched, or that ended the run; empty otherwise
+  };
 
   ZMultiDownload();
   // Aborts a running Download and returns after it has ended.
@@ -74,6 +88,11 @@ class CORVANE_ZN_API ZMultiDownload {
   [[nodiscard]] ZResult GetStatus() const;
   // The text for GetStatus; a copy of the calling thread's, valid as ZTransfer::GetError's.
   [[nodiscard]] const ZString& GetError() const;
+  // The files, where the other getters count bytes. A mismatch of any file shows here.
+  [[nodiscard]] Statistics GetStatistics() const;
+  // What libcurl said of the transfer that ended the run, as ZTransfer::GetCause tells it, and that transfer's response header in
+  // `header`. TRANSFER_E_NOT_STARTED and two empty texts when no transfer did.
+  ZResult GetCause(ZString& text, ZString& header) const;
 
   // --- Control, from any thread. ---
 

@@ -27,6 +27,13 @@ enum FileState {
 // network transfer.
 class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
  public:
+  // What is known of the transfer that ended a run.
+  struct Failure {
+    ZResult cause = TRANSFER_E_NOT_STARTED;
+    ZString text;
+    ZString header;
+  };
+
   ZMultiDownloadImpl();
   ZMultiDownloadImpl(const ZMultiDownloadImpl&) = delete;
   ZMultiDownloadImpl& operator=(const ZMultiDownloadImpl&) = delete;
@@ -40,14 +47,17 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   bool WaitUntilIdle(unsigned long milliseconds);
   void Reset();
 
+  [[nodiscard]] Statistics GetStatistics();
+
   void ParseHttpListing(const ZString& text);
   void ParseFtpListing(const ZString& text);
-  [[nodiscard]] static FileState GetFileState(const ZFileInfo& local, unsigned long long expectedSize, long expectedTime);
+  [[nodiscard]] static FileState GetFileState(const ZFileInfo& local, unsigned long long expectedSize,
+                                              long expectedTime);
 
   // --- Members in the order of their construction. ---
-  ZTransfer m_transfer;                  // for the listing and every file, one after the other
-  std::atomic<bool> m_inProgress{false};  // changed under the lock, read anywhere
-  ZEvent m_idle{1};                      // signalled while no Download runs
+  ZTransfer m_transfer;                       // for the listing and every file, one after the other
+  std::atomic<bool> m_inProgress{false};      // changed under the lock, read anywhere
+  ZEvent m_idle{1};                           // signalled while no Download runs
   unsigned long long m_resumeOffset = 0;      // guarded by the lock; size of the partial file that is being resumed
   unsigned long long m_completedBytes = 0;    // guarded by the lock; present before or downloaded in this run
   unsigned long long m_transferredBytes = 0;  // guarded by the lock; moved by the finished transfers of this run
@@ -57,13 +67,15 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   FileTimeList m_fileTimes;
   std::atomic<ZResult> m_status{TRANSFER_E_NOT_STARTED};
   PublishedText m_error;
-  ZUrl m_url;             // ends with "/"
+  ZUrl m_url;  // ends with "/"
   ZPath m_targetDirectory;
   bool m_resume = false;
   ZDateTime m_startTime = ZDateTime::Now();
   ZTimeSpan m_elapsed;
   std::atomic<bool> m_abort{false};
-  bool m_listing = false;  // the listing, not a file, is being fetched
+  std::atomic<bool> m_listing{false};  // the listing, not a file, is being fetched
+  Statistics m_statistics;             // guarded by the lock; receivedBytes without those of the running transfer
+  Failure m_failure;                   // guarded by the lock
 
  private:
   ZResult Config(const ZString& url, const ZString& dir, bool resume);
@@ -71,16 +83,22 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   ZResult FetchFiles();
   bool FetchFile(const ZString& name, unsigned long long expectedSize, FileTimeList& fetched);
   bool CheckFreeSpaceAndUpdateCurSize();
+  void CountKnownFiles();
+  void KeepFailure();
   unsigned long long PrepareFile(const ZString& name, unsigned long long expectedSize);
   [[nodiscard]] unsigned long long SizeToldByServer() const;
   bool VerifyFile(ZFileInfo& local, unsigned long long expected);
   static bool UpdateTimeStamp(const ZString& path, long time);
   void UpdateStatus();
+  [[nodiscard]] unsigned long long BytesReceivedByTransfer() const;
 
+  [[nodiscard]] bool IsHttp() const;
   [[nodiscard]] bool IsIgnored(const ZString& name) const;
   [[nodiscard]] long GetFileTime(const ZString& name) const;
   [[nodiscard]] ZString GetFullPath(const ZString& name) const;
   void AddCompleted(unsigned long long bytes);
+  void BeginFile(const ZString& name, unsigned long long resumeOffset);
+  void EndFile(std::size_t Statistics::*count);
   void StoreEntry(const ZString& name, unsigned long long size);
   void SetStatus(ZResult status, ZString text);
 };

@@ -32,7 +32,8 @@ constexpr const char* kCheckCertificate =
     "without checks)";
 constexpr const char* kCheckTls = "check that the server speaks TLS on this port, and which versions of it";
 constexpr const char* kCheckTrust = "check the files given with --cacert or --capath";
-constexpr const char* kNotResumable = "run again without --resume";
+// The remedy is made for the case, see RemedyForResume.
+constexpr const char* kNotResumable = nullptr;
 constexpr const char* kCheckPath = "check the path";
 
 constexpr CurlFailure kCurlFailures[] = {
@@ -133,6 +134,12 @@ std::string_view LastHeader(std::string_view header, std::string_view name) {
   return value;
 }
 
+// What a server that cannot resume needs is a file that is not there.
+std::string RemedyForResume(const Circumstances& circumstances) {
+  if (!circumstances.isMirror) return "run again without --resume";
+  return fmt::format("remove {}, which has to be fetched from its beginning", DisplayName(circumstances.outputPath));
+}
+
 std::string RemedyForLogin(const Circumstances& circumstances) {
   if (!circumstances.hasLogin) return "give --user NAME";
   if (circumstances.isHttps) return "check the user name and the password";
@@ -161,7 +168,7 @@ std::string RemedyForStatus(int status, const Report& report, const Circumstance
     case 429:
       return "wait, then try again";
     case 416:
-      return "what the file holds is no beginning of what the server has: run again without --resume";
+      return "what the file holds is no beginning of what the server has: " + RemedyForResume(circumstances);
     default:
       return status >= 500 ? "the server has a problem: try again later" : "check the URL";
   }
@@ -210,7 +217,8 @@ Explanation ExplainCurl(unsigned int number, const Report& report, const Circums
   if (failure.number == 0 && report.causeText.empty()) reason += fmt::format(" (libcurl's code {})", number);
   const bool hitLimit = number == 28 && circumstances.timeoutSeconds != 0;
   if (hitLimit) reason += fmt::format(", with a limit of {} seconds", circumstances.timeoutSeconds);
-  return {failure.code, reason + "; " + failure.remedy, failure.remedy != std::string_view(kNotResumable)};
+  const bool canResume = failure.remedy != kNotResumable;
+  return {failure.code, reason + "; " + (canResume ? failure.remedy : RemedyForResume(circumstances)), canResume};
 }
 
 bool IsCurlCode(Corvane::ZResult code) {
@@ -228,8 +236,6 @@ Explanation ExplainLibraryCode(const Report& report) {
       return {ExitCode::kLocal, text + "; check the disk and the permissions"};
     case Corvane::TRANSFER_E_DISK_SPACE:
       return {ExitCode::kLocal, text + "; free some space"};
-    case Corvane::TRANSFER_E_SIZE_MISMATCH:
-      return {ExitCode::kTransfer, text + "; fetch it again, or check the sizes given with --sizes"};
     default:
       return {ExitCode::kTransfer, text + "; " + kOtherFailure.remedy};
   }

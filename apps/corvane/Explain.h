@@ -13,6 +13,7 @@ struct Circumstances {
   bool hasLogin = false;
   unsigned long timeoutSeconds = 0;
   std::string outputPath;  // the file being written, for the system; empty when there is none
+  bool isMirror = false;   // the file is one of several, which --resume leaves as they are
 };
 
 struct Explanation {

@@ -18,13 +18,13 @@ using Corvane::ZString;
 
 // What is wrong with a line, or nothing.
 const char* AddLine(std::string_view line, unsigned long long most, FileList& list) {
-  if (line.empty() || line.front() == '#') return nullptr;
-  const std::size_t blank = line.find_first_of(" \t");
-  if (blank == std::string_view::npos) return "there is no blank in it; give NUMBER NAME";
-  const std::optional<unsigned long long> number = ParseNumber(line.substr(0, blank));
-  if (!number) return "it does not begin with a number; give NUMBER NAME";
+  // The last tab, since a name may hold others.
+  const std::size_t tab = line.rfind('\t');
+  if (tab == std::string_view::npos) return "there is no tab in it; give a name, a tab, and a number";
+  const std::optional<unsigned long long> number = ParseNumber(line.substr(tab + 1));
+  if (!number) return "no number follows the tab; give a name, a tab, and a number";
   if (*number > most) return "the number is too large";
-  const std::string name(line.substr(blank + 1));
+  const std::string name(line.substr(0, tab));
   if (name.empty() || name == "." || name == ".." ||
       name.find_first_of(std::string_view("/\0", 2)) != std::string::npos) {
     return "the name is not that of a file in the directory; give a plain name";
@@ -43,8 +43,8 @@ FileList ReadFileList(const std::string& path, unsigned long long most) {
   const int error = file.IsOpen() ? ReadAll(file, -1, text) : errno;
   if (error != 0) {
     throw Failure(ExitCode::kUsage,
-                  fmt::format("cannot read the list {}: {}; give a file with a line NUMBER NAME for each "
-                              "file of the mirror",
+                  fmt::format("cannot read the list {}: {}; give a file with a line \"NAME, tab, NUMBER\" "
+                              "for each file of the mirror",
                               DisplayName(path), SystemText(error)));
   }
   FileList list;

@@ -9,8 +9,9 @@ namespace CorvaneCli {
 
 // A number for each of some files: what --sizes and --times name.
 //
-// The text has one line for each file: the number, one blank, and the name, which may hold further blanks. "stat -c '%s %n' *"
-// writes such a list of sizes. Empty lines and lines that begin with "#" are skipped. Names are plain: no "/", not "." or "..".
+// The text has one line for each file: the name, a tab, and the number. "stat --printf '%n\t%s\n' *" writes such a list of
+// sizes. Names are plain: no "/", not "." or "..". Every line counts, an empty one is wrong: a name that holds a line break
+// has lines that look like it.
 using FileList = std::map<Corvane::ZString, unsigned long long>;
 
 // Reads a list whose numbers are at most `most`. Throws Failure(kUsage), which names the file, the line, and what is wrong with it.

@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "apps/corvane/Text.h"
+
 namespace CorvaneCli {
 namespace {
 
@@ -24,6 +26,18 @@ Json FormatEvents(const Report& report) {
 
 Json OrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
 
+// "file" is the one that ended the run.
+void AddFiles(const Report& report, Json& object) {
+  const Corvane::ZMultiDownload::Statistics& files = report.files;
+  object["file"] = OrNull(ToUtf8(files.fileName));
+  object["files"] = {{"known", files.filesKnown},
+                     {"fetched", files.filesFetched},
+                     {"resumed", files.filesResumed},
+                     {"skipped", files.filesSkipped},
+                     {"mismatched", files.filesMismatched}};
+  object["receivedSize"] = files.receivedBytes;
+}
+
 // Texts come from servers and the file system; what is not UTF-8 must not cost the whole report.
 std::string Dump(const Json& object) { return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
@@ -34,6 +48,7 @@ std::string FormatJson(const Report& report) {
   Json object = {{"operation", report.operation}, {"url", report.url}};
   if (isMirror) {
     object["directory"] = *report.directory;
+    AddFiles(report, object);
   } else {
     object["file"] = OrNull(report.file);
   }

@@ -12,6 +12,7 @@
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/Base/File.h>
 #include <Corvane/Base/Path.h>
+#include <Corvane/Base/StringCoding.h>
 #include <Corvane/Base/Url.h>
 #include <Corvane/MultiDownload.h>
 
@@ -45,14 +46,14 @@ class Mirror {
   void PrepareDirectory();
   void SpareFilesFromAnUnreachableServer();
   void Transfer();
-  void CheckSizes() const;
   void TellSummary() const;
   [[nodiscard]] bool IsIgnored(const ZString& name) const;
   [[nodiscard]] ZString LocalPath(const ZString& name) const { return (Corvane::ZPath(m_directory) / name).ToString(); }
-  [[nodiscard]] std::optional<unsigned long long> TotalSize() const;
+  [[nodiscard]] bool WouldBeGivenUp(const ZString& name, unsigned long long expectedSize) const;
   [[nodiscard]] Report AskForDirectory();
   [[nodiscard]] Circumstances TheCircumstances() const;
-  [[nodiscard]] Explanation ExplainFailure();
+  [[nodiscard]] Explanation ExplainFailure() const;
+  [[nodiscard]] Explanation ExplainMismatch() const;
   [[noreturn]] void Fail();
 
   const MirrorCommand& m_command;
@@ -71,8 +72,8 @@ void Mirror::Run() {
   PrepareDirectory();
   SpareFilesFromAnUnreachableServer();
   Transfer();
-  if (Corvane::IsFailure(m_report.status)) Fail();
-  CheckSizes();
+  // The library's status tells a size that differs only of the last file.
+  if (Corvane::IsFailure(m_report.status) || m_report.files.filesMismatched > 0) Fail();
   TellSummary();
 }
 
@@ -102,24 +103,36 @@ bool Mirror::IsIgnored(const ZString& name) const {
   return std::find(m_command.ignored.begin(), m_command.ignored.end(), name) != m_command.ignored.end();
 }
 
+// Whether the mirror begins by giving up what the file holds.
+bool Mirror::WouldBeGivenUp(const ZString& name, unsigned long long expectedSize) const {
+  const Corvane::ZFileInfo local(LocalPath(name), 0);
+  if (IsIgnored(name) || !local.IsValid() || local.Size() == 0) return false;
+  const auto time = m_times.find(name);
+  const bool isStale = time != m_times.end() && static_cast<long long>(time->second) > local.ModTime();
+  const bool isTooShort = local.Size() < expectedSize && local.Size() <= kResumeThreshold;
+  return !m_command.resume || isStale || isTooShort || local.Size() > expectedSize;
+}
+
 // With a list of its own the mirror asks for no listing, and the library gives up the old content of a file before it knows
 // whether a new one will come. So the server has to answer first when there is something to lose.
 void Mirror::SpareFilesFromAnUnreachableServer() {
-  const bool hasSomethingToLose = std::any_of(m_sizes.begin(), m_sizes.end(), [this](const auto& entry) {
-    unsigned long long size = 0;
-    if (!IsIgnored(entry.first)) Corvane::ZFile::GetSize(LocalPath(entry.first), size);
-    return size > 0;
-  });
-  if (!hasSomethingToLose) return;
+  if (std::none_of(m_sizes.begin(), m_sizes.end(),
+                   [this](const auto& entry) { return WouldBeGivenUp(entry.first, entry.second); })) {
+    return;
+  }
   const Report answer = AskForDirectory();
   int status = 0;
   static_cast<void>(LastHttpStatus(answer.header, status));
   const bool isRefusedLogin = status == 401 || status == 407;
   // Any other answer will do: many servers show no listing and give the files away all the same.
   if (answer.status == Corvane::TRANSFER_E_CONNECT && status != 0 && !isRefusedLogin) return;
+  if (!Corvane::IsFailure(answer.status)) return;
   m_report.status = answer.status;
   m_report.libraryText = answer.libraryText;
-  if (Corvane::IsFailure(answer.status)) Fail();
+  m_report.cause = answer.cause;
+  m_report.causeText = answer.causeText;
+  m_report.header = answer.header;
+  Fail();
 }
 
 // Downloads the directory's own page, to see what the server says.
@@ -134,14 +147,12 @@ Report Mirror::AskForDirectory() {
   return answer;
 }
 
-// Known only when the sizes of all files were given.
-std::optional<unsigned long long> Mirror::TotalSize() const {
-  unsigned long long total = 0;
-  for (const auto& [name, size] : m_sizes) {
-    if (size == 0) return std::nullopt;
-    if (!IsIgnored(name)) total += size;
-  }
-  return m_sizes.empty() ? std::nullopt : std::optional(total);
+ProgressSample Sample(const ZMultiDownload& mirror) {
+  const ZMultiDownload::Statistics files = mirror.GetStatistics();
+  // Until it is known what there is to fetch, what comes is the listing.
+  if (files.filesKnown == 0) return ProgressSample();
+  return {mirror.GetDownloadSize(), files.totalBytes, files.receivedBytes,
+          FileProgress{files.filesFetched + files.filesResumed + files.filesSkipped, files.filesKnown}};
 }
 
 void Mirror::Transfer() {
@@ -154,16 +165,17 @@ void Mirror::Transfer() {
   for (const auto& [name, time] : m_times) times[name] = static_cast<long>(time);
   mirror.SetFileTimeList(times);
 
-  const unsigned int listings = m_sizes.empty() ? 1 : 0;
-  const std::optional<unsigned long long> total = TotalSize();
-  const auto sample = [&] {
-    const unsigned int begun = m_recorder.Count();
-    return ProgressSample{mirror.GetDownloadSize(), total, begun > listings ? begun - listings : 0};
-  };
   RunWatched(
       m_environment, DisplayName(m_command.directory), true,
-      [&] { mirror.Download(m_command.target.url, m_directory, m_command.resume); }, [&] { mirror.Abort(); }, sample);
+      [&] { mirror.Download(m_command.target.url, m_directory, m_command.resume); }, [&] { mirror.Abort(); },
+      [&] { return Sample(mirror); });
 
+  ZString text;
+  ZString header;
+  m_report.cause = mirror.GetCause(text, header);
+  m_report.causeText = ToUtf8(text);
+  m_report.header = ToUtf8(header);
+  m_report.files = mirror.GetStatistics();
   m_report.status = mirror.GetStatus();
   m_report.libraryText = ToUtf8(mirror.GetError());
   m_report.downloadSize = mirror.GetDownloadSize();
@@ -175,51 +187,43 @@ void Mirror::Transfer() {
                                          m_report.transferTimeMs));
 }
 
-// The library tells a size that differs only of the last file.
-void Mirror::CheckSizes() const {
-  for (const auto& [name, expected] : m_sizes) {
-    unsigned long long size = 0;
-    if (expected == 0 || IsIgnored(name)) continue;
-    Corvane::ZFile::GetSize(LocalPath(name), size);
-    if (size == expected) continue;
-    throw Failure(
-        ExitCode::kTransfer,
-        fmt::format("{} {}: the file {} has {} bytes and not {}; fetch it again, or check the sizes given with "
-                    "--sizes",
-                    kDoing, m_command.target.display, ToUtf8(name), size, expected));
-  }
-}
-
 void Mirror::TellSummary() const {
+  const ZMultiDownload::Statistics& files = m_report.files;
+  const std::string summary = FormatSummary(
+      DisplayName(m_command.directory),
+      {files.filesFetched, files.filesSkipped, files.filesResumed, files.receivedBytes, m_report.transferTimeMs});
+  m_environment.logging.Tell(summary);
   const CommonOptions& common = m_environment.line.common;
-  if (common.quiet || common.json) return;
-  m_environment.console.FinishStatus(
-      FormatSummary(DisplayName(m_command.directory), m_report.downloadSize, m_report.transferTimeMs));
+  if (!common.quiet && !common.json) m_environment.console.FinishStatus(summary);
 }
 
 Circumstances Mirror::TheCircumstances() const {
   const CommonOptions& common = m_environment.line.common;
-  return {m_command.target.IsHttps(), common.user.has_value(), common.timeoutSeconds, m_command.directory};
+  const ZString& name = m_report.files.fileName;
+  const Corvane::ZStringEncoder path(LocalPath(name), Corvane::ZStringEncoder::Local);
+  return {m_command.target.IsHttps(), common.user.has_value(), common.timeoutSeconds,
+          name.IsEmpty() || path.CStr() == nullptr ? m_command.directory : path.CStr(), true};
 }
 
-Explanation Mirror::ExplainFailure() {
-  Report report = m_report;
-  report.cause = report.status;
-  report.causeText = report.libraryText;
-  if (report.status != Corvane::TRANSFER_E_CONNECT) return Explain(report, TheCircumstances());
-  // The text for a refused file ends with the header of the answer.
-  report.header = report.libraryText.substr(std::min(report.libraryText.find('\n'), report.libraryText.size() - 1) + 1);
-  int status = 0;
-  static_cast<void>(LastHttpStatus(report.header, status));
-  if (status == 0) {
-    // Why the connection failed, or the listing was refused, is not told; the server will say it again.
-    const Report answer = AskForDirectory();
-    if (Corvane::IsFailure(answer.status)) return Explain(answer, TheCircumstances());
+Explanation Mirror::ExplainFailure() const {
+  if (!Corvane::IsFailure(m_report.status) || m_report.status == Corvane::TRANSFER_E_SIZE_MISMATCH) {
+    return ExplainMismatch();
   }
-  Explanation explanation = Explain(report, TheCircumstances());
-  const std::string url = report.libraryText.substr(0, report.libraryText.find('\n'));
-  explanation.text = fmt::format("{}: {}", url, explanation.text);
+  Explanation explanation = Explain(m_report, TheCircumstances());
+  const ZString& file = m_report.files.fileName;
+  if (!file.IsEmpty()) explanation.text = fmt::format("file {}: {}", ToUtf8(file), explanation.text);
   return explanation;
+}
+
+// The library's text is that of the last file whose size differs.
+Explanation Mirror::ExplainMismatch() const {
+  std::string text = m_report.libraryText;
+  const std::size_t count = m_report.files.filesMismatched;
+  if (count > 1) text += fmt::format(" (and {} more)", count - 1);
+  const std::string remedy =
+      m_command.sizes ? fmt::format("check the sizes in {}, or run again", DisplayName(*m_command.sizes))
+                      : "the server lists another size than it sends, or the file has just changed: run again";
+  return {ExitCode::kTransfer, fmt::format("{}; {}", text, remedy)};
 }
 
 void Mirror::Fail() {

@@ -81,8 +81,9 @@ the listing (FTP) that the server sends, or from --sizes. Files get the mode
 --resume finds that they are complete or a beginning. A file whose size is not
 known, as on most HTTP servers, is always fetched again.
 
-A list has a line NUMBER NAME for each file, as written on the server by
-"stat -c '%s %n' *" for the sizes and "stat -c '%Y %n' *" for the times.
+A list has a line for each file: its name, a tab, and a number. On the server,
+"stat --printf '%n\t%s\n' *" writes that of the sizes in bytes and
+"stat --printf '%n\t%Y\n' *" that of the times in seconds since 1970.
 
 Examples:
   corvane mirror ftp://example.com/pub/ pub --resume

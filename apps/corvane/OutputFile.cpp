@@ -26,9 +26,6 @@ using Corvane::ZString;
 
 constexpr const char* kOtherName = "choose another file with -o, or change the permissions";
 
-// What the library takes for too short to be resumed: it would truncate such a file before an answer has come.
-constexpr off_t kResumeThreshold = 64;
-
 struct FreeDeleter {
   void operator()(char* memory) const noexcept { std::free(memory); }
 };

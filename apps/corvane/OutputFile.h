@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 
@@ -8,6 +10,9 @@
 #include "apps/corvane/Files.h"
 
 namespace CorvaneCli {
+
+// In bytes. What the library takes for too short to be resumed: it would truncate such a file before an answer has come.
+inline constexpr off_t kResumeThreshold = 64;
 
 // The file that -o names, written so that nothing the user had is lost when the transfer fails:
 //

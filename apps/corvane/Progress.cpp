@@ -31,19 +31,45 @@ std::string FormatAmount(const ProgressSample& sample) {
   return fmt::format("{} of {}", FormatBytes(sample.bytes), FormatBytes(*sample.total));
 }
 
-// "0:42 left", or the time spent while there is no telling.
-std::string FormatTime(const ProgressLine& line) {
-  const ProgressSample& sample = line.sample;
-  if (!sample.total || line.bytesPerSecond == 0 || *sample.total < sample.bytes)
-    return FormatDuration(line.elapsedSeconds);
-  const unsigned long long left = *sample.total - sample.bytes;
-  return FormatDuration(left / line.bytesPerSecond + (left % line.bytesPerSecond != 0 ? 1 : 0)) + " left";
+unsigned long long DivideRoundingUp(unsigned long long dividend, unsigned long long divisor) {
+  return dividend / divisor + (dividend % divisor != 0 ? 1 : 0);
 }
 
-unsigned int PercentOf(const ProgressSample& sample) {
-  if (*sample.total == 0) return 100;
-  const double share = static_cast<double>(sample.bytes) / static_cast<double>(*sample.total);
-  return static_cast<unsigned int>(std::clamp(share, 0.0, 1.0) * 100.0);
+// Unset while there is no telling.
+std::optional<unsigned long long> SecondsLeft(const ProgressLine& line) {
+  const ProgressSample& sample = line.sample;
+  if (sample.total) {
+    if (line.bytesPerSecond == 0 || *sample.total < sample.bytes) return std::nullopt;
+    return DivideRoundingUp(*sample.total - sample.bytes, line.bytesPerSecond);
+  }
+  if (!sample.files || sample.files->done == 0 || sample.files->known < sample.files->done) return std::nullopt;
+  return DivideRoundingUp(line.elapsedSeconds * (sample.files->known - sample.files->done), sample.files->done);
+}
+
+// "0:42 left", or the time spent.
+std::string FormatTime(const ProgressLine& line) {
+  const std::optional<unsigned long long> left = SecondsLeft(line);
+  return left ? FormatDuration(*left) + " left" : FormatDuration(line.elapsedSeconds);
+}
+
+unsigned int Percent(double part, double whole) {
+  return whole == 0.0 ? 100 : static_cast<unsigned int>(std::clamp(part / whole, 0.0, 1.0) * 100.0);
+}
+
+// Unset while there is no telling.
+std::optional<unsigned int> PercentOf(const ProgressSample& sample) {
+  if (sample.total) return Percent(static_cast<double>(sample.bytes), static_cast<double>(*sample.total));
+  if (!sample.files) return std::nullopt;
+  return Percent(static_cast<double>(sample.files->done), static_cast<double>(sample.files->known));
+}
+
+// "5.0 MiB in 1.2 s (4.2 MiB/s)".
+std::string FormatSpeed(unsigned long long bytes, long long milliseconds) {
+  const unsigned long long time = static_cast<unsigned long long>(std::max(milliseconds, 1LL));
+  const double rate = static_cast<double>(bytes) * 1000.0 / static_cast<double>(time);
+  const std::string spent =
+      time < 60000 ? fmt::format("{}.{} s", time / 1000, time / 100 % 10) : FormatDuration(time / 1000);
+  return fmt::format("{} in {} ({}/s)", FormatBytes(bytes), spent, FormatBytes(static_cast<unsigned long long>(rate)));
 }
 
 }  // namespace
@@ -52,15 +78,16 @@ std::string FormatProgress(const ProgressLine& line, std::size_t columns) {
   const std::size_t room = columns > 1 ? columns - 1 : 0;  // a full line would move the cursor to the next one
   const ProgressSample& sample = line.sample;
   std::string begin = Shorten(line.label, kLabelColumns) + "  ";
-  if (sample.files) begin += fmt::format("file {}  ", *sample.files);
-  if (sample.total) begin += fmt::format("{:3}%  ", PercentOf(sample));
-  std::string amount = sample.bytes != 0 || sample.total ? FormatAmount(sample) : "waiting";
+  if (sample.files) begin += fmt::format("{} of {} files  ", sample.files->done, sample.files->known);
+  const std::optional<unsigned int> percent = PercentOf(sample);
+  if (percent) begin += fmt::format("{:3}%  ", *percent);
+  const std::string amount = sample.bytes != 0 || percent ? FormatAmount(sample) : "waiting";
   const std::string rate = line.bytesPerSecond == 0 ? "" : fmt::format("  {}/s", FormatBytes(line.bytesPerSecond));
   const std::string time = "  " + FormatTime(line);
 
   const std::size_t used = DisplayWidth(begin) + amount.size() + rate.size() + time.size();
-  if (sample.total && used + kMinBarColumns + 2 <= room) {
-    begin += FormatBar(PercentOf(sample), std::min(room - used - 2, kMaxBarColumns)) + "  ";
+  if (percent && used + kMinBarColumns + 2 <= room) {
+    begin += FormatBar(*percent, std::min(room - used - 2, kMaxBarColumns)) + "  ";
   }
   if (used <= room) return begin + amount + rate + time;
   if (used - rate.size() <= room) return begin + amount + time;
@@ -68,12 +95,12 @@ std::string FormatProgress(const ProgressLine& line, std::size_t columns) {
 }
 
 std::string FormatSummary(const std::string& label, unsigned long long bytes, long long milliseconds) {
-  const unsigned long long time = static_cast<unsigned long long>(std::max(milliseconds, 1LL));
-  const double rate = static_cast<double>(bytes) * 1000.0 / static_cast<double>(time);
-  const std::string spent =
-      time < 60000 ? fmt::format("{}.{} s", time / 1000, time / 100 % 10) : FormatDuration(time / 1000);
-  return fmt::format("{}  {} in {} ({}/s)", label, FormatBytes(bytes), spent,
-                     FormatBytes(static_cast<unsigned long long>(rate)));
+  return fmt::format("{}  {}", label, FormatSpeed(bytes, milliseconds));
+}
+
+std::string FormatSummary(const std::string& label, const MirrorSummary& summary) {
+  return fmt::format("{}  {} fetched, {} skipped, {} resumed; {}", label, summary.fetched, summary.skipped,
+                     summary.resumed, FormatSpeed(summary.bytes, summary.milliseconds));
 }
 
 void RateWindow::Add(Clock::time_point now, unsigned long long bytes) {
@@ -117,7 +144,7 @@ void Progress::Draw() {
     const auto now = RateWindow::Clock::now();
     ProgressLine line{m_label, m_sample(), 0, 0};
     // The first bytes of a resumed transfer were there before; they are no speed.
-    if (line.sample.bytes != 0) rate.Add(now, line.sample.bytes);
+    if (line.sample.bytes != 0) rate.Add(now, line.sample.received.value_or(line.sample.bytes));
     line.bytesPerSecond = rate.BytesPerSecond();
     line.elapsedSeconds =
         static_cast<unsigned long long>(std::chrono::duration_cast<std::chrono::seconds>(now - start).count());

@@ -14,11 +14,17 @@
 
 namespace CorvaneCli {
 
+struct FileProgress {
+  std::size_t done = 0;
+  std::size_t known = 0;
+};
+
 // How far a transfer is, as its getters tell.
 struct ProgressSample {
-  unsigned long long bytes = 0;             // of the whole, what was there before included
-  std::optional<unsigned long long> total;  // unset while it is not known
-  std::optional<unsigned int> files;        // number of files begun, for transfers of several
+  unsigned long long bytes = 0;                // of the whole, what was there before included
+  std::optional<unsigned long long> total;     // unset while it is not known
+  std::optional<unsigned long long> received;  // bytes of this run, for the rate; unset: the same as `bytes`
+  std::optional<FileProgress> files;           // for transfers of several, once it is known of how many
 };
 
 struct ProgressLine {
@@ -28,11 +34,22 @@ struct ProgressLine {
   unsigned long long elapsedSeconds = 0;
 };
 
-// The line for a terminal of `columns` columns: label, bar, percent, bytes, rate and time left. What does not fit is left
-// out: the bar first, then the rate, then the time; the result is always shorter than `columns`.
+// The line for a terminal of `columns` columns: label, files, percent, bar, bytes, rate and time left. Percent and time left are
+// those of the bytes, or of the files while the number of bytes is not known. What does not fit is left out: the bar
+// first, then the rate, then the time; the result is always shorter than `columns`.
 [[nodiscard]] std::string FormatProgress(const ProgressLine& line, std::size_t columns);
 // The line that stays when a transfer is done.
 [[nodiscard]] std::string FormatSummary(const std::string& label, unsigned long long bytes, long long milliseconds);
+
+// The same for a mirror.
+struct MirrorSummary {
+  std::size_t fetched = 0;
+  std::size_t skipped = 0;
+  std::size_t resumed = 0;
+  unsigned long long bytes = 0;  // received
+  long long milliseconds = 0;
+};
+[[nodiscard]] std::string FormatSummary(const std::string& label, const MirrorSummary& summary);
 
 // Mean rate over the last few seconds. Times never go back.
 class RateWindow {

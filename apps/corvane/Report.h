@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <Corvane/Base/Result.h>
+#include <Corvane/MultiDownload.h>
 #include <Corvane/TransferErrorCodes.h>
 
 namespace CorvaneCli {
@@ -29,8 +30,9 @@ struct Report {
   long long transferTimeMs = 0;
   std::string header;
   std::vector<std::pair<int, unsigned int>> events;
-  std::optional<std::string> partial;  // where an incomplete download was kept
-  std::optional<std::string> body;     // what a command without -o received; unset when it has -o
+  Corvane::ZMultiDownload::Statistics files;  // of a mirror
+  std::optional<std::string> partial;         // where an incomplete download was kept
+  std::optional<std::string> body;            // what a command without -o received; unset when it has -o
 };
 
 }  // namespace CorvaneCli

@@ -100,7 +100,7 @@ Session::Session(const Target& target, const TransferSettings& settings, Environ
 void Session::Run(const std::string& label, bool writesToFile, const std::function<void(ZTransfer&)>& operation,
                   Report& report) {
   const auto sample = [this] {
-    return ProgressSample{m_transfer.GetDownloadSize(), Known(m_transfer.GetContentSize()), std::nullopt};
+    return ProgressSample{m_transfer.GetDownloadSize(), Known(m_transfer.GetContentSize()), std::nullopt, std::nullopt};
   };
   RunWatched(
       m_environment, label, writesToFile, [&] { operation(m_transfer); }, [this] { m_transfer.Abort(); }, sample);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <string>
 #include <utility>
@@ -41,19 +40,14 @@ void Configure(Transfer& transfer, const TransferSettings& settings) {
 }
 
 // Keeps the events that a transfer sends, for the report.
-// Thread safety: Count from any thread at any time; Events when no transfer runs.
+// Thread safety: Events when no transfer runs.
 class EventRecorder : public Corvane::ZTransfer::Observer {
  public:
-  void Update(int event, long value) override {
-    m_events.emplace_back(event, static_cast<unsigned int>(value));
-    m_count.fetch_add(1, std::memory_order_relaxed);
-  }
+  void Update(int event, long value) override { m_events.emplace_back(event, static_cast<unsigned int>(value)); }
   [[nodiscard]] const std::vector<std::pair<int, unsigned int>>& Events() const noexcept { return m_events; }
-  [[nodiscard]] unsigned int Count() const noexcept { return m_count.load(std::memory_order_relaxed); }
 
  private:
   std::vector<std::pair<int, unsigned int>> m_events;
-  std::atomic<unsigned int> m_count{0};
 };
 
 // Runs `operation` while the progress line shows, when it may, and a signal calls `abort`.

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -95,6 +96,10 @@ TEST(Mirror, ResumesOverFtp) {
   EXPECT_TRUE(report["transferRate"].is_number_unsigned());
   EXPECT_GE(report["transferTimeMs"], 0);
   EXPECT_EQ(report["events"].size(), 3U);  // the listing and two files
+  EXPECT_EQ(report["file"], nullptr);
+  EXPECT_EQ(report["files"],
+            nlohmann::json({{"known", 3}, {"fetched", 1}, {"resumed", 1}, {"skipped", 1}, {"mismatched", 0}}));
+  EXPECT_EQ(report["receivedSize"], 80000);
 }
 
 TEST(Mirror, LeavesOutIgnoredFiles) {
@@ -110,8 +115,8 @@ TEST(Mirror, TakesNamesSizesAndTimesFromLists) {
   const ScriptedServer server(
       KeepAlive(Routes({{"/d/a", Content("12345")}, {"/d/b%20c", Content("123")}, {"/d/d", Content("x")}})));
   const TempDir folder;
-  WriteFile(folder / "sizes", "# bytes\n5 a\n\n3 b c\r\n");
-  WriteFile(folder / "times", "1000000000 a\n");
+  WriteFile(folder / "sizes", "a\t5\nb c\t3\r\n");
+  WriteFile(folder / "times", "a\t1000000000");
   const ProgramResult result = RunCorvane(
       {"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes", "--times", folder / "times"});
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
@@ -151,7 +156,7 @@ TEST(MirrorFailure, WithoutAListingTouchesNothing) {
   };
   const TempDir folder;
   WriteFile(folder / "dir/a", "old");
-  WriteFile(folder / "sizes", "5 a\n");
+  WriteFile(folder / "sizes", "a\t5\n");
   for (const Case& c : cases) {
     const ProgramResult result = RunCorvane({"mirror", c.url, folder / "dir"});
     EXPECT_EQ(result.exitCode, c.code) << result.Describe();
@@ -164,7 +169,7 @@ TEST(MirrorFailure, UnreachableServerCostsNoFileOfAList) {
   const ScriptedServer server(KeepAlive(Routes({{"/401/", Status(401)}})));
   const TempDir folder;
   WriteFile(folder / "dir/a", "old");
-  WriteFile(folder / "sizes", "5 a\n");
+  WriteFile(folder / "sizes", "a\t5\n");
   for (const std::string& url : {std::string("http://no-such-host.invalid/"), RefusedUrl(), RefusedUrl("https"),
                                  RefusedUrl("ftp"), server.Url("/401/")}) {
     for (const char* const resume : {"--resume", "--no-throttle"}) {
@@ -180,7 +185,7 @@ TEST(MirrorFailure, ServerWithoutListingStillGivesTheFilesOfAList) {
   const ScriptedServer server(KeepAlive(Routes({{"/d/", Status(403)}, {"/d/a", Content("12345")}})));
   const TempDir folder;
   WriteFile(folder / "dir/a", "old");
-  WriteFile(folder / "sizes", "5 a\n");
+  WriteFile(folder / "sizes", "a\t5\n");
   const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes"});
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
   EXPECT_EQ(ReadFile(folder / "dir/a"), "12345");
@@ -191,27 +196,67 @@ TEST(MirrorFailure, NamesTheFileThatWasRefusedAndKeepsTheOthers) {
   const TempDir folder;
   const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder.Path()});
   EXPECT_EQ(result.exitCode, 1) << result.Describe();
-  EXPECT_THAT(result.err, AllOf(HasSubstr(server.Url("/d/b")), HasSubstr("404 Not Found"),
-                                HasSubstr("continue with: corvane mirror " + server.Url("/d/") + " " +
-                                          folder.Path().string() + " --resume\n")));
+  EXPECT_THAT(result.err,
+              AllOf(HasSubstr("cannot mirror " + server.Url("/d/") + ": file b: "), HasSubstr("404 Not Found"),
+                    HasSubstr("continue with: corvane mirror " + server.Url("/d/") + " " + folder.Path().string() +
+                              " --resume\n")));
   EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("a"));
 }
 
 TEST(MirrorFailure, TellsASizeThatDiffersOfAnyFile) {
   const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}, {"b", Content("123")}})));
   const TempDir folder;
-  for (const char* const sizes : {"4 a\n3 b\n", "5 a\n2 b\n"}) {
+  for (const char* const sizes : {"a\t4\nb\t3\n", "a\t5\nb\t2\n"}) {
     WriteFile(folder / "sizes", sizes);
     const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes"});
     EXPECT_EQ(result.exitCode, 1) << result.Describe();
-    EXPECT_THAT(result.err, AllOf(HasSubstr("cannot mirror"), HasSubstr("--sizes")));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("Download file size mismatch, File: "), HasSubstr("check the sizes in "),
+                                  Not(HasSubstr("more"))));
   }
+  WriteFile(folder / "sizes", "a\t4\nb\t2\n");
+  const ProgramResult both =
+      RunCorvane({"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes", "--json"});
+  EXPECT_EQ(both.exitCode, 1) << both.Describe();
+  EXPECT_THAT(both.err, HasSubstr("(and 1 more)"));
+  EXPECT_EQ(ParseReport(both)["files"]["mismatched"], 2);
+}
+
+TEST(MirrorFailure, AsksTheServerOnlyOnceForWhatItRefuses) {
+  const ScriptedServer server(KeepAlive(Routes({{"/d/", Status(403)}})));
+  const TempDir folder;
+  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder.Path()});
+  EXPECT_EQ(result.exitCode, 4) << result.Describe();
+  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("403 Forbidden"));
+  EXPECT_THAT(PathsAskedOf(server), ElementsAre("/d/"));
+}
+
+TEST(MirrorFailure, TellsWhatToRemoveWhenTheServerCannotResume) {
+  const Responder whole = [](Connection& peer, const Request&) {
+    peer.Send(FormatHead(200, {{"Content-Length", "500"}}) + MakePattern(500));  // whatever range was asked for
+  };
+  const ScriptedServer server(KeepAlive(Routes({{"/d/a", Content("12345")}, {"/d/b%20c", whole}})));
+  const TempDir folder;
+  WriteFile(folder / "dir/b c", MakePattern(200));
+  WriteFile(folder / "sizes", "a\t5\nb c\t500\n");
+  const std::vector<std::string> command = {"mirror",  server.Url("/d/"), folder / "dir",
+                                            "--sizes", folder / "sizes",  "--resume"};
+  const ProgramResult refused = RunCorvane(command);
+  EXPECT_EQ(refused.exitCode, 1) << refused.Describe();
+  EXPECT_THAT(refused.err, AllOf(HasSubstr(": file b c: the server cannot resume: it sends only the whole content"),
+                                 HasSubstr("; remove " + (folder / "dir/b c").string() +
+                                           ", which has to be fetched from its beginning\n"),
+                                 HasSubstr("continue with: corvane mirror ")));
+  EXPECT_TRUE(ReadFile(folder / "dir/b c") == MakePattern(200)) << "what is there is kept";
+  fs::remove(folder / "dir/b c");
+  EXPECT_EQ(RunCorvane(command).exitCode, 0);
+  EXPECT_TRUE(ReadFile(folder / "dir/b c") == MakePattern(500));
+  EXPECT_EQ(ReadFile(folder / "dir/a"), "12345");
 }
 
 TEST(MirrorFailure, NeedsTheSpaceThatTheListsSay) {
   const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}})));
   const TempDir folder;
-  WriteFile(folder / "sizes", "9000000000000000000 a\n");
+  WriteFile(folder / "sizes", "a\t9000000000000000000\n");
   const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes"});
   EXPECT_EQ(result.exitCode, 3) << result.Describe();
   EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("Insufficient disk space"), HasSubstr("; free some space")));
@@ -221,7 +266,7 @@ TEST(MirrorFailure, RefusesACertificateThatIsNotTrusted) {
   const TempDir folder;
   const Pki pki = MakePki(folder.Path());
   const ScriptedServer server(KeepAlive(Directory({{"a", Content("a")}})), pki.server);
-  WriteFile(folder / "sizes", "1 a\n");
+  WriteFile(folder / "sizes", "a\t1\n");
   for (const std::vector<std::string>& list :
        std::vector<std::vector<std::string>>{{}, {"--sizes", folder / "sizes"}}) {
     std::vector<std::string> arguments = {"mirror", server.Url("/d/"), folder / "dir"};
@@ -261,11 +306,20 @@ TEST(MirrorUsage, NamesTheWrongLineOfAList) {
     const char* problem;
   };
   const Case cases[] = {
-      {"5 a\nb\n", "line 2 of "},        {"x a\n", "begin with a number"},
-      {"-1 a\n", "begin with a number"}, {"5 \n", "plain name"},
-      {"5 ../a\n", "plain name"},        {"5 ..\n", "plain name"},
-      {"5 a\n6 a\n", "there twice"},     {"99999999999999999999 a\n", "begin with a number"},
-      {"5 \xFF\n", "LC_ALL=C.UTF-8"},
+      {"a\t5\nb\n", "line 2 of "},
+      {"a\t5\n\nb\t6\n", "line 2 of "},
+      {"5 a\n", "there is no tab"},
+      {"# sizes\n", "there is no tab"},
+      {"a\tx\n", "no number follows"},
+      {"a\t5 \n", "no number follows"},
+      {"a\t\n", "no number follows"},
+      {"a\t-1\n", "no number follows"},
+      {"a\t99999999999999999999\n", "no number follows"},
+      {"\t5\n", "plain name"},
+      {"../a\t5\n", "plain name"},
+      {"..\t5\n", "plain name"},
+      {"a\t5\na\t6\n", "there twice"},
+      {"\xFF\t5\n", "LC_ALL=C.UTF-8"},
   };
   for (const Case& c : cases) {
     WriteFile(folder / "list", c.text);
@@ -275,7 +329,7 @@ TEST(MirrorUsage, NamesTheWrongLineOfAList) {
       EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr((folder / "list").string()), HasSubstr(c.problem)));
     }
   }
-  WriteFile(folder / "list", "9223372036854775808 a\n");
+  WriteFile(folder / "list", "a\t9223372036854775808\n");
   EXPECT_EQ(RunCorvane({"mirror", RefusedUrl(), folder / "dir", "--times", folder / "list"}).exitCode, 2);
   const ProgramResult missing = RunCorvane({"mirror", RefusedUrl(), folder / "dir", "--sizes", folder / "none"});
   EXPECT_EQ(missing.exitCode, 2);
@@ -317,9 +371,45 @@ TEST(MirrorInterrupt, KeepsWhatCameAndTellsHowToGoOn) {
   EXPECT_EQ(result->exitCode, 130) << result->Describe();
   EXPECT_THAT(result->err, AllOf(HasSubstr("corvane: interrupted\n"), HasSubstr("continue with: corvane mirror ")));
   EXPECT_EQ(ParseReport(*result)["status"], "0x80011003");
+  EXPECT_EQ(ParseReport(*result)["file"], "b");
+  EXPECT_EQ(ParseReport(*result)["receivedSize"], 1005);
   EXPECT_EQ(ReadFile(folder / "a"), "12345");
   EXPECT_EQ(FileSize(folder / "b"), 1000U);
   EXPECT_FALSE(fs::exists(folder / "c"));
+}
+
+TEST(MirrorInterrupt, IsContinuedByTheSameCommandWithResume) {
+  Gate sent;
+  const std::string content = MakePattern(5000);
+  std::atomic<bool> stalls{true};
+  const Responder stalledOnce = [&](Connection& peer, const Request& request) {
+    if (!stalls.exchange(false)) return Content(content)(peer, request);
+    peer.Send(FormatHead(200, {{"Content-Length", "5000"}}) + content.substr(0, 1000));
+    sent.Open();
+    peer.WaitUntilStopped();
+  };
+  const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}, {"b", stalledOnce}, {"c", Content("c")}})));
+  const TempDir folder;
+  WriteFile(folder / "sizes", "a\t5\nb\t5000\nc\t1\n");
+  std::vector<std::string> command = {"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes"};
+  const auto program = StartCorvane(command);
+  ASSERT_TRUE(sent.Wait());
+  const Deadline deadline = After(kPatience);
+  while (!fs::exists(folder / "dir/b") || FileSize(folder / "dir/b") < 1000) ASSERT_LT(Clock::now(), deadline);
+  program->Kill(SIGINT);
+  const auto interrupted = program->Wait();
+  ASSERT_TRUE(interrupted.has_value());
+  ASSERT_EQ(interrupted->exitCode, 130) << interrupted->Describe();
+
+  command.insert(command.end(), {"--resume", "--json"});
+  const ProgramResult result = RunCorvane(command);
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_TRUE(ReadFile(folder / "dir/b") == content);
+  EXPECT_EQ(ReadFile(folder / "dir/c"), "c");
+  EXPECT_EQ(ParseReport(result)["files"],
+            nlohmann::json({{"known", 3}, {"fetched", 1}, {"resumed", 1}, {"skipped", 1}, {"mismatched", 0}}));
+  EXPECT_EQ(ParseReport(result)["receivedSize"], 4001);
+  EXPECT_THAT(PathsAskedOf(server), ElementsAre("/d/a", "/d/b", "/d/b", "/d/c")) << "what is complete is not asked for";
 }
 
 TEST(MirrorInterrupt, StopsAStalledListing) {
@@ -347,17 +437,51 @@ TEST(MirrorProgress, CountsTheFiles) {
   };
   const ScriptedServer server(KeepAlive(Directory({{"a", Content(std::string(5000, 'a'))}, {"b", halved}})));
   const TempDir folder;
-  WriteFile(folder / "sizes", "5000 a\n5000 b\n");
+  WriteFile(folder / "sizes", "a\t5000\nb\t5000\nz\t50\n");
   ProgramOptions options;
   options.terminalError = true;
   options.workingDirectory = folder.Path();
-  const auto program = StartCorvane({"mirror", server.Url("/d/"), "dir", "--sizes", "sizes"}, options);
-  EXPECT_TRUE(program->WaitForTerminalOutput("\r\x1b[Kdir  file 2   75%  [")) << program->TerminalOutput();
+  const auto program = StartCorvane({"mirror", server.Url("/d/"), "dir", "--sizes", "sizes", "--ignore", "z"}, options);
+  EXPECT_TRUE(program->WaitForTerminalOutput("\r\x1b[Kdir  1 of 2 files   75%  [")) << program->TerminalOutput();
   goOn.Open();
   const auto result = program->Wait();
   ASSERT_TRUE(result.has_value());
   EXPECT_EQ(result->exitCode, 0) << result->Describe();
-  EXPECT_THAT(result->terminal, testing::ContainsRegex("\r.\\[Kdir  9.8 KiB in .*/s\\)\r\n$"));
+  EXPECT_THAT(result->terminal,
+              testing::ContainsRegex("\r.\\[Kdir  2 fetched, 0 skipped, 0 resumed; 9.8 KiB in .*/s\\)\r\n$"));
+}
+
+TEST(MirrorProgress, CountsFilesWhereSizesAreNotKnown) {
+  Gate goOn;
+  const Responder held = [&](Connection& peer, const Request&) {
+    if (peer.WaitFor(goOn)) peer.Send(FormatHead(200, {{"Content-Length", "2"}}) + "bb");
+  };
+  const ScriptedServer server(KeepAlive(Directory({{"a", Content("a")}, {"b", held}})));
+  const TempDir folder;
+  ProgramOptions options;
+  options.terminalError = true;
+  options.workingDirectory = folder.Path();
+  const auto program = StartCorvane({"mirror", server.Url("/d/"), "dir"}, options);
+  EXPECT_TRUE(program->WaitForTerminalOutput("\r\x1b[Kdir  1 of 2 files   50%  [")) << program->TerminalOutput();
+  goOn.Open();
+  const auto result = program->Wait();
+  ASSERT_TRUE(result.has_value());
+  EXPECT_EQ(result->exitCode, 0) << result->Describe();
+}
+
+TEST(MirrorProgress, TellsOfASecondRunThatNothingWasFetched) {
+  ScriptedFtpServer server({{"/pub/a", "12345"}, {"/pub/b", "67"}});
+  const TempDir folder;
+  ProgramOptions options;
+  options.terminalError = true;
+  for (const char* const summary :
+       {"2 fetched, 0 skipped, 0 resumed; 7 B in ", "0 fetched, 2 skipped, 0 resumed; 0 B in "}) {
+    const auto program = StartCorvane({"mirror", server.Url("/pub"), folder.Path(), "--resume"}, options);
+    const auto result = program->Wait();
+    ASSERT_TRUE(result.has_value());
+    EXPECT_EQ(result->exitCode, 0) << result->Describe();
+    EXPECT_THAT(result->terminal, HasSubstr(summary));
+  }
 }
 
 }  // namespace

@@ -178,7 +178,7 @@ TEST(FindTrust, RefusesASystemWithoutCertificates) {
 ProgressLine HalfWay() {
   ProgressLine line;
   line.label = "big.iso";
-  line.sample = {5 << 20, 10 << 20, std::nullopt};
+  line.sample = {5 << 20, 10 << 20, std::nullopt, std::nullopt};
   line.bytesPerSecond = 1 << 20;
   line.elapsedSeconds = 7;
   return line;
@@ -219,15 +219,35 @@ TEST(FormatProgress, SaysThatItWaitsBeforeTheFirstByte) {
 
 TEST(FormatProgress, ShowsTheFilesOfAMirror) {
   ProgressLine line = HalfWay();
-  line.sample.files = 12;
-  EXPECT_THAT(FormatProgress(line, 100), HasSubstr("file 12"));
+  line.label = "pub";
+  line.sample.files = FileProgress{12, 1000};
+  EXPECT_EQ(FormatProgress(line, 100),
+            "pub  12 of 1000 files   50%  [===========>             ]  5.0 MiB of 10.0 MiB  1.0 MiB/s  0:05 left");
+}
+
+TEST(FormatProgress, CountsFilesWhileTheNumberOfBytesIsNotKnown) {
+  ProgressLine line = HalfWay();
+  line.label = "pub";
+  line.sample.total.reset();
+  line.sample.files = FileProgress{3, 8};
+  line.elapsedSeconds = 10;
+  EXPECT_EQ(FormatProgress(line, 80), "pub  3 of 8 files   37%  [======>              ]  5.0 MiB  1.0 MiB/s  0:17 left");
+  line.sample.files = FileProgress{0, 8};
+  EXPECT_THAT(FormatProgress(line, 80), AllOf(HasSubstr("  0 of 8 files    0%  "), HasSubstr("  0:10")));
+  line.sample.files = FileProgress{8, 8};
+  EXPECT_THAT(FormatProgress(line, 80), AllOf(HasSubstr("100%"), HasSubstr("0:00 left")));
+}
+
+TEST(FormatSummary, TellsWhatAMirrorDid) {
+  EXPECT_EQ(FormatSummary("pub", {12, 3, 1, 5 << 20, 2000}),
+            "pub  12 fetched, 3 skipped, 1 resumed; 5.0 MiB in 2.0 s (2.5 MiB/s)");
 }
 
 TEST(FormatProgress, SurvivesMoreBytesThanTheServerPromised) {
   ProgressLine line = HalfWay();
   line.sample.bytes = 20 << 20;
   EXPECT_THAT(FormatProgress(line, 80), AllOf(HasSubstr("100%"), Not(HasSubstr("left"))));
-  line.sample = {0, 0, std::nullopt};
+  line.sample = {0, 0, std::nullopt, std::nullopt};
   EXPECT_THAT(FormatProgress(line, 80), HasSubstr("100%"));
 }
 
