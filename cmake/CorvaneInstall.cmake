@@ -56,3 +56,8 @@ install(
   FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}"
   COMPONENT devel)
+# Where the links in the README lead.
+install(
+  FILES "${PROJECT_SOURCE_DIR}/docs/mirror.md" "${PROJECT_SOURCE_DIR}/docs/threads.md"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
+  COMPONENT devel)

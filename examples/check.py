@@ -91,7 +91,7 @@ def check_mirror(program, url, folder):
     del contents["ignored.txt"]
     here = {path.name: path.read_bytes() for path in target.iterdir()}
     expect(here == contents, f"the mirror holds {here}", done)
-    expect(done.stdout == "16 bytes are here, 3 answers came\n", "the summary is wrong", done)
+    expect(done.stdout == "2 of 2 files fetched, 16 bytes are here, 3 answers came\n", "the summary is wrong", done)
 
     done = run(program, url + "missing/", str(target))
     expect(done.returncode == 1 and done.stderr, "a missing directory was mirrored", done)

@@ -55,5 +55,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
     return 1;
   }
-  std::printf("%llu bytes are here, %d answers came\n", mirror.GetDownloadSize(), counter.GetAnswers());
+  const Corvane::ZMultiDownload::Statistics files = mirror.GetStatistics();
+  std::printf("%zu of %zu files fetched, %llu bytes are here, %d answers came\n", files.filesFetched, files.filesKnown,
+              mirror.GetDownloadSize(), counter.GetAnswers());
 }
