@@ -46,6 +46,7 @@ class Mirror {
   void PrepareDirectory();
   void SpareFilesFromAnUnreachableServer();
   void Transfer();
+  void TellOfAnEmptyDirectory() const;
   void TellSummary() const;
   [[nodiscard]] bool IsIgnored(const ZString& name) const;
   [[nodiscard]] ZString LocalPath(const ZString& name) const { return (Corvane::ZPath(m_directory) / name).ToString(); }
@@ -74,11 +75,18 @@ void Mirror::Run() {
   Transfer();
   // The library's status tells a size that differs only of the last file.
   if (Corvane::IsFailure(m_report.status) || m_report.files.filesMismatched > 0) Fail();
+  TellOfAnEmptyDirectory();
   TellSummary();
 }
 
 void Mirror::ReadLists() {
   if (m_command.sizes) m_sizes = ReadFileList(*m_command.sizes, ULLONG_MAX);
+  // To the library an empty list is none, and it would fetch whatever the server lists.
+  if (m_command.sizes && m_sizes.empty()) {
+    throw Failure(ExitCode::kUsage,
+                  fmt::format("cannot use the list {}: it names no file; leave --sizes out to fetch all",
+                              DisplayName(*m_command.sizes)));
+  }
   if (m_command.times) m_times = ReadFileList(*m_command.times, LONG_MAX);
 }
 
@@ -185,6 +193,13 @@ void Mirror::Transfer() {
   m_report.events = m_recorder.Events();
   m_environment.logging.Tell(fmt::format("ended with 0x{:08x}, {} bytes, {} ms", m_report.status, m_report.downloadSize,
                                          m_report.transferTimeMs));
+}
+
+// No failure: there may be none. More often the page is one that the library cannot read.
+void Mirror::TellOfAnEmptyDirectory() const {
+  if (m_report.files.filesKnown > 0 || !m_sizes.empty() || !m_command.ignored.empty()) return;
+  m_environment.console.Note(fmt::format("the server lists no files at {}; if there are some, name them with --sizes",
+                                         m_command.target.display));
 }
 
 void Mirror::TellSummary() const {

@@ -128,6 +128,16 @@ TEST(Mirror, TakesNamesSizesAndTimesFromLists) {
   EXPECT_EQ(status.st_mode & 0777, 0755U);
 }
 
+TEST(Mirror, TellsWhenTheServerListsNoFiles) {
+  const ScriptedServer server(KeepAlive(Routes({{"/table/", Content("<table><a href=\"a\">a</a></table>")}})));
+  const TempDir folder;
+  const ProgramResult result = RunCorvane({"mirror", server.Url("/table/"), folder.Path()});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_EQ(OnlyErrorLine(result), "corvane: the server lists no files at " + server.Url("/table/") +
+                                       "; if there are some, name them with --sizes");
+  EXPECT_EQ(RunCorvane({"mirror", server.Url("/table/"), folder.Path(), "--quiet"}).err, "");
+}
+
 TEST(Mirror, CompletesAUrlWithoutScheme) {
   const ScriptedServer server(KeepAlive(Directory({{"a", Content("a")}})));
   const TempDir folder;
@@ -329,6 +339,10 @@ TEST(MirrorUsage, NamesTheWrongLineOfAList) {
       EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr((folder / "list").string()), HasSubstr(c.problem)));
     }
   }
+  WriteFile(folder / "list", "");
+  const ProgramResult empty = RunCorvane({"mirror", RefusedUrl(), folder / "dir", "--sizes", folder / "list"});
+  EXPECT_EQ(empty.exitCode, 2);
+  EXPECT_THAT(OnlyErrorLine(empty), HasSubstr("it names no file"));
   WriteFile(folder / "list", "a\t9223372036854775808\n");
   EXPECT_EQ(RunCorvane({"mirror", RefusedUrl(), folder / "dir", "--times", folder / "list"}).exitCode, 2);
   const ProgramResult missing = RunCorvane({"mirror", RefusedUrl(), folder / "dir", "--sizes", folder / "none"});
