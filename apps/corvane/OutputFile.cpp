@@ -47,7 +47,8 @@ std::string Resolve(std::string path) {
     target.resize(static_cast<std::size_t>(length));
     const std::size_t slash = path.rfind('/');
     const bool isRelative = target.front() != '/' && slash != std::string::npos;
-    path = isRelative ? path.substr(0, slash + 1) + target : target;
+    path.erase(isRelative ? slash + 1 : 0);
+    path += target;
   }
   return path;
 }
