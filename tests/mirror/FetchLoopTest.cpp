@@ -2,8 +2,11 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <functional>
+#include <future>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/mirror/LineRecorder.h"
@@ -86,6 +89,17 @@ TEST_F(FetchLoop, FailsWhenTheFreeSpaceIsUnknown) {
   EXPECT_EQ(ErrorOf(m_mirror), "Cannot obtain disk space required for downloading " + Url() + " to " + Folder() + " (" +
                                    std::to_string(cause) + ", " + MessageOf(cause) + ")");
   EXPECT_THAT(Targets(), ElementsAre("/dir/"));
+}
+
+TEST_F(FetchLoop, AFolderThatCannotBeMadeShowsWhenItsSpaceIsAsked) {
+  Serve(Files{{"a", "1"}});
+  WriteLocal("file", "no folder");
+  const std::string folder = Local("file") / "folder";
+  EXPECT_THAT(m_mirror.Download(Wide(Url()), Wide(folder), false), IsCode(TRANSFER_E_DISK_SPACE));
+  const ZResult cause = ResultFromErrno(ENOTDIR);
+  EXPECT_EQ(ErrorOf(m_mirror), "Cannot obtain disk space required for downloading " + Url() + " to " + folder + " (" +
+                                   std::to_string(cause) + ", " + MessageOf(cause) + ")");
+  EXPECT_TRUE(FileHolds(Local("file"), "no folder"));
 }
 
 struct SpaceCase {
@@ -271,6 +285,13 @@ TEST_F(FetchLoop, FilesBecomeExecutableWhateverTheyWere) {
   for (const char* name : {"a", "b"}) EXPECT_EQ(StatusOf(name).st_mode & 07777u, 0755u) << name;
 }
 
+TEST_F(FetchLoop, AModeThatCannotBeSetIsNoFailure) {
+  Serve(Files{{"a", "1"}, {"b", "2"}});
+  m_system.modeError["a"] = EPERM;
+  EXPECT_THAT(Run({{L"a", 1}, {L"b", 1}}), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_THAT(m_system.calls, ElementsAre("space", "chmod a 755", "chmod b 755"));
+}
+
 // --- verification
 
 TEST_F(FetchLoop, AMismatchOfTheLastFileIsTheResult) {
@@ -288,6 +309,7 @@ TEST_F(FetchLoop, AMismatchOfAnEarlierFileIsReplaced) {
   Serve(Files{{"a", "content"}, {"b", "2"}});
   EXPECT_THAT(Run({{L"a", 1000}, {L"b", 1}}), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(m_mirror.GetStatus(), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_EQ(ErrorOf(m_mirror), Mismatch("a", 7, 1000)) << "a good file has no text that could replace it";
   EXPECT_THAT(Names(), ElementsAre("a", "b"));
 }
 
@@ -399,6 +421,37 @@ TEST_F(FetchLoop, AbortDoesNotReplaceAFailure) {
   EXPECT_THAT(Targets(), ElementsAre("/dir/a"));
 }
 
+// Does these steps whenever a transfer's first data comes.
+class AtFirstData : public ZTransfer::Observer {
+ public:
+  explicit AtFirstData(std::function<void()> steps) : m_steps(std::move(steps)) {}
+  void Update(int /*event*/, long /*value*/) override { m_steps(); }
+
+ private:
+  std::function<void()> m_steps;
+};
+
+TEST_F(FetchLoop, AbortAtTheEndOfTheListingLeavesItUnread) {
+  Serve(Files{{"a", "1"}});
+  m_mirror.UseThrottling(false);  // which would look at the clock, too
+  int looks = 0;
+  AtFirstData observer([&] {
+    m_system.onClock = [&] {
+      // The first look is the listing's only block's, the second the end of its transfer's, which has succeeded then.
+      if (++looks == 2) m_mirror.Abort();
+    };
+  });
+  m_mirror.Attach(&observer);
+  EXPECT_THAT(Run(false), IsCode(TRANSFER_E_ABORTED));
+  EXPECT_EQ(ErrorOf(m_mirror), "Download aborted by user");
+  EXPECT_THAT(Targets(), ElementsAre("/dir/"));
+
+  m_mirror.Detach(&observer);
+  m_system.onClock = nullptr;
+  EXPECT_THAT(Run(false), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_THAT(Targets(), ElementsAre("/dir/", "/dir/", "/dir/a")) << "there are no names from the first run";
+}
+
 TEST_F(FetchLoop, AbortEndsTheLookAtTheLocalFiles) {
   Serve(Files{{"a", "1"}, {"b", "2"}});
   WriteLocal("a", "old");
@@ -428,6 +481,56 @@ TEST_F(FetchLoop, TimeAndRateAreThoseOfTheWholeRun) {
   EXPECT_GT(moved, 400000u);
   EXPECT_EQ(m_mirror.GetTransferRate(), static_cast<unsigned int>(static_cast<long double>(moved) / 2.000999L / 1024));
   EXPECT_EQ(m_mirror.GetDownloadSize(), 400000u) << "the listing is no file";
+}
+
+// Files without a transfer bring the counters up to date like the others.
+TEST_F(FetchLoop, TimeGoesOnOverFilesThatAreNotFetched) {
+  Serve(Status(200, "new"));
+  for (const bool complete : {false, true}) {
+    if (complete) WriteLocal("a", "old");
+    m_mirror.SetIgnoreList(complete ? Container::ZStringList{} : Container::ZStringList{L"a"});
+    m_system.now = kStart;
+    m_system.onCall = [this](const std::string& call) {
+      if (call == "space") m_system.now = kStart + 7000;
+    };
+    long long time = -1;
+    AtFirstData observer([&] { time = m_mirror.GetDownloadTime(); });
+    m_mirror.Attach(&observer);
+    EXPECT_THAT(Run({{L"a", 3}, {L"b", 3}}, true), IsCode(TRANSFER_S_FINISHED));
+    EXPECT_EQ(time, 7) << (complete ? "complete" : "ignored");
+    m_mirror.Detach(&observer);
+    fs::remove(Local("b"));
+  }
+  EXPECT_THAT(Targets(), ElementsAre("/dir/b", "/dir/b"));
+}
+
+TEST_F(FetchLoop, AFailureIsCountedAfterTheTimesAreSet) {
+  Serve(Files{{"a", "1"}});
+  m_mirror.SetFileTimeList(Times{{L"a", kTime}});
+  m_system.now = kStart;
+  long long atTimes = -1;
+  m_system.onCall = [&](const std::string& call) {
+    if (call == "chmod a 755") m_system.now = kStart + 3000;
+    if (call.rfind("times", 0) == 0) atTimes = m_mirror.GetDownloadTime();
+  };
+  AtFirstData observer([&] {
+    if (m_mirror.GetDownloadTime() != 0) m_system.now = kStart + 8000;  // the second file
+  });
+  m_mirror.Attach(&observer);
+  EXPECT_THAT(Run({{L"a", 1}, {L"b", 1}}), IsCode(TRANSFER_E_CONNECT));
+  EXPECT_EQ(atTimes, 3);
+  EXPECT_EQ(m_mirror.GetDownloadTime(), 8);
+}
+
+TEST_F(FetchLoop, AListingThatFailsIsCounted) {
+  Serve(Status(404, "nothing here"));
+  m_system.now = kStart;
+  AtFirstData observer([&] { m_system.now = kStart + 1000; });
+  m_mirror.Attach(&observer);
+  EXPECT_THAT(Run(false), IsCode(TRANSFER_E_CONNECT));
+  EXPECT_EQ(m_mirror.GetDownloadTime(), 1);
+  EXPECT_GT(m_mirror.GetTransferRate(), 0u);
+  EXPECT_EQ(m_mirror.GetDownloadSize(), 0u);
 }
 
 TEST_F(FetchLoop, NoTimeMakesNoRate) {
@@ -476,15 +579,50 @@ TEST_F(FetchLoop, TransferSizeIsEveryByteInBothDirections) {
 
 TEST_F(FetchLoop, CountersBeginAnewWithEachRun) {
   Serve(Files{{"a", "1"}});
+  m_system.now = kStart;
+  m_system.onCall = [this](const std::string&) { *m_system.now += 1000; };
   EXPECT_THAT(Run({{L"a", 1}}), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_EQ(m_mirror.GetDownloadTime(), 2) << "space and mode";
   const unsigned long long moved = m_mirror.GetTransferSize();
   EXPECT_THAT(Run({{L"a", 1}}), IsCode(TRANSFER_S_FINISHED));
   EXPECT_EQ(m_mirror.GetTransferSize(), moved);
   EXPECT_EQ(m_mirror.GetDownloadSize(), 1u);
+  EXPECT_EQ(m_mirror.GetDownloadTime(), 2);
   m_mirror.Download(L"http://", L"/", false);
+  EXPECT_EQ(m_mirror.GetDownloadTime(), 0);
   EXPECT_EQ(m_mirror.GetTransferSize(), 0u);
   EXPECT_EQ(m_mirror.GetDownloadSize(), 0u);
   EXPECT_EQ(m_mirror.GetTransferRate(), 0u);
+}
+
+// --- locks
+
+// The clock is looked at with the object locked, when a file is finished. What another thread does meanwhile without having
+// to wait needs no lock.
+TEST_F(FetchLoop, RefusalsStatusAndNotifyWaitForNoLock) {
+  Serve(Files{{"a", "1"}});
+  RecordingObserver observer;
+  m_mirror.Attach(&observer);
+  std::future<void> other;
+  m_system.onCall = [&](const std::string& call) {
+    if (call != "chmod a 755") return;
+    m_system.onClock = [&] {
+      m_system.onClock = nullptr;
+      other = std::async(std::launch::async, [&] {
+        EXPECT_THAT(m_mirror.Download(Wide(Url()), Wide(Folder()), false), IsCode(BASE_E_BUSY));
+        EXPECT_THAT(m_mirror.SetSSL(false, false, L"", L""), IsCode(BASE_E_BUSY));
+        EXPECT_THAT(m_mirror.GetStatus(), IsCode(TRANSFER_S_FINISHED));
+        EXPECT_EQ(ErrorOf(m_mirror), MessageOf(TRANSFER_S_FINISHED));
+        EXPECT_FALSE(m_mirror.Wait(0));
+        m_mirror.Notify(7, 42);
+      });
+      EXPECT_EQ(other.wait_for(kPatience), std::future_status::ready);
+    };
+  };
+  EXPECT_THAT(Run({{L"a", 1}}), IsCode(TRANSFER_S_FINISHED));
+  ASSERT_TRUE(other.valid());
+  other.get();
+  EXPECT_THAT(observer.Events(), Contains(testing::Pair(7, 42u)));
 }
 
 }  // namespace

@@ -16,10 +16,10 @@ using namespace Corvane;
 
 constexpr long kTime = 1500000000;
 
-// A file of this many bytes, last changed at kTime.
-ZFileInfo MakeLocalFile(const TempDir& folder, std::size_t size) {
+// A file of this many bytes, last changed at this time.
+ZFileInfo MakeLocalFile(const TempDir& folder, std::size_t size, long time = kTime) {
   WriteFile(folder / "file", std::string(size, 'x'));
-  const timespec times[2] = {{kTime, 0}, {kTime, 0}};
+  const timespec times[2] = {{time, 0}, {time, 0}};
   EXPECT_EQ(utimensat(AT_FDCWD, (folder / "file").c_str(), times, 0), 0);
   return ZFileInfo(WidePath(folder / "file"), 0);
 }
@@ -56,6 +56,13 @@ TEST(FileState, IsTheFirstRuleThatApplies) {
     EXPECT_EQ(ZMultiDownload::ZMultiDownloadImpl::GetFileState(local, c.expectedSize, c.expectedTime), c.state)
         << c.name;
   }
+}
+
+TEST(FileState, OfAFileFromBeforeTheEpochIsStaleToo) {
+  const TempDir folder;
+  const ZFileInfo local = MakeLocalFile(folder, 40, -1);
+  EXPECT_EQ(ZMultiDownload::ZMultiDownloadImpl::GetFileState(local, 40, 1), FILE_REFETCH);
+  EXPECT_EQ(ZMultiDownload::ZMultiDownloadImpl::GetFileState(local, 40, 0), FILE_COMPLETE) << "the time is unknown";
 }
 
 TEST(FileState, OfAMissingFileIsRefetchWhateverIsExpected) {

@@ -61,6 +61,7 @@ TEST(HttpListing, TakesAnchorsWhoseTextEndsTheirTarget) {
       {"an escaped percent sign is decoded once", R"(<a href="%252e">%2e</a>)", {{"%2e", 0}}},
       {"without the extension", R"(<a href="report.pdf">report</a>)", {{"report.pdf", 0}}},
       {"without the last extension", R"(<a href="a.tar.gz">a.tar</a>)", {{"a.tar.gz", 0}}},
+      {"without what follows a dot in a folder's name", R"(<a href="/v1.2/file">/v1</a>)", {{"file", 0}}},
       {"not between a pair of tags that only begins like an anchor", R"(<abbr title="a">a</abbr></a>)", {}},
   });
 }

@@ -1,12 +1,14 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <map>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "tests/mirror/LineRecorder.h"
 #include "tests/mirror/MirrorTesting.h"
 #include "tests/support/Pki.h"
 #include "tests/support/ScriptedFtpServer.h"
@@ -182,6 +184,14 @@ TEST_F(ZMultiDownloadTest, LooksForTheServersNameInTheHeader) {
   EXPECT_THAT(TargetsOf(server), ElementsAre("/dir/"));
 }
 
+// What stands in the header, too, counts as the page's beginning.
+TEST_F(ZMultiDownloadTest, ReadsTheHeaderBeforeThePage) {
+  ScriptedServer server(KeepAlive(Routes(
+      {{"/dir/", Status(200, R"(<a href="a">a</a></pre>)", {{"X-Begin", "<pre>"}})}, {"/dir/a", Content("1")}})));
+  EXPECT_THAT(Run(server.Url("/dir/")), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_THAT(Names(), ElementsAre("a"));
+}
+
 TEST_F(ZMultiDownloadTest, ReadsAPageOverHttpAndAListingOverFtp) {
   const std::string listing = "-rw-r--r-- 1 0 0 4 Nov 20 10:00 listed\r\n";
   ScriptedServer http(KeepAlive(Status(200, listing)));
@@ -234,16 +244,22 @@ TEST_F(ZMultiDownloadTest, ReplacesTheSizeListInBothForms) {
 // A file that is as large as expected is not fetched when resuming; one of unknown size always is.
 TEST_F(ZMultiDownloadTest, ReadsSizesFromText) {
   ScriptedServer server(KeepAlive(Status(200, "new")));
-  for (const char* name : {"decimal", "empty", "word", "zero"}) WriteFile(Local(name), "old");
-  m_mirror.SetFileSizeList(Texts{{L"decimal", L"3"}, {L"empty", L""}, {L"word", L"three"}, {L"zero", L"0"}});
+  const Texts sizes{
+      {L"decimal", L"3"}, {L"empty", L""}, {L"hexadecimal", L"0x3"}, {L"word", L"three"}, {L"zero", L"0"}};
+  for (const auto& [name, size] : sizes) WriteFile(Local(Narrow(name)), "old");
+  WriteFile(Local("no octal"), "old content");
+  m_mirror.SetFileSizeList(sizes);
   EXPECT_THAT(Run(server.Url("/dir"), true), IsCode(TRANSFER_S_FINISHED));
-  EXPECT_THAT(TargetsOf(server), ElementsAre("/dir/empty", "/dir/word", "/dir/zero"));
+  EXPECT_THAT(TargetsOf(server), ElementsAre("/dir/empty", "/dir/hexadecimal", "/dir/word", "/dir/zero"));
+  m_mirror.SetFileSizeList(Texts{{L"no octal", L"011"}});
+  EXPECT_THAT(Run(server.Url("/dir"), true), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_EQ(TargetsOf(server).size(), 4u) << "11 bytes are here";
 }
 
 TEST_F(ZMultiDownloadTest, ReplacesTheTimeListInBothForms) {
   ScriptedServer server(KeepAlive(Directory({{"a", "1"}, {"b", "2"}, {"c", "3"}})));
   EXPECT_THAT(m_mirror.SetFileTimeList(Times{{L"a", 1000000000}}), IsCode(BASE_S_OK));
-  EXPECT_THAT(m_mirror.SetFileTimeList(Texts{{L"b", L"1100000000"}, {L"c", L"no digits"}}), IsCode(BASE_S_OK));
+  EXPECT_THAT(m_mirror.SetFileTimeList(Texts{{L"b", L"01100000000"}, {L"c", L"no digits"}}), IsCode(BASE_S_OK));
   Run(server.Url("/dir/"));
   EXPECT_GT(TimeOf(Local("a")), 1200000000);
   EXPECT_EQ(TimeOf(Local("b")), 1100000000);
@@ -280,12 +296,38 @@ TEST_F(ZMultiDownloadTest, VerifiesTheServersCertificate) {
   EXPECT_TRUE(FileHolds(Local("a"), "1"));
 }
 
+TEST_F(ZMultiDownloadTest, VerifiesWhatItIsAskedToAndNoMore) {
+  const TempDir certificates;
+  const Pki pki = MakePki(certificates.Path());
+  const Responder page = Status(200, PageOf({}));
+  ScriptedServer selfSigned(KeepAlive(page), pki.selfSigned);
+  ScriptedServer wrongHost(KeepAlive(page), pki.wrongHost);
+  const ZString caDirectory = WidePath(pki.caDirectory);
+  m_mirror.SetSSL(true, false, L"", caDirectory);
+  EXPECT_THAT(Run(selfSigned.Url("/")), IsCode(TRANSFER_S_FINISHED)) << "the host alone";
+  EXPECT_THAT(Run(wrongHost.Url("/")), IsCode(CurlFailure(kPeerNotVerified)));
+  m_mirror.SetSSL(false, true, L"", caDirectory);
+  EXPECT_THAT(Run(selfSigned.Url("/")), IsCode(CurlFailure(kPeerNotVerified)));
+  EXPECT_THAT(Run(wrongHost.Url("/")), IsCode(TRANSFER_S_FINISHED)) << "the peer alone";
+}
+
+// The throttle tells that it needs no measuring when data is reported to it in a new period. The limit is out of reach.
 TEST_F(ZMultiDownloadTest, UsesTheThrottleOrNotAsAsked) {
-  ScriptedServer server(KeepAlive(Directory({{"a", "1"}})));
+  constexpr unsigned int kUnmeasured = 1000000000;
+  ScriptedServer server(KeepAlive(Directory({{"a", "1"}, {"b", "2"}})));
+  const LineRecorder log;
   for (const bool use : {false, true}) {
+    ZTransfer::SetThrottling(kUnmeasured, 4000000, false);
+    const std::size_t before = log.LinesOf("Corvane/Transfer").size();
     EXPECT_THAT(m_mirror.UseThrottling(use), IsCode(BASE_S_OK));
     EXPECT_THAT(Run(server.Url("/dir/")), IsCode(TRANSFER_S_FINISHED));
+    const std::vector<LogLine> lines = log.LinesOf("Corvane/Transfer");
+    const auto told =
+        std::count_if(lines.begin() + static_cast<std::ptrdiff_t>(before), lines.end(),
+                      [](const LogLine& line) { return line.message.rfind("Measure period not needed", 0) == 0; });
+    EXPECT_EQ(told, use ? 1 : 0);
   }
+  ZTransfer::SetThrottling(0, 0, false);
 }
 
 TEST_F(ZMultiDownloadTest, ObserversSeeTheListingAndEveryFileUntilDetached) {

@@ -259,6 +259,35 @@ TEST_F(ZMultiDownloadThreads, DownloadSizeCountsAResumedFileTwiceUntilItsTransfe
   EXPECT_TRUE(FileHolds(m_folder / "a", content));
 }
 
+// A resumed transfer fetches the last 32 bytes again. With these its count has reached the old file's size.
+TEST_F(ZMultiDownloadThreads, DownloadSizeCountsAResumedFileOnceItsTransferHasCaughtUp) {
+  const std::string content = MakePattern(5000);
+  WriteFile(m_folder / "a", content.substr(0, 4096));
+  WriteFile(m_folder / "here", content.substr(0, 7));
+  Gate caughtUp, goOn, further, goOnToTheEnd;
+  ScriptedServer server(KeepAlive([&](Connection& peer, const Request&) {
+    peer.Send(FormatHead(206, {{"Content-Length", "936"}, {"Content-Range", "bytes 4064-4999/5000"}}));
+    peer.Send(content.substr(4064, 32));
+    caughtUp.Open();
+    if (!peer.WaitFor(goOn)) return;
+    peer.Send(content.substr(4096, 100));
+    further.Open();
+    if (peer.WaitFor(goOnToTheEnd)) peer.Send(content.substr(4196));
+  }));
+  ZMultiDownload mirror;
+  mirror.SetFileSizeList(Sizes{{L"a", 5000}, {L"here", 7}});
+  RunningMirror run(mirror, Wide(server.Url("/dir/")), Folder(), true);
+  ASSERT_TRUE(caughtUp.Wait());
+  EXPECT_TRUE(WaitUntil([&] { return mirror.GetDownloadSize() == 4096 + 7; })) << mirror.GetDownloadSize();
+  goOn.Open();
+  ASSERT_TRUE(further.Wait());
+  EXPECT_TRUE(WaitUntil([&] { return mirror.GetDownloadSize() == 4196 + 7; })) << mirror.GetDownloadSize();
+  goOnToTheEnd.Open();
+  EXPECT_EQ(run.Result(), TRANSFER_S_FINISHED);
+  EXPECT_EQ(mirror.GetDownloadSize(), 5007u);
+  EXPECT_TRUE(FileHolds(m_folder / "a", content));
+}
+
 TEST_F(ZMultiDownloadThreads, SizesGrowDuringAFile) {
   Gate half, goOn;
   ScriptedServer server(KeepAlive([&](Connection& peer, const Request&) {
@@ -275,6 +304,8 @@ TEST_F(ZMultiDownloadThreads, SizesGrowDuringAFile) {
   EXPECT_GT(mirror.GetTransferSize(), 1000u);
   EXPECT_EQ(mirror.GetDownloadTime(), 0) << "told at the end of a transfer";
   EXPECT_EQ(mirror.GetTransferRate(), 0u);
+  EXPECT_THAT(mirror.GetStatus(), IsCode(TRANSFER_S_FINISHED)) << "the status while fetching, until a file fails";
+  EXPECT_EQ(ErrorOf(mirror), MessageOf(TRANSFER_S_FINISHED));
   goOn.Open();
   EXPECT_EQ(run.Result(), TRANSFER_S_FINISHED);
   EXPECT_EQ(mirror.GetDownloadSize(), 2000u);

@@ -86,8 +86,11 @@ CORVANE_TEST_STANDS_IN int stat(const char* path, struct stat* result) noexcept 
 CORVANE_TEST_STANDS_IN int chmod(const char* path, mode_t mode) noexcept {
   static const NextFunction<int(const char*, mode_t)> next("chmod");
   ScriptedSystem* const script = ScriptedSystem::OfThisThread();
-  if (script != nullptr) script->Note("chmod " + script->NameOf(path) + ' ' + CorvaneTest::Octal(mode));
-  return next(path, mode);
+  if (script == nullptr) return next(path, mode);
+  const std::string name = script->NameOf(path);
+  script->Note("chmod " + name + ' ' + CorvaneTest::Octal(mode));
+  const auto found = script->modeError.find(name);
+  return found != script->modeError.end() ? CorvaneTest::FailWith(found->second) : next(path, mode);
 }
 
 CORVANE_TEST_STANDS_IN int unlink(const char* path) noexcept {
@@ -110,7 +113,9 @@ CORVANE_TEST_STANDS_IN int utimensat(int folder, const char* path, const timespe
 CORVANE_TEST_STANDS_IN int clock_gettime(clockid_t clock, timespec* result) noexcept {
   static const NextFunction<int(clockid_t, timespec*)> next("clock_gettime");
   const ScriptedSystem* const script = ScriptedSystem::OfThisThread();
-  if (script == nullptr || !script->now || clock != CLOCK_REALTIME) return next(clock, result);
+  if (script == nullptr || clock != CLOCK_REALTIME) return next(clock, result);
+  if (script->onClock) script->onClock();
+  if (!script->now) return next(clock, result);
   result->tv_sec = *script->now / 1000000;
   result->tv_nsec = *script->now % 1000000 * 1000;
   return 0;

@@ -28,7 +28,9 @@ class ScriptedSystem {
   std::map<std::string, int> unreadable;                // errno of stat by file name, for files with content
   std::map<std::string, long> additionalSize;           // what stat adds to the sizes of files with content
   std::map<std::string, int> timeError;                 // errno of utimensat by file name
+  std::map<std::string, int> modeError;                 // errno of chmod by file name
   std::function<void(const std::string& call)> onCall;  // told about each noted call before it is made
+  std::function<void()> onClock;                        // told before each look at the system clock, which is not noted
 
   // --- what was asked for: "space", "unlink a", "chmod a 755", "times a 1500000000 1500000000"; stat is not noted
 
