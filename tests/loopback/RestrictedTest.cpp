@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -175,65 +174,6 @@ TEST(ZTransferFullDisk, DuringAResumeKeepsWhatWasThereAndWhatFitted) {
   EXPECT_THAT(transfer.DownloadFile(Wide(server.Url()), WidePath(file), true), IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(FileHolds(file, content));
   EXPECT_EQ(server.Requests().back().Header("Range"), "bytes=199968-");
-}
-
-// A small file system of its own; unmounted on destruction.
-class SmallDisk {
- public:
-  explicit SmallDisk(const std::string& size) {
-    const std::string options = "size=" + size;
-    m_isMounted = mount("tmpfs", m_folder.Path().c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) == 0;
-    m_error = m_isMounted ? 0 : errno;
-  }
-  ~SmallDisk() {
-    if (m_isMounted) umount2(m_folder.Path().c_str(), MNT_DETACH);
-  }
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
-
-  bool IsMounted() const { return m_isMounted; }
-  std::string Error() const { return std::strerror(m_error); }
-  fs::path operator/(const char* name) const { return m_folder / name; }
-
- private:
-  TempDir m_folder;
-  bool m_isMounted = false;
-  int m_error = 0;
-};
-
-TEST(ZTransferFullDisk, FreedAgainLetsTheDownloadComplete) {
-  const SmallDisk disk("1m");
-  if (!disk.IsMounted()) GTEST_SKIP() << "this account cannot mount a small file system: " << disk.Error();
-  const std::string content = MakePattern(500000);
-  ScriptedServer server(KeepAlive(Content(content)));
-  WriteFile(disk / "filler", std::string(800000, 'x'));
-  ZTransfer transfer;
-  EXPECT_THAT(transfer.DownloadFile(Wide(server.Url()), WidePath(disk / "a"), true), IsCode(CurlFailure(kWriteError)));
-  const std::size_t fitted = FileSize(disk / "a");
-  EXPECT_GT(fitted, 0u);
-  EXPECT_LT(fitted, content.size());
-  EXPECT_TRUE(FileHolds(disk / "a", content.substr(0, fitted)));
-  EXPECT_EQ(transfer.GetDownloadSize(), fitted);
-
-  // As long as the disk is full the file stays as it is.
-  EXPECT_THAT(transfer.DownloadFile(Wide(server.Url()), WidePath(disk / "a"), true), IsCode(CurlFailure(kWriteError)));
-  EXPECT_TRUE(FileHolds(disk / "a", content.substr(0, fitted)));
-
-  fs::remove(disk / "filler");
-  EXPECT_THAT(transfer.DownloadFile(Wide(server.Url()), WidePath(disk / "a"), true), IsCode(TRANSFER_S_FINISHED));
-  EXPECT_TRUE(FileHolds(disk / "a", content));
-  EXPECT_EQ(server.Requests().back().Header("Range"), "bytes=" + std::to_string(fitted - 32) + "-");
-}
-
-TEST(ZTransferFullDisk, FailsADownloadOfAFewBytes) {
-  const SmallDisk disk("64k");
-  if (!disk.IsMounted()) GTEST_SKIP() << "this account cannot mount a small file system: " << disk.Error();
-  ScriptedServer server(KeepAlive(Status(200, "a few bytes")));
-  WriteFile(disk / "a", "");  // a name needs room, too
-  WriteFile(disk / "filler", std::string(65536, 'x'));
-  ZTransfer transfer;
-  EXPECT_THAT(transfer.DownloadFile(Wide(server.Url()), WidePath(disk / "a"), false), IsCode(CurlFailure(kWriteError)));
-  EXPECT_TRUE(FileHolds(disk / "a", ""));
 }
 
 }  // namespace
