@@ -6,7 +6,7 @@
 #include <cstdarg>
 #include <utility>
 
-#include "tests/recorder/NextFunction.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {

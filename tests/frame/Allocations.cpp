@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "tests/frame/Preempt.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {
@@ -48,9 +48,9 @@ void WatchAllocations(AllocationWatch watch) {
 }  // namespace CorvaneTest
 
 // The aligned and the nothrow forms stay the standard library's; the library under test uses neither.
-CORVANE_TEST_PREEMPTS void* operator new(std::size_t size) { return CorvaneTest::Make(size); }
-CORVANE_TEST_PREEMPTS void* operator new[](std::size_t size) { return CorvaneTest::Make(size); }
-CORVANE_TEST_PREEMPTS void operator delete(void* block) noexcept { CorvaneTest::Free(block); }
-CORVANE_TEST_PREEMPTS void operator delete[](void* block) noexcept { CorvaneTest::Free(block); }
-CORVANE_TEST_PREEMPTS void operator delete(void* block, std::size_t) noexcept { CorvaneTest::Free(block); }
-CORVANE_TEST_PREEMPTS void operator delete[](void* block, std::size_t) noexcept { CorvaneTest::Free(block); }
+CORVANE_TEST_REPLACES void* operator new(std::size_t size) { return CorvaneTest::Make(size); }
+CORVANE_TEST_REPLACES void* operator new[](std::size_t size) { return CorvaneTest::Make(size); }
+CORVANE_TEST_REPLACES void operator delete(void* block) noexcept { CorvaneTest::Free(block); }
+CORVANE_TEST_REPLACES void operator delete[](void* block) noexcept { CorvaneTest::Free(block); }
+CORVANE_TEST_REPLACES void operator delete(void* block, std::size_t) noexcept { CorvaneTest::Free(block); }
+CORVANE_TEST_REPLACES void operator delete[](void* block, std::size_t) noexcept { CorvaneTest::Free(block); }

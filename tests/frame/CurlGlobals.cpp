@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "tests/frame/Preempt.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {
@@ -63,33 +63,33 @@ int CurlGlobals::MostAtOnce() { return mostInside; }
 }  // namespace CorvaneTest
 
 using CorvaneTest::CurlGlobals;
-using CorvaneTest::Preempted;
+using CorvaneTest::NextFunction;
 
 extern "C" {
 
-CORVANE_TEST_PREEMPTS CURLcode curl_global_init(long flags) {
+CORVANE_TEST_REPLACES CURLcode curl_global_init(long flags) {
   const CorvaneTest::Presence presence;
   CurlGlobals::Note("init(" + std::to_string(flags) + ")");
   if (CorvaneTest::initResult != 0) return static_cast<CURLcode>(CorvaneTest::initResult.load());
-  return Preempted<CURLcode(long)>("curl_global_init")(flags);
+  return NextFunction<CURLcode(long)>("curl_global_init")(flags);
 }
 
-CORVANE_TEST_PREEMPTS void curl_global_cleanup() {
+CORVANE_TEST_REPLACES void curl_global_cleanup() {
   const CorvaneTest::Presence presence;
   CurlGlobals::Note("cleanup");
   // What was not initialised has nothing to clean up.
-  if (CorvaneTest::initResult == 0) Preempted<void()>("curl_global_cleanup")();
+  if (CorvaneTest::initResult == 0) NextFunction<void()>("curl_global_cleanup")();
 }
 
-CORVANE_TEST_PREEMPTS CURL* curl_easy_init() {
+CORVANE_TEST_REPLACES CURL* curl_easy_init() {
   if (CorvaneTest::recordHandles) CurlGlobals::Note("easy_init");
   if (CorvaneTest::refuseHandles) return nullptr;
-  return Preempted<CURL*()>("curl_easy_init")();
+  return NextFunction<CURL*()>("curl_easy_init")();
 }
 
-CORVANE_TEST_PREEMPTS void curl_easy_cleanup(CURL* handle) {
+CORVANE_TEST_REPLACES void curl_easy_cleanup(CURL* handle) {
   if (CorvaneTest::recordHandles) CurlGlobals::Note("easy_cleanup");
-  Preempted<void(CURL*)>("curl_easy_cleanup")(handle);
+  NextFunction<void(CURL*)>("curl_easy_cleanup")(handle);
 }
 
 }  // extern "C"

@@ -19,7 +19,7 @@
 #include "tests/frame/Allocations.h"
 #include "tests/frame/CurlGlobals.h"
 #include "tests/frame/LineRecorder.h"
-#include "tests/frame/Preempt.h"
+#include "tests/support/NextFunction.h"
 #include "tests/support/Sockets.h"
 
 namespace CorvaneTest {
@@ -33,10 +33,11 @@ std::atomic<int> messagesBuilt{0};
 namespace Corvane {
 
 // Every log line is built with Arg, so that the calls tell whether one was built.
-CORVANE_TEST_PREEMPTS ZString ZString::Arg(const ZString& value) const {
+CORVANE_TEST_REPLACES ZString ZString::Arg(const ZString& value) const {
   ++CorvaneTest::messagesBuilt;
   // A member function takes its object as its first argument.
-  return CorvaneTest::Preempted<ZString(const ZString*, const ZString&)>("_ZNK7Corvane7ZString3ArgERKS0_")(this, value);
+  return CorvaneTest::NextFunction<ZString(const ZString*, const ZString&)>("_ZNK7Corvane7ZString3ArgERKS0_")(this,
+                                                                                                              value);
 }
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "tests/frame/Preempt.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {
@@ -32,32 +32,32 @@ void WatchRegistrations(std::function<void(const RegistrationCall&)> watch) { wa
 namespace Corvane {
 
 using CorvaneTest::Nesting;
-using CorvaneTest::Preempted;
+using CorvaneTest::NextFunction;
 using CorvaneTest::Registration;
 
-CORVANE_TEST_PREEMPTS void ZModuleRegistry::Register(const ZModule& module) {
+CORVANE_TEST_REPLACES void ZModuleRegistry::Register(const ZModule& module) {
   const Nesting nesting;
   CorvaneTest::Report({Registration::RegisterModule, module.GetName()});
-  Preempted<void(const ZModule&)>("_ZN7Corvane15ZModuleRegistry8RegisterERKNS_7ZModuleE")(module);
+  NextFunction<void(const ZModule&)>("_ZN7Corvane15ZModuleRegistry8RegisterERKNS_7ZModuleE")(module);
 }
 
-CORVANE_TEST_PREEMPTS void ZModuleRegistry::Unregister(const ZString& name) {
+CORVANE_TEST_REPLACES void ZModuleRegistry::Unregister(const ZString& name) {
   const Nesting nesting;
   CorvaneTest::Report({Registration::UnregisterModule, name});
-  Preempted<void(const ZString&)>("_ZN7Corvane15ZModuleRegistry10UnregisterERKNS_7ZStringE")(name);
+  NextFunction<void(const ZString&)>("_ZN7Corvane15ZModuleRegistry10UnregisterERKNS_7ZStringE")(name);
 }
 
-CORVANE_TEST_PREEMPTS void ZErrorDict::Register(unsigned int facility, const ZErrorMap* map) {
+CORVANE_TEST_REPLACES void ZErrorDict::Register(unsigned int facility, const ZErrorMap* map) {
   const Nesting nesting;
   CorvaneTest::Report({Registration::RegisterCodes, ZString(), facility, map});
-  Preempted<void(unsigned int, const ZErrorMap*)>(
+  NextFunction<void(unsigned int, const ZErrorMap*)>(
       "_ZN7Corvane10ZErrorDict8RegisterEjPKSt3mapIjNS_7ZStringESt4lessIjESaISt4pairIKjS2_EEE")(facility, map);
 }
 
-CORVANE_TEST_PREEMPTS void ZErrorDict::Unregister(unsigned int facility) {
+CORVANE_TEST_REPLACES void ZErrorDict::Unregister(unsigned int facility) {
   const Nesting nesting;
   CorvaneTest::Report({Registration::UnregisterCodes, ZString(), facility});
-  Preempted<void(unsigned int)>("_ZN7Corvane10ZErrorDict10UnregisterEj")(facility);
+  NextFunction<void(unsigned int)>("_ZN7Corvane10ZErrorDict10UnregisterEj")(facility);
 }
 
 }  // namespace Corvane

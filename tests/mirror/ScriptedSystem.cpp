@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tests/recorder/NextFunction.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "tests/recorder/Allocations.h"
-#include "tests/recorder/NextFunction.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {

@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "tests/recorder/Allocations.h"
-#include "tests/recorder/NextFunction.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "tests/recorder/Allocations.h"
-#include "tests/recorder/NextFunction.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <utility>
 
-#include "tests/frame/Preempt.h"
+#include "tests/support/NextFunction.h"
 
 namespace CorvaneTest {
 namespace {
@@ -65,7 +65,7 @@ void ScriptedClock::PassSleep(const Sleep& sleep) {
 
 extern "C" {
 
-CORVANE_TEST_PREEMPTS int gettimeofday(timeval* now, void* /*zone*/) noexcept {
+CORVANE_TEST_REPLACES int gettimeofday(timeval* now, void* /*zone*/) noexcept {
   if (CorvaneTest::ScriptedClock* const clock = CorvaneTest::current) {
     *now = clock->Now();
     return 0;
@@ -77,15 +77,15 @@ CORVANE_TEST_PREEMPTS int gettimeofday(timeval* now, void* /*zone*/) noexcept {
   return 0;
 }
 
-CORVANE_TEST_PREEMPTS int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
+CORVANE_TEST_REPLACES int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
   CorvaneTest::ScriptedClock* const clock = CorvaneTest::current;
   const bool sleeps = count == 0 && readable == nullptr && writable == nullptr && exceptional == nullptr;
   if (clock != nullptr && sleeps && timeout != nullptr) {
     clock->PassSleep({timeout->tv_sec, timeout->tv_usec});
     return 0;
   }
-  return CorvaneTest::Preempted<int(int, fd_set*, fd_set*, fd_set*, timeval*)>("select")(count, readable, writable,
-                                                                                         exceptional, timeout);
+  return CorvaneTest::NextFunction<int(int, fd_set*, fd_set*, fd_set*, timeval*)>("select")(count, readable, writable,
+                                                                                            exceptional, timeout);
 }
 
 }  // extern "C"
