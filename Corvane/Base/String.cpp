@@ -90,7 +90,7 @@ wchar_t ToUpper(wchar_t character) noexcept {
 }
 
 template <class Number>
-void AssignNumber(std::wstring& text, Number number, char format) {
+std::wstring NumberText(Number number, char format) {
   using Signed = std::make_signed_t<Number>;
   using Unsigned = std::make_unsigned_t<Number>;
   std::array<char, 24> digits;  // 2^64 has 20 decimal digits
@@ -106,7 +106,7 @@ void AssignNumber(std::wstring& text, Number number, char format) {
   } else {
     end = std::to_chars(first, last, number).ptr;
   }
-  text.assign(first, end);
+  return std::wstring(first, end);
 }
 
 // The value of a digit in base 36; 36 for any other character.
@@ -216,41 +216,12 @@ void ZString::CutFilled(size_type from, size_type to) noexcept {
   m_filled.resize(kept);
 }
 
-ZString& ZString::SetNum(int number, char format) {
-  m_filled.clear();
-  AssignNumber(m_text, number, format);
-  return *this;
-}
-
-ZString& ZString::SetNum(unsigned int number, char format) {
-  m_filled.clear();
-  AssignNumber(m_text, number, format);
-  return *this;
-}
-
-ZString& ZString::SetNum(long number, char format) {
-  m_filled.clear();
-  AssignNumber(m_text, number, format);
-  return *this;
-}
-
-ZString& ZString::SetNum(unsigned long number, char format) {
-  m_filled.clear();
-  AssignNumber(m_text, number, format);
-  return *this;
-}
-
-ZString& ZString::SetNum(long long number, char format) {
-  m_filled.clear();
-  AssignNumber(m_text, number, format);
-  return *this;
-}
-
-ZString& ZString::SetNum(unsigned long long number, char format) {
-  m_filled.clear();
-  AssignNumber(m_text, number, format);
-  return *this;
-}
+ZString& ZString::SetNum(int number, char format) { return *this = NumberText(number, format); }
+ZString& ZString::SetNum(unsigned int number, char format) { return *this = NumberText(number, format); }
+ZString& ZString::SetNum(long number, char format) { return *this = NumberText(number, format); }
+ZString& ZString::SetNum(unsigned long number, char format) { return *this = NumberText(number, format); }
+ZString& ZString::SetNum(long long number, char format) { return *this = NumberText(number, format); }
+ZString& ZString::SetNum(unsigned long long number, char format) { return *this = NumberText(number, format); }
 
 ZString ZString::Arg(const ZString& value) const {
   const unsigned int lowest = LowestPlaceholder(m_text, m_filled);
