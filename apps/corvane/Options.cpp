@@ -266,14 +266,18 @@ void AddTransferOptions(CLI::App& command, RawOptions& raw) {
   AddInformationOptions(command);
 }
 
+void AddAcceptHttpErrors(Group& group, RawOptions& raw) {
+  group.AddFlag("--accept-http-errors", raw.acceptHttpErrors,
+                "Take the answer to a failed request (404 ...) for a success");
+}
+
 void AddGet(CLI::App& program, RawOptions& raw) {
   CLI::App& command = AddCommand(program, "get", "Download a URL to standard output or into a file", kGetHelp);
   command.add_option("URL", raw.url)->required();
   Group group(command, "Output");
   group.Add("-o,--output", raw.output, "FILE", "Write into FILE instead of to the standard output");
   group.AddFlag("--resume", raw.resume, "Continue FILE where an earlier download stopped");
-  group.AddFlag("--accept-http-errors", raw.acceptHttpErrors,
-                "Take the answer to a failed request (404 ...) for a success");
+  AddAcceptHttpErrors(group, raw);
   AddTransferOptions(command, raw);
 }
 
@@ -286,8 +290,7 @@ void AddPost(CLI::App& program, RawOptions& raw) {
   content.Add("--file", raw.file, "PATH", "The content of a file, sent as it is");
   Group group(command, "Output");
   group.Add("-o,--output", raw.output, "FILE", "Write the answer into FILE instead of to the standard output");
-  group.AddFlag("--accept-http-errors", raw.acceptHttpErrors,
-                "Take the answer to a failed request (404 ...) for a success");
+  AddAcceptHttpErrors(group, raw);
   AddTransferOptions(command, raw);
 }
 
