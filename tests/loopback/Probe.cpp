@@ -1,7 +1,5 @@
-#include <grp.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +8,7 @@
 
 #include "tests/loopback/TransferTesting.h"
 #include "tests/support/Env.h"
+#include "tests/support/Privileges.h"
 
 // Downloads a file in a process that is restricted in a way which the test's own process must not be:
 //
@@ -19,26 +18,11 @@
 
 namespace {
 
-constexpr unsigned int kNobody = 65534;
-
-[[noreturn]] void Die(const char* what) {
-  std::perror(what);
-  std::exit(2);
-}
-
-// Root may read and write everything; an ordinary user stays what he is.
-void DropPrivileges() {
-  if (geteuid() != 0) return;
-  if (setgroups(0, nullptr) != 0) Die("setgroups");
-  if (setresgid(kNobody, kNobody, kNobody) != 0) Die("setresgid");
-  if (setresuid(kNobody, kNobody, kNobody) != 0) Die("setresuid");
-}
-
 void LimitFileSize(rlim_t bytes) {
   // By default the signal ends the process; a host that lives with limits ignores it and sees EFBIG.
-  if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR) Die("signal");
+  if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR) CorvaneTest::Die("signal");
   const rlimit limit{bytes, bytes};
-  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) Die("setrlimit");
+  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) CorvaneTest::Die("setrlimit");
 }
 
 }  // namespace
@@ -48,7 +32,7 @@ int main(int argc, char** argv) {
   int at = 1;
   for (; at < argc && std::strncmp(argv[at], "--", 2) == 0; ++at) {
     if (std::string(argv[at]) == "--without-privileges") {
-      DropPrivileges();
+      CorvaneTest::DropPrivileges();
     } else {
       LimitFileSize(std::strtoull(argv[++at], nullptr, 10));
     }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/loopback/TransferTesting.h"
+#include "tests/support/Privileges.h"
 #include "tests/support/Process.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
@@ -57,7 +58,6 @@ class OwnedFile {
       fs::permissions(Path(), fs::perms(mode));
       return;
     }
-    constexpr unsigned int kNobody = 65534;
     if (chown(m_folder.Path().c_str(), kNobody, kNobody) != 0 || chown(Path().c_str(), kNobody, kNobody) != 0) {
       throw std::runtime_error(std::string("chown: ") + std::strerror(errno));
     }

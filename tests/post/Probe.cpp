@@ -1,5 +1,3 @@
-#include <grp.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -8,6 +6,7 @@
 
 #include "tests/loopback/TransferTesting.h"
 #include "tests/support/Env.h"
+#include "tests/support/Privileges.h"
 
 // Posts a file in a process of its own:
 //
@@ -18,28 +17,13 @@
 
 namespace {
 
-constexpr unsigned int kNobody = 65534;
-
-[[noreturn]] void Die(const char* what) {
-  std::perror(what);
-  std::exit(2);
-}
-
-// Root may read and write everything; an ordinary user stays what he is.
-void DropPrivileges() {
-  if (geteuid() != 0) return;
-  if (setgroups(0, nullptr) != 0) Die("setgroups");
-  if (setresgid(kNobody, kNobody, kNobody) != 0) Die("setresgid");
-  if (setresuid(kNobody, kNobody, kNobody) != 0) Die("setresuid");
-}
-
 // The largest resident size that the process has had so far.
 unsigned long LargestMemory() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
     if (line.compare(0, 6, "VmHWM:") == 0) return std::strtoul(line.c_str() + 6, nullptr, 10);
   }
-  Die("VmHWM");
+  CorvaneTest::Die("VmHWM");
 }
 
 }  // namespace
@@ -47,7 +31,7 @@ unsigned long LargestMemory() {
 int main(int argc, char** argv) {
   if (argc != 5) return 2;
   CorvaneTest::PrepareTestProcess();
-  if (std::string(argv[1]) == "--without-privileges") DropPrivileges();
+  if (std::string(argv[1]) == "--without-privileges") CorvaneTest::DropPrivileges();
   Corvane::ZTransfer transfer;
   const unsigned long before = LargestMemory();
   const Corvane::ZResult code =
