@@ -1,37 +1,10 @@
 #include <Corvane/Base/StringTokenizer.h>
 
-#include <array>
-#include <string>
+#include <string_view>
+
+#include <Corvane/Base/TokenScannerImpl.h>
 
 namespace Corvane {
-namespace {
-
-// A set of characters with a table for ASCII: listings of a million lines are split with it, character by character.
-class DelimiterSet {
- public:
-  explicit DelimiterSet(const std::wstring& characters) {
-    for (const wchar_t character : characters) {
-      if (IsAscii(character)) {
-        m_ascii[static_cast<std::size_t>(character)] = true;
-      } else {
-        m_others.push_back(character);
-      }
-    }
-  }
-
-  [[nodiscard]] bool Contains(wchar_t character) const noexcept {
-    if (IsAscii(character)) return m_ascii[static_cast<std::size_t>(character)];
-    return m_others.find(character) != std::wstring::npos;
-  }
-
- private:
-  static bool IsAscii(wchar_t character) noexcept { return character >= 0 && character < 0x80; }
-
-  std::array<bool, 0x80> m_ascii{};
-  std::wstring m_others;
-};
-
-}  // namespace
 
 ZStringTokenizer::ZStringTokenizer(ZString text, const ZString& delimiters)
     : ZStringTokenizer(std::move(text), delimiters, 0, 0) {}
@@ -39,18 +12,10 @@ ZStringTokenizer::ZStringTokenizer(ZString text, const ZString& delimiters)
 ZStringTokenizer::ZStringTokenizer(ZString text, const ZString& delimiters, int /*flags*/, std::size_t most)
     : m_text(std::move(text)) {
   const DelimiterSet set(delimiters.Str());
-  const std::wstring& characters = m_text.Str();
-  const std::size_t length = characters.size();
-  for (std::size_t position = 0;;) {
-    while (position < length && set.Contains(characters[position])) ++position;
-    if (position == length) return;
-    const std::size_t begin = position;
-    if (m_tokens.size() + 1 == most) {
-      position = length;  // the remainder
-    } else {
-      while (position < length && !set.Contains(characters[position])) ++position;
-    }
-    m_tokens.emplace_back(begin, position - begin);
+  TokenScanner scanner(m_text.Str(), set);
+  while (scanner.HasMore()) {
+    const std::wstring_view token = m_tokens.size() + 1 == most ? scanner.Remainder() : scanner.Next();
+    m_tokens.emplace_back(static_cast<std::size_t>(token.data() - m_text.CStr()), token.size());
   }
 }
 
