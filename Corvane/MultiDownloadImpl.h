@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <string_view>
 
 #include <Corvane/Base/DateTime.h>
 #include <Corvane/Base/File.h>
@@ -99,7 +100,7 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   void AddCompleted(unsigned long long bytes);
   void BeginFile(const ZString& name, unsigned long long resumeOffset);
   void EndFile(std::size_t Statistics::*count);
-  void StoreEntry(const ZString& name, unsigned long long size);
+  void StoreEntry(std::wstring_view name, unsigned long long size);
   void SetStatus(ZResult status, ZString text);
 };
 
