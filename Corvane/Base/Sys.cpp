@@ -47,8 +47,8 @@ ZResult Fopen(std::FILE** file, const char* path, const char* mode) noexcept {
   errno = 0;
   OpenFile opened(std::fopen(path, fullMode));
   if (opened == nullptr) return LastFailure();
-  // The system opens a directory for reading and lets only the reads fail.
-  if (IsDirectory(opened.get())) return ResultFromErrno(EISDIR);
+  // The system opens a directory for reading and lets only the reads fail; for writing it refuses by itself.
+  if (mode[0] == 'r' && IsDirectory(opened.get())) return ResultFromErrno(EISDIR);
   errno = 0;
   if (IsForWriting(mode) && std::setvbuf(opened.get(), nullptr, _IONBF, 0) != 0) return LastFailure();
   *file = opened.release();
