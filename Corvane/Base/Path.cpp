@@ -14,9 +14,12 @@ ZString ZPath::GetDirectory(const ZString& path) {
 
 ZPath ZPath::operator/(const ZString& name) const {
   if (m_path.IsEmpty()) return ZPath(name);
-  const bool endsWithSlash = m_path[m_path.Length() - 1] == L'/';
-  const ZString::size_type nameBegin = name.FindFirstNotOf(L"/");
-  return ZPath((endsWithSlash ? m_path : m_path + L"/") + name.Substr(nameBegin));
+  ZString joined;
+  joined.Reserve(m_path.Length() + 1 + name.Length());
+  joined.Append(m_path);
+  if (m_path[m_path.Length() - 1] != L'/') joined.Append(L'/');
+  const ZString::size_type nameBegin = name.Str().find_first_not_of(L'/');
+  return ZPath(std::move(nameBegin == 0 ? joined.Append(name) : joined.Append(name.Substr(nameBegin))));
 }
 
 }  // namespace Corvane

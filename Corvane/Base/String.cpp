@@ -228,6 +228,7 @@ ZString ZString::Arg(const ZString& value) const {
   if (lowest == 0) return *this;
 
   ZString result;
+  result.m_text.reserve(m_text.size() + value.m_text.size());
   size_type copied = 0;  // what stands before is in `result`
   auto span = m_filled.begin();
   const auto copyUpTo = [&](size_type end) {

@@ -139,15 +139,17 @@ bool ZUrl::IsValid() const {
 }
 
 ZUrl ZUrl::operator/(const ZString& name) const {
-  const std::wstring& base = m_text.Str();
   ZUrl joined;
-  joined.m_text = m_text;
-  if (base.empty()) {
-    joined.m_text.Append(ZString(PercentEncode(name)));
+  if (m_text.IsEmpty()) {
+    joined.m_text = ZString(PercentEncode(name));
     return joined;
   }
-  if (base.back() != L'/') joined.m_text.Append(L'/');
-  joined.m_text.Append(ZString(PercentEncode(name.Substr(name.FindFirstNotOf(L"/")))));
+  const ZString::size_type nameBegin = name.Str().find_first_not_of(L'/');
+  const std::wstring encoded = nameBegin == 0 ? PercentEncode(name) : PercentEncode(name.Substr(nameBegin));
+  joined.m_text.Reserve(m_text.Length() + 1 + encoded.size());
+  joined.m_text.Append(m_text);
+  if (m_text[m_text.Length() - 1] != L'/') joined.m_text.Append(L'/');
+  joined.m_text.Append(encoded.data(), encoded.size());
   return joined;
 }
 
