@@ -1,6 +1,7 @@
 #include <Corvane/Transfer.h>
 
 #include <pthread.h>
+#include <strings.h>
 #include <sys/select.h>
 #include <sys/time.h>
 
@@ -727,9 +728,7 @@ void ZTransfer::ZTransferImpl::RepeatAbort(CURLoption limit) {
   if (!m_abort.compare_exchange_strong(aborted, false)) curl_easy_setopt(m_easy, limit, 1L);
 }
 
-bool ZTransfer::ZTransferImpl::IsHttp() const {
-  return SchemeOf(ZString(m_url.get(), strnlen(m_url.get(), 5))).StartsWith(L"http");
-}
+bool ZTransfer::ZTransferImpl::IsHttp() const { return strncasecmp(m_url.get(), "http", 4) == 0; }
 
 bool ZTransfer::ZTransferImpl::CheckHeader() {
   if (!IsHttp()) return true;
