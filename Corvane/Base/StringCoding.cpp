@@ -172,17 +172,11 @@ const char* PutLocal(WideBuffer& buffer, const char* bytes, const char* end) {
   return bytes + (decoded ? length : 1);
 }
 
-// Encodes a text of ASCII alone, without zeros, which is the same in every encoding; returns false, and leaves `bytes` alone, for any
-// other. Nearly all names and URLs are such texts, and both loops compile to vector instructions.
+// Leaves `bytes` alone when the text is not plain.
 bool EncodeAscii(const std::wstring& text, std::string& bytes) {
-  const std::size_t length = text.size();
-  const wchar_t* const characters = text.data();
-  std::uint32_t bits = 0;
-  for (std::size_t i = 0; i < length; ++i) bits |= static_cast<std::uint32_t>(characters[i]);
-  if (bits >= 0x80 || text.find(L'\0') != std::wstring::npos) return false;
-  bytes.resize(length);
-  char* const out = bytes.data();
-  for (std::size_t i = 0; i < length; ++i) out[i] = static_cast<char>(characters[i]);
+  if (!Coding::IsPlainAscii(text)) return false;
+  bytes.resize(text.size());
+  Coding::CopyAscii(text, bytes.data());
   return true;
 }
 
@@ -236,6 +230,18 @@ void EncodeUtf8(const std::wstring& text, std::string& bytes) {
 }
 
 }  // namespace
+
+bool Coding::IsPlainAscii(const std::wstring& text) noexcept {
+  std::uint32_t bits = 0;
+  for (const wchar_t character : text) bits |= static_cast<std::uint32_t>(character);
+  return bits < 0x80 && text.find(L'\0') == std::wstring::npos;
+}
+
+void Coding::CopyAscii(const std::wstring& text, char* bytes) noexcept {
+  const std::size_t length = text.size();
+  const wchar_t* const characters = text.data();
+  for (std::size_t i = 0; i < length; ++i) bytes[i] = static_cast<char>(characters[i]);
+}
 
 void Coding::AppendLocal(ZString& text, const char* bytes, std::size_t length) {
   const char* const end = bytes + length;
