@@ -766,9 +766,11 @@ void ZTransfer::ZTransferImpl::SetResult(ZString& result) {
   SetError(TRANSFER_E_DOWNLOAD, ZGetErrorMsg(TRANSFER_E_DOWNLOAD) + L": " + ZGetErrorMsg(failure));
 }
 
+// In plain numbers, for it runs twice for each block.
 void ZTransfer::ZTransferImpl::UpdateTransferTime() {
-  const ZDateTime now = ZDateTime::Now();
-  m_transferTime = now.Compare(m_startTime) > 0 ? now - m_startTime : ZTimeSpan();
+  const long long start = m_startTime.GetMicroSecondsSinceEpoch();
+  const long long now = ZDateTime::Now().GetMicroSecondsSinceEpoch();
+  m_transferTime = ZTimeSpan(now > start ? now - start : 0);
 }
 
 void ZTransfer::ZTransferImpl::UpdateContentSize() {
