@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/mirror/MirrorTesting.h"
-#include "tests/servers/MirrorTree.h"
+#include "tests/servers/MirrorRuns.h"
 
 // Whole directories from real servers: what arrives, what a second run asks for, and over how many connections.
 namespace CorvaneTest {
@@ -22,12 +21,6 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kFileCount = 1000;
 
-Sizes SizeListOf(const Files& files) {
-  Sizes sizes;
-  for (const auto& [name, content] : files) sizes[Wide(name)] = content.size();
-  return sizes;
-}
-
 // Times for every other file.
 Times TimeListOf(const Files& files) {
   Times times;
@@ -39,7 +32,8 @@ Times TimeListOf(const Files& files) {
 }
 
 Files WithoutEmptyOnes(Files files) {
-  for (auto file = files.begin(); file != files.end();) file = file->second.empty() ? files.erase(file) : std::next(file);
+  for (auto file = files.begin(); file != files.end();)
+    file = file->second.empty() ? files.erase(file) : std::next(file);
   return files;
 }
 
@@ -65,10 +59,10 @@ std::vector<std::string> PathsOf(const std::vector<std::string>& requests) {
 class ZMultiDownloadOnServer : public testing::TestWithParam<ServerKind> {
  protected:
   ZResult Run(const std::string& path, bool resume = false) {
-    return m_mirror.Download(Wide(m_server->Url(path)), WidePath(m_folder.Path()), resume);
+    return m_mirror.Download(Wide(m_server.Url(path)), WidePath(m_folder.Path()), resume);
   }
 
-  std::unique_ptr<Daemon> m_server = StartServer(GetParam());
+  RemoteServer m_server{GetParam()};
   TempDir m_folder;
   ZMultiDownload m_mirror;
 };
@@ -76,14 +70,14 @@ class ZMultiDownloadOnServer : public testing::TestWithParam<ServerKind> {
 TEST_P(ZMultiDownloadOnServer, FetchesAThousandFilesAsTheyAre) {
   const Files files = MakeFiles(kFileCount);
   ASSERT_EQ(files.size(), kFileCount);
-  WriteFiles(m_server->RootDir() / "pub", files);
-  WriteFile(m_server->RootDir() / "pub/folder/deep", "not fetched");
-  fs::create_directory(m_server->RootDir() / "pub/empty folder");
+  WriteFiles(m_server.RootDir() / "pub", files);
+  WriteFile(m_server.RootDir() / "pub/folder/deep", "not fetched");
+  fs::create_directory(m_server.RootDir() / "pub/empty folder");
   const Times times = TimeListOf(files);
   ASSERT_EQ(times.size(), kFileCount / 2);
   m_mirror.SetFileTimeList(times);
   const std::time_t begin = std::time(nullptr);
-  ASSERT_THAT(Run("/pub"), IsCode(TRANSFER_S_FINISHED)) << ErrorOf(m_mirror) << m_server->Log();
+  ASSERT_THAT(Run("/pub"), IsCode(TRANSFER_S_FINISHED)) << ErrorOf(m_mirror) << m_server.Log();
   EXPECT_TRUE(HoldsExactly(m_folder.Path(), files));
   ExpectModesAndTimes(m_folder.Path(), files, times, begin);
   unsigned long long total = 0;
@@ -110,7 +104,7 @@ class FolderObserver : public ZTransfer::Observer {
 
 TEST_P(ZMultiDownloadOnServer, ShowsItsObserversTheListingAndThenEachFileInOrder) {
   const Files files = MakeFiles(60);
-  WriteFiles(m_server->RootDir() / "pub", files);
+  WriteFiles(m_server.RootDir() / "pub", files);
   FolderObserver first(m_folder.Path());
   FolderObserver second(m_folder.Path());
   m_mirror.Attach(&first);
@@ -137,11 +131,10 @@ INSTANTIATE_TEST_SUITE_P(Daemons, ZMultiDownloadOnServer,
 TEST(ZMultiDownloadConnections, AreOneForAThousandFilesOverHttp) {
   WatchedNginx nginx;
   const Files files = MakeFiles(kFileCount);
-  WriteFiles(nginx.Server().RootDir() / "pub", files);
+  WriteFiles(nginx.RootDir() / "pub", files);
   const TempDir folder;
   ZMultiDownload mirror;
-  ASSERT_THAT(mirror.Download(Wide(nginx.Server().Url("/pub")), WidePath(folder.Path()), false),
-              IsCode(TRANSFER_S_FINISHED));
+  ASSERT_THAT(mirror.Download(Wide(nginx.Url("/pub")), WidePath(folder.Path()), false), IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(HoldsExactly(folder.Path(), files));
   const std::vector<std::string> requests = nginx.Requests();
   EXPECT_THAT(requests, SizeIs(kFileCount + 1));
@@ -165,11 +158,10 @@ TEST(ZMultiDownloadConnections, AreMadeAnewWhenTheServerClosesThem) {
 TEST(ZMultiDownloadConnections, AreOneForCommandsOverFtp) {
   WatchedVsftpd vsftpd;
   const Files files = MakeFiles(200);
-  WriteFiles(vsftpd.Server().RootDir() / "pub", files);
+  WriteFiles(vsftpd.RootDir() / "pub", files);
   const TempDir folder;
   ZMultiDownload mirror;
-  ASSERT_THAT(mirror.Download(Wide(vsftpd.Server().Url("/pub")), WidePath(folder.Path()), false),
-              IsCode(TRANSFER_S_FINISHED));
+  ASSERT_THAT(mirror.Download(Wide(vsftpd.Url("/pub")), WidePath(folder.Path()), false), IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(HoldsExactly(folder.Path(), files));
   EXPECT_EQ(vsftpd.CountConnections(), 1U);
   EXPECT_EQ(vsftpd.CountCommands("USER"), 1U);
@@ -179,28 +171,19 @@ TEST(ZMultiDownloadConnections, AreOneForCommandsOverFtp) {
 
 // --- a second run
 
-// As a second start of a host would: with an object of its own.
-ZResult MirrorAfresh(const std::string& url, const fs::path& folder, bool resume, const Sizes& sizes = {},
-                     const Times& times = {}) {
-  ZMultiDownload mirror;
-  mirror.SetFileSizeList(sizes);
-  mirror.SetFileTimeList(times);
-  return mirror.Download(Wide(url), WidePath(folder), resume);
-}
-
 TEST(ZMultiDownloadSecondRun, AsksForTheListingOnlyOverFtp) {
   WatchedVsftpd vsftpd;
   const Files files = WithoutEmptyOnes(MakeFiles(kFileCount));
-  WriteFiles(vsftpd.Server().RootDir() / "pub", files);
-  const std::string url = vsftpd.Server().Url("/pub");
+  WriteFiles(vsftpd.RootDir() / "pub", files);
+  const std::string url = vsftpd.Url("/pub");
   const TempDir folder;
   const Times times = TimeListOf(files);
-  ASSERT_THAT(MirrorAfresh(url, folder.Path(), true, {}, times), IsCode(TRANSFER_S_FINISHED));
+  ASSERT_THAT(MirrorAfresh(url, folder.Path(), true, {}, times).code, IsCode(TRANSFER_S_FINISHED));
   EXPECT_EQ(vsftpd.CountCommands("RETR"), files.size());
   ASSERT_EQ(vsftpd.CountCommands("LIST"), 1U);
   const Traces before = TracesOf(folder.Path());
 
-  ASSERT_THAT(MirrorAfresh(url, folder.Path(), true, {}, times), IsCode(TRANSFER_S_FINISHED));
+  ASSERT_THAT(MirrorAfresh(url, folder.Path(), true, {}, times).code, IsCode(TRANSFER_S_FINISHED));
   EXPECT_EQ(vsftpd.CountCommands("RETR"), files.size()) << "no file again";
   EXPECT_EQ(vsftpd.CountCommands("LIST"), 2U);
   EXPECT_EQ(vsftpd.CountCommands("SIZE"), files.size());
@@ -210,11 +193,11 @@ TEST(ZMultiDownloadSecondRun, AsksForTheListingOnlyOverFtp) {
 // A size of 0 means that it is not known.
 TEST(ZMultiDownloadSecondRun, FetchesEmptyFilesAgainAndNoOther) {
   WatchedVsftpd vsftpd;
-  WriteFiles(vsftpd.Server().RootDir() / "pub", {{"a", "1"}, {"empty", ""}, {"z", "26"}});
+  WriteFiles(vsftpd.RootDir() / "pub", {{"a", "1"}, {"empty", ""}, {"z", "26"}});
   const TempDir folder;
-  ASSERT_THAT(MirrorAfresh(vsftpd.Server().Url("/pub"), folder.Path(), true), IsCode(TRANSFER_S_FINISHED));
+  ASSERT_THAT(MirrorAfresh(vsftpd.Url("/pub"), folder.Path(), true).code, IsCode(TRANSFER_S_FINISHED));
   const std::size_t former = vsftpd.Commands().size();
-  ASSERT_THAT(MirrorAfresh(vsftpd.Server().Url("/pub"), folder.Path(), true), IsCode(TRANSFER_S_FINISHED));
+  ASSERT_THAT(MirrorAfresh(vsftpd.Url("/pub"), folder.Path(), true).code, IsCode(TRANSFER_S_FINISHED));
   std::vector<std::string> fetched;
   const std::vector<std::string> commands = vsftpd.Commands();
   for (std::size_t i = former; i < commands.size(); ++i) {
@@ -227,26 +210,29 @@ TEST(ZMultiDownloadSecondRun, FetchesEmptyFilesAgainAndNoOther) {
 TEST(ZMultiDownloadSecondRun, AsksForNothingOverHttpWhenTheSizesAreKnown) {
   WatchedNginx nginx;
   const Files files = WithoutEmptyOnes(MakeFiles(kFileCount));
-  WriteFiles(nginx.Server().RootDir() / "pub", files);
-  const std::string url = nginx.Server().Url("/pub");
+  WriteFiles(nginx.RootDir() / "pub", files);
+  const std::string url = nginx.Url("/pub");
   const TempDir folder;
   const Sizes sizes = SizeListOf(files);
   const Times times = TimeListOf(files);
-  ASSERT_THAT(MirrorAfresh(url, folder.Path(), true, sizes, times), IsCode(TRANSFER_S_FINISHED));
+  ASSERT_THAT(MirrorAfresh(url, folder.Path(), true, sizes, times).code, IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(HoldsExactly(folder.Path(), files));
   EXPECT_THAT(nginx.Requests(), SizeIs(files.size())) << "the files and no listing";
   const Traces before = TracesOf(folder.Path());
 
-  ASSERT_THAT(MirrorAfresh(url, folder.Path(), true, sizes, times), IsCode(TRANSFER_S_FINISHED));
+  ASSERT_THAT(MirrorAfresh(url, folder.Path(), true, sizes, times).code, IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(nginx.Requests(), SizeIs(files.size()));
   EXPECT_EQ(TracesOf(folder.Path()), before) << "no file was touched";
 }
 
 TEST(ZMultiDownloadSecondRun, FetchesOnlyWhatIsMissingPartialOrStale) {
   WatchedNginx nginx;
-  const Files files = {{"complete", MakePattern(5000, 1)}, {"grown", MakePattern(5000, 2)}, {"missing", MakePattern(5000, 3)},
-                       {"old", MakePattern(5000, 4)},      {"partial", MakePattern(5000, 5)}};
-  WriteFiles(nginx.Server().RootDir() / "pub", files);
+  const Files files = {{"complete", MakePattern(5000, 1)},
+                       {"grown", MakePattern(5000, 2)},
+                       {"missing", MakePattern(5000, 3)},
+                       {"old", MakePattern(5000, 4)},
+                       {"partial", MakePattern(5000, 5)}};
+  WriteFiles(nginx.RootDir() / "pub", files);
   const TempDir folder;
   WriteFiles(folder.Path(), {{"complete", MakePattern(5000, 1)},
                              {"grown", MakePattern(5001, 9)},
@@ -255,7 +241,7 @@ TEST(ZMultiDownloadSecondRun, FetchesOnlyWhatIsMissingPartialOrStale) {
   // "old" is as large as expected but older.
   const std::time_t now = std::time(nullptr);
   const Times times = {{L"complete", now - 1000}, {L"old", now + 1000}, {L"partial", now - 500}};
-  ASSERT_THAT(MirrorAfresh(nginx.Server().Url("/pub"), folder.Path(), true, SizeListOf(files), times),
+  ASSERT_THAT(MirrorAfresh(nginx.Url("/pub"), folder.Path(), true, SizeListOf(files), times).code,
               IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(HoldsExactly(folder.Path(), files));
   std::vector<std::string> answers;
@@ -269,13 +255,13 @@ TEST(ZMultiDownloadSecondRun, FetchesOnlyWhatIsMissingPartialOrStale) {
 TEST(ZMultiDownloadSecondRun, FetchesAllAgainOverHttpWhenTheSizesAreNotKnown) {
   WatchedNginx nginx;
   const Files files = MakeFiles(30);
-  WriteFiles(nginx.Server().RootDir() / "pub", files);
+  WriteFiles(nginx.RootDir() / "pub", files);
   const TempDir folder;
   std::vector<std::string> paths = {"/pub/"};
   for (const auto& [name, content] : files) paths.push_back("/pub/" + name);
   for (const bool resume : {false, true, true}) {
     const std::size_t former = nginx.Requests().size();
-    ASSERT_THAT(MirrorAfresh(nginx.Server().Url("/pub"), folder.Path(), resume), IsCode(TRANSFER_S_FINISHED));
+    ASSERT_THAT(MirrorAfresh(nginx.Url("/pub"), folder.Path(), resume).code, IsCode(TRANSFER_S_FINISHED));
     std::vector<std::string> requests = nginx.Requests();
     requests.erase(requests.begin(), requests.begin() + static_cast<std::ptrdiff_t>(former));
     EXPECT_EQ(PathsOf(requests), paths);

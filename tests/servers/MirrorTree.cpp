@@ -19,9 +19,15 @@ namespace {
 
 std::string MakeName(std::size_t index) {
   // nginx shows 50 characters of a name at most.
-  static const char* const kFormats[] = {"file-%04zu.bin",          "With two blanks %04zu.txt", "%04zu",
-                                         "archive.%04zu.tar.gz",    "UPPER_%04zu.TXT",           "-begins with a dash %04zu",
-                                         "gr\xC3\xBC\xC3\x9F-%04zu", "many.dots..%04zu.",         "(%04zu)[x]{y}~!@$,",
+  static const char* const kFormats[] = {"file-%04zu.bin",
+                                         "With two blanks %04zu.txt",
+                                         "%04zu",
+                                         "archive.%04zu.tar.gz",
+                                         "UPPER_%04zu.TXT",
+                                         "-begins with a dash %04zu",
+                                         "gr\xC3\xBC\xC3\x9F-%04zu",
+                                         "many.dots..%04zu.",
+                                         "(%04zu)[x]{y}~!@$,",
                                          "a name of exactly fifty characters, no more: %04zu."};
   char name[80];
   std::snprintf(name, sizeof name, kFormats[index % std::size(kFormats)], index);
@@ -84,7 +90,8 @@ testing::AssertionResult HoldsExactly(const fs::path& folder, const Files& files
     if (file == files.end()) return testing::AssertionFailure() << path << " does not belong there";
     const std::string content = ReadFile(path);
     if (content == file->second) return testing::AssertionSuccess();
-    return testing::AssertionFailure() << path << " differs: " << content.size() << " bytes, not " << file->second.size();
+    return testing::AssertionFailure() << path << " differs: " << content.size() << " bytes, not "
+                                       << file->second.size();
   });
   if (!result || count == files.size()) return result;
   testing::AssertionResult missing = testing::AssertionFailure() << files.size() - count << " files are missing:";
@@ -147,18 +154,27 @@ std::map<std::string, unsigned long long> SizesOf(const Files& files) {
 
 // --- servers
 
-std::unique_ptr<Daemon> StartServer(ServerKind kind) {
+namespace {
+
+std::unique_ptr<Daemon> StartDaemon(ServerKind kind) {
   switch (kind) {
     case ServerKind::kNginx:
       return std::make_unique<NginxServer>();
     case ServerKind::kApache:
       return std::make_unique<ApacheServer>();
     case ServerKind::kVsftpd:
-      return std::make_unique<VsftpdServer>();
+      return std::make_unique<VsftpdServer>(
+          VsftpdOptions{"force_dot_files=YES\n"});  // lists hidden files, as the others do
     case ServerKind::kPyftpdlib:
       return std::make_unique<PyftpdServer>();
   }
   throw std::logic_error("no such server");
+}
+
+}  // namespace
+
+RemoteServer::RemoteServer(ServerKind kind) : m_daemon(StartDaemon(kind)) {
+  if (IsFtp(kind)) m_delay = std::make_unique<FtpDelay>(m_daemon->Port());
 }
 
 std::string NameOf(ServerKind kind) {
@@ -169,8 +185,9 @@ std::string NameOf(ServerKind kind) {
 WatchedNginx::WatchedNginx(const WatchedOptions& options) {
   NginxOptions nginx;
   // By default a connection serves 1,000 requests.
-  nginx.httpLines = "keepalive_requests 1000000;\nlog_format watched escape=none '$connection $status $uri';\naccess_log \"" +
-                    (m_folder / "requests").string() + "\" watched;\n";
+  nginx.httpLines =
+      "keepalive_requests 1000000;\nlog_format watched escape=none '$connection $status $uri';\naccess_log \"" +
+      (m_folder / "requests").string() + "\" watched;\n";
   // Small pieces make an even stream of the limit, which holds from one piece to the next.
   if (options.bytesPerSecond != 0) {
     nginx.httpLines +=
@@ -194,11 +211,13 @@ std::vector<std::string> WatchedNginx::Requests() {
 WatchedVsftpd::WatchedVsftpd(const WatchedOptions& options) {
   VsftpdOptions vsftpd;
   // Commands are logged in the server's own format only.
-  vsftpd.lines = "xferlog_std_format=NO\nlog_ftp_protocol=YES\nvsftpd_log_file=" + (m_folder / "commands").string() + "\n";
+  vsftpd.lines =
+      "xferlog_std_format=NO\nlog_ftp_protocol=YES\nvsftpd_log_file=" + (m_folder / "commands").string() + "\n";
   if (options.bytesPerSecond != 0) {
     vsftpd.lines += "anon_max_rate=" + std::to_string(options.bytesPerSecond) + "\ntrans_chunk_size=8192\n";
   }
   m_server = std::make_unique<VsftpdServer>(vsftpd);
+  m_delay = std::make_unique<FtpDelay>(m_server->Port());
 }
 
 // A line ends with: FTP command: Client "127.0.0.1", "RETR a b"
@@ -231,7 +250,8 @@ std::size_t WatchedVsftpd::CountConnections() const {
 SmallDisk::SmallDisk(const std::string& size) {
   const std::string options = "size=" + size;
   if (mount("tmpfs", m_folder.Path().c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
-    throw std::runtime_error(std::string("cannot mount a small file system, which this test needs: ") + std::strerror(errno));
+    throw std::runtime_error(std::string("cannot mount a small file system, which this test needs: ") +
+                             std::strerror(errno));
   }
 }
 

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/servers/FtpDelay.h"
 #include "tests/support/Daemons.h"
 #include "tests/support/TempDir.h"
 
@@ -49,11 +50,25 @@ std::map<std::string, unsigned long long> SizesOf(const Files& files);
 
 enum class ServerKind { kNginx, kApache, kVsftpd, kPyftpdlib };
 
-std::unique_ptr<Daemon> StartServer(ServerKind kind);
+// A daemon as the tests see it; those for FTP behind an FtpDelay.
+class RemoteServer {
+ public:
+  explicit RemoteServer(ServerKind kind);
+
+  const std::filesystem::path& RootDir() const { return m_daemon->RootDir(); }
+  std::string Url(std::string_view path) const { return m_delay ? m_delay->Url(path) : m_daemon->Url(path); }
+  std::string Log() const { return m_daemon->Log(); }
+  void Stop() { m_daemon->Stop(); }
+
+ private:
+  std::unique_ptr<Daemon> m_daemon;
+  std::unique_ptr<FtpDelay> m_delay;
+};
+
 std::string NameOf(ServerKind kind);
 inline bool IsFtp(ServerKind kind) { return kind == ServerKind::kVsftpd || kind == ServerKind::kPyftpdlib; }
 
-// A server that says what it was asked for, and how slowly it is to send.
+// How slowly a server is to send.
 struct WatchedOptions {
   unsigned int bytesPerSecond = 0;  // of one file; 0: as fast as it can
 };
@@ -62,7 +77,9 @@ struct WatchedOptions {
 class WatchedNginx {
  public:
   explicit WatchedNginx(const WatchedOptions& options = {});
-  NginxServer& Server() { return *m_server; }
+
+  const std::filesystem::path& RootDir() const { return m_server->RootDir(); }
+  std::string Url(std::string_view path) const { return m_server->Url(path); }
 
   // The lines written so far; those of all requests that were answered before.
   std::vector<std::string> Requests();
@@ -77,7 +94,9 @@ class WatchedNginx {
 class WatchedVsftpd {
  public:
   explicit WatchedVsftpd(const WatchedOptions& options = {});
-  VsftpdServer& Server() { return *m_server; }
+
+  const std::filesystem::path& RootDir() const { return m_server->RootDir(); }
+  std::string Url(std::string_view path) const { return m_delay->Url(path); }
 
   // The commands received so far, such as "RETR a b", in order.
   std::vector<std::string> Commands() const;
@@ -87,6 +106,7 @@ class WatchedVsftpd {
  private:
   TempDir m_folder{TempDir::Access::kPublic};
   std::unique_ptr<VsftpdServer> m_server;
+  std::unique_ptr<FtpDelay> m_delay;
 };
 
 // A small file system of its own; unmounted on destruction. Throws, which fails the test, when it cannot be had.
