@@ -182,6 +182,11 @@ std::string NameOf(ServerKind kind) {
   return kNames[static_cast<std::size_t>(kind)];
 }
 
+void RemoteServer::Stop() {
+  m_daemon->Stop();
+  m_delay.reset();
+}
+
 WatchedNginx::WatchedNginx(const WatchedOptions& options) {
   NginxOptions nginx;
   // By default a connection serves 1,000 requests.

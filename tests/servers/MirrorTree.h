@@ -58,7 +58,9 @@ class RemoteServer {
   const std::filesystem::path& RootDir() const { return m_daemon->RootDir(); }
   std::string Url(std::string_view path) const { return m_delay ? m_delay->Url(path) : m_daemon->Url(path); }
   std::string Log() const { return m_daemon->Log(); }
-  void Stop() { m_daemon->Stop(); }
+
+  // Ends the server and the connections to it. (Sessions of vsftpd outlive their server, so the relay cuts them.)
+  void Stop();
 
  private:
   std::unique_ptr<Daemon> m_daemon;

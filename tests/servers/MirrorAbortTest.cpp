@@ -1,0 +1,324 @@
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <chrono>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/servers/MirrorRuns.h"
+#include "tests/support/ScriptedFtpServer.h"
+
+// Mirrors that another thread stops: in the listing, in a file, between files. What came keeps its times, and a run with resume
+// completes the rest.
+namespace CorvaneTest {
+namespace {
+
+using namespace Corvane;
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace fs = std::filesystem;
+
+constexpr long kTime = 1000000000;
+
+Times TimesOf(const Files& files) {
+  Times times;
+  for (const auto& [name, content] : files) times[Wide(name)] = kTime;
+  return times;
+}
+
+void ExpectComplete(const fs::path& folder, const Files& files) {
+  EXPECT_TRUE(HoldsExactly(folder, files));
+  for (const auto& [name, content] : files) EXPECT_EQ(StatusOf(folder / name).st_mtime, kTime) << name;
+}
+
+// --- in a file
+
+struct SlowServer {
+  explicit SlowServer(ServerKind kind, unsigned int bytesPerSecond) {
+    if (IsFtp(kind)) {
+      vsftpd = std::make_unique<WatchedVsftpd>(WatchedOptions{bytesPerSecond});
+    } else {
+      nginx = std::make_unique<WatchedNginx>(WatchedOptions{bytesPerSecond});
+    }
+  }
+  std::string Url(std::string_view path) const { return vsftpd ? vsftpd->Url(path) : nginx->Url(path); }
+  const fs::path& RootDir() const { return vsftpd ? vsftpd->RootDir() : nginx->RootDir(); }
+
+  std::unique_ptr<WatchedVsftpd> vsftpd;
+  std::unique_ptr<WatchedNginx> nginx;
+};
+
+class ZMultiDownloadAbort : public testing::TestWithParam<ServerKind> {
+ protected:
+  // Over HTTP the sizes come from a list, so that the second run can continue.
+  static Sizes ListFor(const Files& files) { return IsFtp(GetParam()) ? Sizes() : SizeListOf(files); }
+
+  TempDir m_folder;
+};
+
+TEST_P(ZMultiDownloadAbort, InAFileKeepsItsBeginningAndTheFilesBefore) {
+  const Files files = {{"a", "small"}, {"b", MakePattern(3000000)}, {"c", MakePattern(1000)}};
+  {
+    const SlowServer server(GetParam(), 20000);
+    WriteFiles(server.RootDir() / "pub", files);
+    ZMultiDownload mirror;
+    mirror.SetFileSizeList(ListFor(files));
+    mirror.SetFileTimeList(TimesOf(files));
+    RunningMirror run(mirror, Wide(server.Url("/pub")), WidePath(m_folder.Path()), true);
+    ASSERT_TRUE(WaitUntil([&] { return fs::exists(m_folder / "b") && FileSize(m_folder / "b") > 1000; }));
+    EXPECT_THAT(mirror.Abort(), IsCode(BASE_S_OK));
+    EXPECT_EQ(run.Result(After(kAbortLimit)), TRANSFER_E_ABORTED);
+    EXPECT_EQ(ErrorOf(mirror), "Download aborted by user");
+  }
+  EXPECT_THAT(NamesIn(m_folder.Path()), ElementsAre("a", "b"));
+  EXPECT_TRUE(HoldsBeginningsOf(m_folder.Path(), files));
+  EXPECT_EQ(StatusOf(m_folder / "a").st_mtime, kTime);
+  EXPECT_GT(StatusOf(m_folder / "b").st_mtime, kTime) << "it is not complete";
+  const std::uintmax_t begun = FileSize(m_folder / "b");
+
+  const SlowServer server(GetParam(), 0);
+  WriteFiles(server.RootDir() / "pub", files);
+  const Outcome outcome = MirrorAfresh(server.Url("/pub"), m_folder.Path(), true, ListFor(files), TimesOf(files));
+  EXPECT_THAT(outcome.code, IsCode(TRANSFER_S_FINISHED)) << outcome.error;
+  ExpectComplete(m_folder.Path(), files);
+  if (server.vsftpd) {
+    EXPECT_THAT(server.vsftpd->Commands(), testing::Contains("REST " + std::to_string(begun - 32)));
+  } else {
+    EXPECT_THAT(server.nginx->Requests(),
+                ElementsAre(testing::EndsWith(" 206 /pub/b"), testing::EndsWith(" 200 /pub/c")));
+  }
+}
+
+// At random moments of a run that is slow enough to be hit anywhere, again and again until everything is there.
+TEST_P(ZMultiDownloadAbort, AtAnyMomentLosesNothing) {
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  Files files;
+  for (int i = 0; i < 12; ++i) files["file" + std::to_string(i)] = MakePattern(i % 4 == 3 ? 200 : 40000 + 7919 * i, i);
+  std::size_t total = 0;
+  for (const auto& [name, content] : files) total += content.size();
+  const SlowServer server(GetParam(), 2000000);
+  WriteFiles(server.RootDir() / "pub", files);
+  std::size_t endedInATransfer = 0;
+  for (int i = 0; i < 25; ++i) {
+    ZMultiDownload mirror;
+    mirror.SetFileSizeList(ListFor(files));
+    mirror.SetFileTimeList(TimesOf(files));
+    RunningMirror run(mirror, Wide(server.Url("/pub")), WidePath(m_folder.Path()), true);
+    // What is there counts; and so do the bytes of the listing and the header lines before the first file.
+    const unsigned long long goal = random() % (total / 12);
+    ASSERT_TRUE(WaitUntil([&] { return mirror.GetTransferSize() > goal || run.Result(Clock::now()).has_value(); }));
+    mirror.Abort();
+    const std::optional<ZResult> result = run.Result(After(kAbortLimit));
+    ASSERT_TRUE(result.has_value()) << "runs on";
+    EXPECT_THAT(*result, AnyOf(IsCode(TRANSFER_E_ABORTED), IsCode(TRANSFER_E_NOT_STARTED), IsCode(TRANSFER_E_CONNECT),
+                               IsCode(TRANSFER_S_FINISHED)));
+    EXPECT_FALSE(ErrorOf(mirror).empty());
+    EXPECT_EQ(mirror.GetStatus(), *result);
+    if (*result == TRANSFER_E_ABORTED) ++endedInATransfer;
+    if (fs::exists(m_folder.Path())) {
+      ASSERT_TRUE(HoldsBeginningsOf(m_folder.Path(), files));
+      for (const std::string& name : NamesIn(m_folder.Path())) {
+        if (FileSize(m_folder / name) == files.at(name).size() && *result == TRANSFER_S_FINISHED) {
+          EXPECT_EQ(StatusOf(m_folder / name).st_mtime, kTime) << name;
+        }
+      }
+    }
+    if (*result == TRANSFER_S_FINISHED) {
+      ExpectComplete(m_folder.Path(), files);
+      fs::remove_all(m_folder.Path());
+    }
+  }
+  EXPECT_GE(endedInATransfer, 8U) << "too few of the aborts met what they were meant for";
+  const Outcome outcome = MirrorAfresh(server.Url("/pub"), m_folder.Path(), true, ListFor(files), TimesOf(files));
+  EXPECT_THAT(outcome.code, IsCode(TRANSFER_S_FINISHED)) << outcome.error;
+  EXPECT_TRUE(HoldsExactly(m_folder.Path(), files));
+}
+
+INSTANTIATE_TEST_SUITE_P(Daemons, ZMultiDownloadAbort, testing::Values(ServerKind::kNginx, ServerKind::kVsftpd),
+                         [](const auto& server) { return NameOf(server.param); });
+
+// --- in the listing
+
+TEST(ZMultiDownloadAbortOfListing, FromNginxLeavesTheRunNotStarted) {
+  WatchedNginx nginx({20000});
+  Files files;
+  for (int i = 0; i < 3000; ++i) files["file" + std::to_string(i)] = "";
+  WriteFiles(nginx.RootDir() / "pub", files);  // a page of some 200 KiB
+  const TempDir folder;
+  WriteFile(folder / "file7", "was there before");
+  RecordingObserver observer;
+  ZMultiDownload mirror;
+  mirror.Attach(&observer);
+  RunningMirror run(mirror, Wide(nginx.Url("/pub")), WidePath(folder.Path()), true);
+  ASSERT_TRUE(observer.FirstEvent().Wait());
+  EXPECT_THAT(mirror.Abort(), IsCode(BASE_S_OK));
+  EXPECT_EQ(run.Result(After(kAbortLimit)), TRANSFER_E_NOT_STARTED);
+  EXPECT_EQ(ErrorOf(mirror), "Download not started yet");
+  EXPECT_TRUE(HoldsExactly(folder.Path(), {{"file7", "was there before"}}));
+}
+
+// --- steps of FTP, one by one
+
+struct FtpStep {
+  const char* name;
+  const char* verb;  // the command that gets no answer ...
+  int count;         // ... the so-manieth time
+  ZResult result;
+  std::vector<std::string> names;  // what is there after the abort
+};
+
+const FtpStep kFtpSteps[] = {
+    {"login", "USER", 1, TRANSFER_E_NOT_STARTED, {}},
+    {"the listing's connection", "EPSV", 1, TRANSFER_E_NOT_STARTED, {}},
+    {"the listing", "LIST", 1, TRANSFER_E_NOT_STARTED, {}},
+    {"the first file's connection", "EPSV", 2, TRANSFER_E_ABORTED, {}},
+    {"the first file's size", "SIZE", 1, TRANSFER_E_ABORTED, {}},
+    {"the first file", "RETR", 1, TRANSFER_E_ABORTED, {}},
+    {"the second file's size", "SIZE", 2, TRANSFER_E_ABORTED, {"a"}},
+    {"the second file", "RETR", 2, TRANSFER_E_ABORTED, {"a"}},
+    {"the third file", "RETR", 3, TRANSFER_E_ABORTED, {"a", "b"}},
+};
+
+// Leaves the command of the step without an answer, once.
+void Hold(ScriptedFtpServer& server, const FtpStep& step, Gate& reached) {
+  const auto left = std::make_shared<std::atomic<int>>(step.count);
+  server.OnCommand(step.verb, [&reached, left](Connection& control, const std::string&) {
+    if (--*left != 0) return false;
+    reached.Open();
+    control.WaitUntilPeerCloses(Deadline::max());
+    return true;
+  });
+}
+
+TEST(ZMultiDownloadAbortOfFtp, AtEachStepKeepsTheFilesBeforeWithTheirTimes) {
+  const Files files = {{"a", MakePattern(1000, 1)}, {"b", MakePattern(2000, 2)}, {"c", MakePattern(3000, 3)}};
+  for (const FtpStep& step : kFtpSteps) {
+    SCOPED_TRACE(step.name);
+    Gate reached;
+    ScriptedFtpServer server({{"/pub/a", files.at("a")}, {"/pub/b", files.at("b")}, {"/pub/c", files.at("c")}});
+    Hold(server, step, reached);
+    const FtpDelay relay(server.Port());
+    const TempDir folder;
+    ZMultiDownload mirror;
+    mirror.SetFileTimeList(TimesOf(files));
+    RunningMirror run(mirror, Wide(relay.Url("/pub")), WidePath(folder.Path()), true);
+    ASSERT_TRUE(reached.Wait());
+    mirror.Abort();
+    const std::optional<ZResult> result = run.Result(After(kAbortLimit));
+    ASSERT_TRUE(result.has_value()) << "runs on";
+    EXPECT_THAT(*result, IsCode(step.result));
+    for (const std::string& name : step.names) {
+      EXPECT_TRUE(FileHolds(folder / name, files.at(name)));
+      EXPECT_EQ(StatusOf(folder / name).st_mtime, kTime);
+    }
+    EXPECT_TRUE(HoldsBeginningsOf(folder.Path(), files));
+    EXPECT_LE(NamesIn(folder.Path()).size(), step.names.size() + 1) << "the file that was begun";
+
+    const Outcome outcome = MirrorAfresh(relay.Url("/pub"), folder.Path(), true, {}, TimesOf(files));
+    EXPECT_THAT(outcome.code, IsCode(TRANSFER_S_FINISHED)) << outcome.error;
+    ExpectComplete(folder.Path(), files);
+  }
+}
+
+// --- at the end of a file
+
+// All of the file is here when the abort comes, but only the end of the connection tells so.
+TEST(ZMultiDownloadAbortAtTheEndOfAFile, KeepsTheFileAndBeginsNoOther) {
+  const Files files = {{"a", MakePattern(1000, 1)}, {"b", MakePattern(2000, 2)}, {"c", MakePattern(3000, 3)}};
+  Gate lastByteSent, aborted;
+  const Responder others = Directory(files);
+  const ScriptedServer server(KeepAlive([&](Connection& peer, const Request& request) {
+    if (request.target != "/dir/b" || aborted.IsOpen()) return others(peer, request);
+    peer.Send(FormatHead(200, {{"Connection", "close"}}) + files.at("b"));
+    lastByteSent.Open();
+    if (peer.WaitFor(aborted)) peer.Close();
+  }));
+  const TempDir folder;
+  ZMultiDownload mirror;
+  mirror.SetFileTimeList(TimesOf(files));
+  mirror.SetFileSizeList(SizeListOf(files));
+  RunningMirror run(mirror, Wide(server.Url("/dir")), WidePath(folder.Path()), true);
+  ASSERT_TRUE(lastByteSent.Wait());
+  ASSERT_TRUE(WaitUntil([&] { return fs::exists(folder / "b") && FileSize(folder / "b") == 2000; }));
+  mirror.Abort();
+  aborted.Open();
+  const std::optional<ZResult> result = run.Result(After(kAbortLimit));
+  ASSERT_TRUE(result.has_value()) << "runs on";
+  EXPECT_THAT(*result, IsCode(TRANSFER_E_ABORTED));
+  EXPECT_EQ(ErrorOf(mirror), "Download aborted by user");
+  EXPECT_THAT(TargetsOf(server), ElementsAre("/dir/a", "/dir/b"));
+  EXPECT_TRUE(HoldsExactly(folder.Path(), {{"a", files.at("a")}, {"b", files.at("b")}}));
+  EXPECT_EQ(StatusOf(folder / "a").st_mtime, kTime);
+
+  const Outcome outcome = MirrorAfresh(server.Url("/dir"), folder.Path(), true, SizeListOf(files), TimesOf(files));
+  EXPECT_THAT(outcome.code, IsCode(TRANSFER_S_FINISHED)) << outcome.error;
+  EXPECT_TRUE(HoldsExactly(folder.Path(), files));
+  EXPECT_THAT(TargetsOf(server), ElementsAre("/dir/a", "/dir/b", "/dir/c"));
+}
+
+// --- watchers
+
+// Asks for everything that a mirror tells, until it is told to stop.
+void Watch(ZMultiDownload& mirror, const std::atomic<bool>& stop) {
+  while (!stop) {
+    EXPECT_THAT(mirror.GetStatus(), AnyOf(IsCode(TRANSFER_E_NOT_STARTED), IsCode(TRANSFER_S_FINISHED),
+                                          IsCode(TRANSFER_E_ABORTED), IsCode(TRANSFER_E_CONNECT)));
+    EXPECT_FALSE(ErrorOf(mirror).empty());
+    EXPECT_GE(mirror.GetDownloadTime(), 0);
+    EXPECT_LE(mirror.GetDownloadSize(), 10000000U);
+    EXPECT_LE(mirror.GetTransferSize(), 10000000U);
+    static_cast<void>(mirror.GetTransferRate());
+    static_cast<void>(mirror.Wait(0));
+  }
+}
+
+// ThreadSanitizer is the real judge of this one.
+TEST(ZMultiDownloadWatchers, SeeSenseWhileRunsBeginEndAndAreAborted) {
+  NginxServer server;
+  Files files;
+  for (int i = 0; i < 8; ++i) files["file" + std::to_string(i)] = MakePattern(30000 * i, i);
+  WriteFiles(server.RootDir() / "pub", files);
+  const TempDir folder;
+  ZMultiDownload mirror;
+  std::atomic<bool> stopWatching{false}, stopAborting{false};
+  std::vector<std::thread> watchers;
+  for (int i = 0; i < 4; ++i) watchers.emplace_back([&] { Watch(mirror, stopWatching); });
+  std::thread aborter([&] {
+    for (unsigned long long i = 1; !stopAborting; ++i) {
+      WaitUntil([&] { return stopAborting || mirror.GetDownloadSize() > i * 37777 % 900000; });
+      mirror.Abort();
+      WaitUntil([&] { return stopAborting || mirror.GetDownloadSize() == 0; });  // the next run has begun
+    }
+  });
+  int finished = 0, unfinished = 0;
+  const auto run = [&] {
+    mirror.SetFileSizeList(Sizes());
+    const ZResult result = mirror.Download(Wide(server.Url("/pub")), WidePath(folder.Path()), false);
+    ++(result == TRANSFER_S_FINISHED ? finished : unfinished);
+    EXPECT_THAT(result, AnyOf(IsCode(TRANSFER_S_FINISHED), IsCode(TRANSFER_E_ABORTED), IsCode(TRANSFER_E_NOT_STARTED),
+                              IsCode(TRANSFER_E_CONNECT)));
+    EXPECT_TRUE(HoldsBeginningsOf(folder.Path(), files));
+  };
+  const Deadline deadline = After(kPatience);
+  for (int i = 0; i < 60 || unfinished < 10; ++i) {
+    run();
+    ASSERT_LT(Clock::now(), deadline) << finished << " finished, " << unfinished << " aborted";
+  }
+  stopAborting = true;
+  aborter.join();
+  for (int i = 0; i < 20; ++i) run();
+  EXPECT_GE(finished, 20);
+  stopWatching = true;
+  for (std::thread& watcher : watchers) watcher.join();
+  EXPECT_TRUE(HoldsExactly(folder.Path(), files));
+}
+
+}  // namespace
+}  // namespace CorvaneTest
