@@ -275,6 +275,11 @@ void Watch(ZMultiDownload& mirror, const std::atomic<bool>& stop) {
     EXPECT_LE(mirror.GetDownloadSize(), 10000000U);
     EXPECT_LE(mirror.GetTransferSize(), 10000000U);
     static_cast<void>(mirror.GetTransferRate());
+    const ZMultiDownload::Statistics files = mirror.GetStatistics();
+    EXPECT_LE(files.filesFetched + files.filesResumed + files.filesSkipped, files.filesKnown);
+    EXPECT_LE(files.filesKnown, 8U);
+    ZString text, header;
+    static_cast<void>(mirror.GetCause(text, header));
     static_cast<void>(mirror.Wait(0));
   }
 }
