@@ -62,6 +62,10 @@ const std::vector<std::string> kPlainNames = {
     "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D",
 };
 
+// Lines of FTP listings are trimmed, and control characters have no place in them; pages show all of these as they are.
+const std::vector<std::string> kNamesOfPages = {" leading",   "trailing ", " ",   "tab\tinside",
+                                                "line\nfeed", "\x01",      "\x7F"};
+
 // Shown by some pages in an escaped or shortened form, or not at all. FTP listings show them.
 std::vector<std::string> OtherNames() {
   std::string ideographs;  // three bytes each
@@ -87,6 +91,7 @@ class ZMultiDownloadNames : public testing::TestWithParam<ServerKind> {
   // vsftpd takes this name for the home folder, as a shell does.
   Files AllNamesOfServer() const {
     Files files = AllNames();
+    if (!IsFtp(GetParam())) files.merge(MakeNamed(kNamesOfPages));
     if (GetParam() != ServerKind::kVsftpd) files["~"] = "home";
     return files;
   }
@@ -102,7 +107,11 @@ class ZMultiDownloadNames : public testing::TestWithParam<ServerKind> {
 };
 
 TEST_P(ZMultiDownloadNames, ArriveThroughTheListing) {
-  const Files files = IsFtp(GetParam()) ? AllNamesOfServer() : MakeNamed(kPlainNames);
+  Files files = AllNamesOfServer();
+  if (!IsFtp(GetParam())) {
+    files = MakeNamed(kPlainNames);
+    files.merge(MakeNamed(kNamesOfPages));
+  }
   Serve(files);
   const Outcome outcome = MirrorAfresh(Url(), m_folder.Path(), false);
   EXPECT_THAT(outcome.code, IsCode(TRANSFER_S_FINISHED)) << outcome.error;
@@ -171,6 +180,21 @@ TEST(ZMultiDownloadNamesOnPages, WithAnAmpersandAreTakenAsApacheWritesThem) {
   mirror.SetIgnoreList({L"b &amp; c"});
   EXPECT_THAT(mirror.Download(Wide(server.Url("/pub")), WidePath(folder.Path()), false), IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(HoldsExactly(folder.Path(), {{"a", "1"}, {"d", "3"}}));
+}
+
+// As it is trimmed, such a name is another one. No file of that name is there, so the run ends instead of leaving it out.
+TEST(ZMultiDownloadNamesInFtpListings, WithBlanksAtTheirEndsAreNotFound) {
+  for (const char* const name : {" leading", "trailing "}) {
+    const RemoteServer server(ServerKind::kVsftpd);
+    WriteFiles(server.RootDir() / "pub", {{"a", "1"}, {name, "blank"}});
+    const TempDir folder;
+    EXPECT_THAT(MirrorAfresh(server.Url("/pub"), folder.Path(), false).code, IsCode(CurlFailure(kRemoteFileNotFound)));
+    EXPECT_TRUE(FileHolds(folder / "a", "1"));
+    // A list of the host knows the name as it is.
+    const Outcome outcome = MirrorAfresh(server.Url("/pub"), folder / "listed", false, {{Wide(name), 5}});
+    EXPECT_THAT(outcome.code, IsCode(TRANSFER_S_FINISHED)) << outcome.error;
+    EXPECT_TRUE(HoldsExactly(folder / "listed", {{name, "blank"}}));
+  }
 }
 
 // The library knows names as text. A name that is none cannot be asked for again, over whatever protocol.
