@@ -112,8 +112,11 @@ TEST(FtpListing, KeepsTheLaterSizeOfANameThatComesTwice) {
 TEST(FtpListing, EndsLinesAtCarriageReturnsAndLineFeeds) {
   const Entries both{{"a", 1}, {"b", 2}};
   for (const std::string& end : {"\n"s, "\r"s, "\r\n"s, "\n\r"s, "\r\n\r\n\n"s}) {
-    EXPECT_EQ(ParseFtp(UnixLine("1", "a") + end + UnixLine("2", "b")), both) << testing::PrintToString(end);
-    EXPECT_EQ(ParseFtp(end + UnixLine("1", "a") + end + UnixLine("2", "b") + end), both) << testing::PrintToString(end);
+    std::string listing = UnixLine("1", "a");
+    listing.append(end).append(UnixLine("2", "b"));
+    EXPECT_EQ(ParseFtp(listing), both) << testing::PrintToString(end);
+    listing.insert(0, end).append(end);
+    EXPECT_EQ(ParseFtp(listing), both) << testing::PrintToString(end);
   }
 }
 

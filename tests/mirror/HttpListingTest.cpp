@@ -293,7 +293,8 @@ std::string MillionAnchors(char quote) {
   std::string anchors;
   for (int i = 0; i < kMillion; ++i) {
     const std::string name = std::to_string(i);
-    anchors += "<a href=" + (quote + name + quote) + '>' + name + "</a>\n";
+    anchors.append("<a href=").append(1, quote).append(name).append(1, quote);
+    anchors.append(1, '>').append(name).append("</a>\n");
   }
   return anchors;
 }

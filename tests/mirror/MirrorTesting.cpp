@@ -12,7 +12,8 @@ std::string ErrorOf(const ZMultiDownload& mirror) { return Narrow(mirror.GetErro
 
 std::string PageOf(const std::vector<std::string>& names) {
   std::string page = "<html><pre>";
-  for (const std::string& name : names) page += "<a href=\"" + name + "\">" + name + "</a>\r\n";
+  for (const std::string& name : names)
+    page.append("<a href=\"").append(name).append("\">").append(name).append("</a>\r\n");
   return page + "</pre></html>";
 }
 

@@ -108,9 +108,9 @@ TEST_F(ZMultiDownloadThreads, OfManyOnlyOneRuns) {
   ZMultiDownload mirror;
   std::atomic<int> busy{0};
   std::atomic<int> finished{0};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&] {
+  std::vector<std::thread> threads(8);
+  for (std::thread& thread : threads) {
+    thread = std::thread([&] {
       const ZResult result = mirror.Download(server.Directory(), Folder(), false);
       if (result == BASE_E_BUSY && ++busy == 7) server.Release();
       if (result == TRANSFER_S_FINISHED) ++finished;
@@ -211,7 +211,6 @@ TEST_F(ZMultiDownloadThreads, DestructionEndsTheRunOfAnotherThread) {
   for (const std::string target : {"/dir/", "/dir/a"}) {
     HoldingServer server(target, Directory({{"a", "1"}}));
     auto mirror = std::make_unique<ZMultiDownload>();
-    std::atomic<bool> destroyed{false};
     ZMultiDownload* const object = mirror.get();
     auto run =
         std::async(std::launch::async, [&, object] { return object->Download(server.Directory(), Folder(), false); });
