@@ -25,7 +25,7 @@ namespace Corvane {
 class CORVANE_ZN_API ZThrottle {
  public:
   ZThrottle() noexcept;
-  ~ZThrottle();
+  ~ZThrottle();  // NOLINT(performance-trivially-destructible): exported, so that it may come to have something to do
   ZThrottle(const ZThrottle&) = delete;
   ZThrottle& operator=(const ZThrottle&) = delete;
 
