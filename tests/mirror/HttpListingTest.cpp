@@ -135,6 +135,9 @@ TEST(HttpListing, TakesSizesFromIisPagesOnly) {
   EXPECT_EQ(ParseHttp("SERVER: MICROSOFT-IIS/6.0\r\n\r\n<pre>" + line + "</pre>"), (Entries{{"file.txt", 12345}}));
   EXPECT_EQ(ParseHttp("<pre>" + line + "</pre>server: microsoft-iis"), (Entries{{"file.txt", 12345}}))
       << "header and page are searched together";
+  EXPECT_EQ(ParseHttp("Server: M\u0130crosoft-\u0130\u0130S\r\n\r\n<pre>" + line + "</pre>"),
+            (Entries{{"file.txt", 12345}}))
+      << "this letter's lower case is an i";
   EXPECT_EQ(ParseHttp("Server:Microsoft-IIS\r\n\r\n<pre>" + line + "</pre>"), (Entries{{"file.txt", 0}}));
 }
 
