@@ -31,8 +31,9 @@ class PublishedText {
 
  private:
   mutable std::mutex m_mutex;
-  ZString m_text;                                      // guarded by m_mutex
-  mutable std::map<std::thread::id, ZString> m_copies;  // guarded by m_mutex; nodes never move, each is read by its thread only
+  ZString m_text;  // guarded by m_mutex
+  // Guarded by m_mutex; nodes never move, and each is read by its thread only.
+  mutable std::map<std::thread::id, ZString> m_copies;
 };
 
 }  // namespace Corvane

@@ -57,18 +57,18 @@ class CORVANE_ZN_API ZThrottle {
   void Evaluate(unsigned int speed);
   [[nodiscard]] unsigned int LimitFor(unsigned int speed) const noexcept;
 
-  ZMutex m_mutex;               // guards every other member
-  int m_nActiveTransfers = 0;   // live transfer objects plus open StartMulti calls
-  int m_nPeriod = 0;            // number of the current measure period; 0: none has begun
-  int m_nEvaluatedPeriod = 0;   // the last period whose measurement has been evaluated
-  unsigned int m_nLowWaterMark = 0;    // bytes per second
-  unsigned int m_nLimitSetting = 0;    // bytes per second, or a percentage
-  bool m_bPercent = false;             // m_nLimitSetting is a percentage of the measured speed
-  unsigned int m_nLimit = 0;           // limit in force in this period, bytes per second; 0: none
-  TimeValue m_tvLast;                  // when Throttle was last called
-  TimeValue m_tvPeriodStart;           // when the current period began
-  unsigned int m_nPeriodBytes = 0;     // bytes counted since then; wraps
-  unsigned int m_nPeriodBaseBytes = 0; // subtracted from m_nPeriodBytes for the speed; 0 whenever a period begins
+  ZMutex m_mutex;                       // guards every other member
+  int m_nActiveTransfers = 0;           // live transfer objects plus open StartMulti calls
+  int m_nPeriod = 0;                    // number of the current measure period; 0: none has begun
+  int m_nEvaluatedPeriod = 0;           // the last period whose measurement has been evaluated
+  unsigned int m_nLowWaterMark = 0;     // bytes per second
+  unsigned int m_nLimitSetting = 0;     // bytes per second, or a percentage
+  bool m_bPercent = false;              // m_nLimitSetting is a percentage of the measured speed
+  unsigned int m_nLimit = 0;            // limit in force in this period, bytes per second; 0: none
+  TimeValue m_tvLast;                   // when Throttle was last called
+  TimeValue m_tvPeriodStart;            // when the current period began
+  unsigned int m_nPeriodBytes = 0;      // bytes counted since then; wraps
+  unsigned int m_nPeriodBaseBytes = 0;  // subtracted from m_nPeriodBytes for the speed; 0 whenever a period begins
 };
 
 }  // namespace Corvane

@@ -90,8 +90,8 @@ ZString SchemeOf(const ZString& url) { return url.Substr(0, 5).Lower(); }
 
 constinit std::atomic<ZMutex*> sm_mutexGlobalSlot{nullptr};
 constinit std::atomic<ZThrottle*> sm_ThrottlingSlot{nullptr};
-constinit int sm_nGlobalCounter = 0;        // CurlGlobalInit calls without their cleanup; guarded by sm_mutexGlobal
-constinit ZMutex* sm_LockArray = nullptr;   // one mutex per OpenSSL lock; guarded by sm_mutexGlobal
+constinit int sm_nGlobalCounter = 0;       // CurlGlobalInit calls without their cleanup; guarded by sm_mutexGlobal
+constinit ZMutex* sm_LockArray = nullptr;  // one mutex per OpenSSL lock; guarded by sm_mutexGlobal
 
 ZMutex* singleton_init_sm_mutexGlobal() { return std::make_unique<ZMutex>().release(); }
 ZThrottle* singleton_init_sm_Throttling() { return std::make_unique<ZThrottle>().release(); }
@@ -181,8 +181,8 @@ void CurlGlobalCleanup() {
 // Throttle
 // ---------------------------------------------------------------------------------------------------------------------
 
-constexpr unsigned int kMeasureMs = 9999;               // the measuring phase lasts up to and including this time
-constexpr unsigned int kPeriodMs = 180000;              // a measure period lasts up to and including this time
+constexpr unsigned int kMeasureMs = 9999;                  // the measuring phase lasts up to and including this time
+constexpr unsigned int kPeriodMs = 180000;                 // a measure period lasts up to and including this time
 constexpr unsigned int kMeasuredLowWaterMark = 999999999;  // a mark above it switches measuring off in fixed mode
 constexpr long long kMaxSleepSeconds = 10;
 
@@ -204,7 +204,8 @@ constexpr unsigned int PercentOf(unsigned int speed, unsigned int percent) noexc
 
 // The time between two clock readings in milliseconds. The times are signed 32-bit; wrapping unsigned arithmetic gives
 // what their difference would be without its overflow.
-constexpr unsigned int MillisecondsBetween(int startSeconds, int startMicroseconds, int seconds, int microseconds) noexcept {
+constexpr unsigned int MillisecondsBetween(int startSeconds, int startMicroseconds, int seconds,
+                                           int microseconds) noexcept {
   const unsigned int wholeSeconds = static_cast<unsigned int>(seconds) - static_cast<unsigned int>(startSeconds);
   const int rest = (microseconds - startMicroseconds) / 1000;  // truncates towards zero
   return wholeSeconds * 1000 + static_cast<unsigned int>(rest);
@@ -322,7 +323,8 @@ ZTransfer::ZTransferImpl::~ZTransferImpl() {
   m_postData.reset();
 }
 
-ZResult ZTransfer::ZTransferImpl::SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir) {
+ZResult ZTransfer::ZTransferImpl::SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile,
+                                         const ZString& caDir) {
   if (m_inProgress) return BASE_E_BUSY;
   m_caFile.reset();
   m_caDir.reset();
@@ -517,9 +519,8 @@ bool ZTransfer::ZTransferImpl::SetOption(const char* who, CURLoption option, Val
 
 ZResult ZTransfer::ZTransferImpl::FailOption(const char* who, CURLcode result, CURLoption option) {
   SetError(CodeOf(result), ZGetErrorMsg(TRANSFER_E_DOWNLOAD));
-  Log(ZLogLevel::Error, [&] {
-    return ZString(L"%1: CURL failure %2 on option %3...").Arg(who).Arg(Number(result)).Arg(Number(option));
-  });
+  Log(ZLogLevel::Error,
+      [&] { return ZString(L"%1: CURL failure %2 on option %3...").Arg(who).Arg(Number(result)).Arg(Number(option)); });
   return CodeOf(result);
 }
 
@@ -627,13 +628,15 @@ void ZTransfer::ZTransferImpl::Perform() {
 // Callbacks
 // ---------------------------------------------------------------------------------------------------------------------
 
-std::size_t ZTransfer::ZTransferImpl::WriteCallback(void* data, std::size_t size, std::size_t count, void* object) noexcept {
+std::size_t ZTransfer::ZTransferImpl::WriteCallback(void* data, std::size_t size, std::size_t count,
+                                                    void* object) noexcept {
   auto* const self = static_cast<ZTransferImpl*>(object);
   const std::size_t total = size * count;
   return self->CatchAll(total, [=] { return self->ReceiveBody(static_cast<const char*>(data), total); });
 }
 
-std::size_t ZTransfer::ZTransferImpl::HeaderCallback(void* data, std::size_t size, std::size_t count, void* object) noexcept {
+std::size_t ZTransfer::ZTransferImpl::HeaderCallback(void* data, std::size_t size, std::size_t count,
+                                                     void* object) noexcept {
   auto* const self = static_cast<ZTransferImpl*>(object);
   const std::size_t total = size * count;
   return self->CatchAll(total, [=] { return self->ReceiveHeader(static_cast<const char*>(data), total); });
@@ -950,7 +953,8 @@ ZResult ZTransfer::ZTransferImpl::Post(const ZString& url, const ZString& name, 
   return RunOperation([&] { PostDataSteps(url, FormOf({{name, value}}), result); });
 }
 
-ZResult ZTransfer::ZTransferImpl::Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString* result) {
+ZResult ZTransfer::ZTransferImpl::Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields,
+                                       ZString* result) {
   return RunOperation([&] { PostDataSteps(url, FormOf(fields), result); });
 }
 
@@ -981,7 +985,8 @@ void ZTransfer::ZTransferImpl::PostFileSteps(const ZString& url, const ZString& 
   const ZStringEncoder localInput(inputFile, ZStringEncoder::Local);
   const ZStringEncoder localOutput(outputFile, ZStringEncoder::Local);
   if (!IsRepresentable(localInput.CStr(), inputFile, L"%1: Input file name '%2' contains invalid characters")) return;
-  if (!IsRepresentable(localOutput.CStr(), outputFile, L"%1: Output file name '%2' contains invalid characters")) return;
+  if (!IsRepresentable(localOutput.CStr(), outputFile, L"%1: Output file name '%2' contains invalid characters"))
+    return;
   const auto failOpen = [&](const wchar_t* text, const ZString& name, ZResult opened) {
     Log(ZLogLevel::Error,
         [&] { return ZString(L"%1: Unable to open file for posting file:%2").Arg(L"PostFile").Arg(name); });
@@ -1165,7 +1170,9 @@ ZResult ZTransfer::PostData(const ZString& url, const ZString& data, ZString& re
   return m_impl->PostData(url, data, &result);
 }
 
-ZResult ZTransfer::PostFile(const ZString& url, const ZString& inputFile) { return m_impl->PostFile(url, inputFile, ZString()); }
+ZResult ZTransfer::PostFile(const ZString& url, const ZString& inputFile) {
+  return m_impl->PostFile(url, inputFile, ZString());
+}
 
 ZResult ZTransfer::PostFile(const ZString& url, const ZString& inputFile, const ZString& outputFile) {
   return m_impl->PostFile(url, inputFile, outputFile);

@@ -80,10 +80,10 @@ class ZTransfer::ZTransferImpl : public ZRecursiveMutex {
   OwnedCString m_credentials;  // "user:password" in UTF-8
   bool m_outputToFile = false;
   std::FILE* m_outputFile = nullptr;  // borrowed from the operation that opened it
-  ZDynamicMemoryStream m_body{1};     // reused: after a reset later data overwrites it, and only the download size counts
-  OwnedCString m_url;                 // UTF-8
-  ZString m_header;                   // guarded by m_headerMutex
-  OwnedCString m_postData;            // UTF-8
+  ZDynamicMemoryStream m_body{1};  // reused: after a reset later data overwrites it, and only the download size counts
+  OwnedCString m_url;              // UTF-8
+  ZString m_header;                // guarded by m_headerMutex
+  OwnedCString m_postData;         // UTF-8
   std::atomic<bool> m_contentSizeKnown{false};
   std::atomic<unsigned long long> m_resumePosition{0};
   std::atomic<unsigned long long> m_contentSize{0};

@@ -231,7 +231,8 @@ TEST(FormatProgress, CountsFilesWhileTheNumberOfBytesIsNotKnown) {
   line.sample.total.reset();
   line.sample.files = FileProgress{3, 8};
   line.elapsedSeconds = 10;
-  EXPECT_EQ(FormatProgress(line, 80), "pub  3 of 8 files   37%  [======>              ]  5.0 MiB  1.0 MiB/s  0:17 left");
+  EXPECT_EQ(FormatProgress(line, 80),
+            "pub  3 of 8 files   37%  [======>              ]  5.0 MiB  1.0 MiB/s  0:17 left");
   line.sample.files = FileProgress{0, 8};
   EXPECT_THAT(FormatProgress(line, 80), AllOf(HasSubstr("  0 of 8 files    0%  "), HasSubstr("  0:10")));
   line.sample.files = FileProgress{8, 8};

@@ -66,8 +66,8 @@ class GetHostByName : public testing::Test {
 // The program's definitions take the place of the system's for the library too.
 
 extern "C" __attribute__((visibility("default"))) int gethostbyname_r(const char* name, hostent* entry, char* buffer,
-                                                                       std::size_t bytes, hostent** result,
-                                                                       int* hostError) {
+                                                                      std::size_t bytes, hostent** result,
+                                                                      int* hostError) {
   s_calls.push_back({name, buffer, bytes, *hostError});
   const Answer answer = s_answer(s_calls.back());
   if (answer.leavesOutputs) return answer.returned;
@@ -137,7 +137,9 @@ TEST_F(GetHostByName, WideNamesAreConvertedToTheLocalEncoding) {
   ZGetHostByName lookup(ZString(L"b\u00fccher.example"));
   lookup.Init(ZString(L"\u20ac.example"));
   ASSERT_EQ(s_calls.size(), 2u);
-  EXPECT_EQ(s_calls[0].name, "b\xc3\xbc" "cher.example");
+  EXPECT_EQ(s_calls[0].name,
+            "b\xc3\xbc"
+            "cher.example");
   EXPECT_EQ(s_calls[1].name, "\xe2\x82\xac.example");
 }
 
