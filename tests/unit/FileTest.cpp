@@ -262,6 +262,22 @@ TEST(ZFile, RefusesNamesWithAZeroCharacter) {
   EXPECT_TRUE(IsThere(dir / "file"));
 }
 
+// Short paths take another way to the system than long ones.
+TEST(ZFile, TakesPathsOfAnyLength) {
+  const TempDir dir;
+  WriteFile(dir / "file", "12345");
+  const std::string name = "/file";
+  for (std::size_t length = 250; length <= 260; ++length) {
+    std::string path = (dir / "").string();
+    path.append(length - path.size() - name.size(), '/').append(name);
+    ASSERT_EQ(path.size(), length);
+    unsigned long long size = 0;
+    EXPECT_EQ(ZFile::GetSize(ZString(path.c_str()), size), BASE_S_OK) << length;
+    EXPECT_EQ(size, 5u) << length;
+    EXPECT_FALSE(ZFile::Exists(ZString((path + "2").c_str()), 0, nullptr)) << length;
+  }
+}
+
 TEST(ZFileInfo, KnowsAFileThatIsThere) {
   const TempDir dir;
   WriteFile(dir / "file", "12345");
