@@ -4,11 +4,14 @@
 
 #include <atomic>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "tests/cli/CliTesting.h"
 #include "tests/servers/MirrorTree.h"
 #include "tests/support/ScriptedFtpServer.h"
+#include "tests/support/Sockets.h"
 
 // corvane mirror against servers and disks that fail it.
 namespace CorvaneTest {
@@ -31,15 +34,27 @@ void ExpectFailure(const ProgramResult& result, int exitCode, const std::string&
 
 // --- servers that vanish
 
+bool IsListening(std::uint16_t port) {
+  try {
+    ConnectToLoopback(port);
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  }
+}
+
 // The page ends with its connection, which is closed when nobody listens any more.
 TEST(CorvaneMirrorVanishingServer, AfterThePageIsAFailureThatKeepsWhatIsThere) {
   Gate isSent;
+  std::atomic<std::uint16_t> port{0};
   ScriptedServer server([&](Connection& peer) {
     if (!peer.ReadRequest()) return;
     peer.Send(FormatHead(200, {{"Connection", "close"}}) + "<pre><a href=\"a\">a</a>\r\n<a href=\"b\">b</a>\r\n</pre>");
     isSent.Open();
     peer.WaitUntilStopped();
+    while (IsListening(port)) std::this_thread::yield();  // until the acceptor has seen it, too
   });
+  port = server.Port();
   const TempDir folder;
   WriteFile(folder / "other", "kept");
   const auto program = StartCorvane({"mirror", server.Url("/dir"), folder.Path(), "--resume"});
