@@ -164,6 +164,26 @@ TEST(ZMultiDownloadAbortOfListing, FromNginxLeavesTheRunNotStarted) {
   EXPECT_TRUE(HoldsExactly(folder.Path(), {{"file7", "was there before"}}));
 }
 
+// The lines that came until then name files, and yet none is fetched.
+TEST(ZMultiDownloadAbortOfListing, OverFtpLeavesTheRunNotStarted) {
+  ScriptedFtpServer server({{"/pub/a", "1"}, {"/pub/b", "2"}, {"/pub/c", "3"}});
+  server.StallDataAfter(100);  // in the second line
+  const TempDir folder;
+  RecordingObserver observer;
+  ZMultiDownload mirror;
+  mirror.Attach(&observer);
+  RunningMirror run(mirror, Wide(server.Url("/pub")), WidePath(folder.Path()), true);
+  ASSERT_TRUE(observer.FirstEvent().Wait());
+  EXPECT_THAT(mirror.Abort(), IsCode(BASE_S_OK));
+  EXPECT_EQ(run.Result(After(kAbortLimit)), TRANSFER_E_NOT_STARTED);
+  EXPECT_THAT(server.Commands(), Not(testing::Contains(testing::StartsWith("RETR"))));
+  EXPECT_THAT(NamesIn(folder.Path()), IsEmpty());
+
+  server.StallDataAfter(std::nullopt);
+  EXPECT_THAT(mirror.Download(Wide(server.Url("/pub")), WidePath(folder.Path()), true), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_TRUE(HoldsExactly(folder.Path(), {{"a", "1"}, {"b", "2"}, {"c", "3"}}));
+}
+
 // --- steps of FTP, one by one
 
 struct FtpStep {
