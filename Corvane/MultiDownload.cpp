@@ -230,10 +230,11 @@ ZString Impl::GetFullPath(const ZString& name) const { return (m_targetDirectory
 void Impl::CountKnownFiles() {
   std::size_t files = 0;
   std::optional<unsigned long long> bytes = 0;
+  const bool isHttp = IsHttp();
   for (const auto& [name, size] : m_fileSizes) {
     if (IsIgnored(name)) continue;
     ++files;
-    if (size == 0 && IsHttp()) bytes.reset();
+    if (size == 0 && isHttp) bytes.reset();
     if (bytes) bytes = AddSaturated(*bytes, size);
   }
   const ObjectGuard guard(*this);
@@ -328,7 +329,7 @@ bool Impl::FetchFile(const ZString& name, unsigned long long expectedSize, FileT
     KeepFailure();
     return false;
   }
-  fetched[path] = time;
+  fetched.insert_or_assign(fetched.end(), path, time);  // the hint saves the search: names come in order
   if (!VerifyFile(local, expectedSize != 0 ? expectedSize : SizeToldByServer())) return false;
   ZFile::Chmod(path, 0755, 0);
   EndFile(state == FILE_PARTIAL ? &Statistics::filesResumed : &Statistics::filesFetched);

@@ -3,9 +3,10 @@
 //
 //   MirrorCost library|bare URL DIR
 //
-// The bare loop makes the system calls that a mirror of files of unknown size cannot do without, which are also the library's: it
-// removes what is there already, looks whether the directory and the file exist, writes the file, compares the size on the disk with
-// the length that the server told, and makes the file executable. All of that in narrow strings, with the constant options set once.
+// The bare loop does the same file operations as the library with files of unknown size, call by call: it looks at each file and
+// removes what may be there before it asks for the free space, looks whether the directory and the file exist, writes the file,
+// compares the size on the disk with the length that the server told, and makes the file executable. All of that in narrow
+// strings, with the constant options set once.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -76,7 +77,8 @@ class BareMirror {
     const std::vector<std::string> names = FetchNames();
     for (const std::string& name : names) {
       const std::string path = m_dir + "/" + name;
-      if (stat(path.c_str(), &status) == 0) unlink(path.c_str());
+      stat(path.c_str(), &status);
+      unlink(path.c_str());  // whether it exists or not, as the removal of anything that cannot be kept
     }
     if (statvfs(m_dir.c_str(), &space) != 0) Die("no free space known");
     for (const std::string& name : names) FetchFile(name);
