@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tests/servers/MirrorRuns.h"
+#include "tests/support/SmallFileSystem.h"
 
 // Disks that are too small: refused beforehand when the sizes are known, never a success, and continued when there is space.
 namespace CorvaneTest {
@@ -24,7 +25,7 @@ const Files kFiles = {{"a", MakePattern(300000, 1)}, {"b", MakePattern(900000, 2
 TEST(ZMultiDownloadDisk, ThatCannotHoldTheFilesIsRefusedBeforehandOverFtp) {
   WatchedVsftpd vsftpd;
   WriteFiles(vsftpd.RootDir() / "pub", kFiles);
-  const SmallDisk disk("1m");
+  const SmallFileSystem disk("1m");
   for (const bool resume : {false, true}) {
     const Outcome outcome = MirrorAfresh(vsftpd.Url("/pub"), disk / "dir", resume);
     EXPECT_THAT(outcome.code, IsCode(TRANSFER_E_DISK_SPACE));
@@ -39,7 +40,7 @@ TEST(ZMultiDownloadDisk, ThatCannotHoldTheFilesIsRefusedBeforehandOverFtp) {
 TEST(ZMultiDownloadDisk, ThatCannotHoldTheFilesIsRefusedBeforehandWithAListOfSizes) {
   WatchedNginx nginx;
   WriteFiles(nginx.RootDir() / "pub", kFiles);
-  const SmallDisk disk("1m");
+  const SmallFileSystem disk("1m");
   const Outcome outcome = MirrorAfresh(nginx.Url("/pub"), disk / "dir", true, SizeListOf(kFiles));
   EXPECT_THAT(outcome.code, IsCode(TRANSFER_E_DISK_SPACE));
   EXPECT_THAT(outcome.error, HasSubstr("Required: 1172 Kb. Available: 1024 Kb."));
@@ -50,7 +51,7 @@ TEST(ZMultiDownloadDisk, ThatCannotHoldTheFilesIsRefusedBeforehandWithAListOfSiz
 TEST(ZMultiDownloadDisk, HoldsTheRestWhenTheOtherPartIsThere) {
   WatchedVsftpd vsftpd;
   WriteFiles(vsftpd.RootDir() / "pub", {{"a", MakePattern(300000, 1)}, {"b", MakePattern(700000, 2)}});
-  const SmallDisk disk("1m");
+  const SmallFileSystem disk("1m");
   WriteFile(disk / "dir/a", MakePattern(300000, 1));
   WriteFile(disk / "dir/b", MakePattern(400000, 2));
   const Outcome outcome = MirrorAfresh(vsftpd.Url("/pub"), disk / "dir", true);
@@ -62,7 +63,7 @@ TEST(ZMultiDownloadDisk, HoldsTheRestWhenTheOtherPartIsThere) {
 TEST(ZMultiDownloadDisk, ThatFillsUpWithoutKnownSizesFailsAtTheFileThatDoesNotFit) {
   WatchedNginx nginx;
   WriteFiles(nginx.RootDir() / "pub", kFiles);
-  const SmallDisk disk("1m");
+  const SmallFileSystem disk("1m");
   WriteFile(disk / "filler", std::string(100000, 'x'));
   const Outcome outcome = MirrorAfresh(nginx.Url("/pub"), disk / "dir", false);
   EXPECT_THAT(outcome.code, IsCode(CurlFailure(kWriteError)));
@@ -95,7 +96,7 @@ TEST(ZMultiDownloadDisk, ThatFillsUpWithoutKnownSizesFailsAtTheFileThatDoesNotFi
 TEST(ZMultiDownloadDisk, ThatOthersFillDuringTheRunFailsAndIsContinued) {
   WatchedVsftpd vsftpd;
   WriteFiles(vsftpd.RootDir() / "pub", kFiles);
-  const SmallDisk disk("1500k");
+  const SmallFileSystem disk("1500k");
   ZMultiDownload mirror;
   AtTransfer others(2, [&] { WriteFile(disk / "filler", std::string(500000, 'x')); });
   mirror.Attach(&others);

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/mount.h>
 
 #include <atomic>
 #include <string>
@@ -13,7 +12,7 @@
 #include "tests/support/ScriptedFtpServer.h"
 #include "tests/support/Sockets.h"
 
-// corvane mirror against servers and disks that fail it.
+// corvane mirror against servers that fail it, and run again.
 namespace CorvaneTest {
 namespace {
 
@@ -117,39 +116,9 @@ TEST(CorvaneMirrorSizes, ThatNoDiskHoldsAreRefused) {
   EXPECT_THAT(server.Commands(), Not(testing::Contains(StartsWith("RETR"))));
 }
 
-// --- disks
+// --- a second run
 
 const Files kFiles = {{"a", MakePattern(300000, 1)}, {"b", MakePattern(900000, 2)}, {"c", MakePattern(1000, 3)}};
-
-TEST(CorvaneMirrorDisk, ThatIsTooSmallIsRefusedBeforehandOrFailsAndIsContinued) {
-  WatchedVsftpd vsftpd;
-  WatchedNginx nginx;
-  WriteFiles(vsftpd.RootDir() / "pub", kFiles);
-  WriteFiles(nginx.RootDir() / "pub", kFiles);
-  const SmallDisk disk("1m");
-  const fs::path target = disk / "dir";
-  ExpectFailure(RunCorvane({"mirror", vsftpd.Url("/pub"), target}), 3, "Insufficient disk space");
-  EXPECT_THAT(NamesIn(target), testing::IsEmpty());
-  EXPECT_EQ(vsftpd.CountCommands("RETR"), 0U);
-
-  const ProgramResult full = RunCorvane({"mirror", nginx.Url("/pub"), target});
-  EXPECT_EQ(full.exitCode, 3) << full.Describe();
-  EXPECT_THAT(full.err, AllOf(HasSubstr((target / "b").string()), HasSubstr("continue with: corvane mirror ")));
-  EXPECT_THAT(NamesIn(target), ElementsAre("a", "b"));
-  EXPECT_TRUE(HoldsBeginningsOf(target, kFiles));
-
-  ASSERT_EQ(mount(nullptr, disk.Path().c_str(), nullptr, MS_REMOUNT | MS_NOSUID | MS_NODEV, "size=2m"), 0);
-  const TempDir lists;
-  WriteNumberList(lists / "sizes", SizesOf(kFiles));
-  const ProgramResult resumed =
-      RunCorvane({"mirror", nginx.Url("/pub"), target, "--resume", "--sizes", lists / "sizes"});
-  EXPECT_EQ(resumed.exitCode, 0) << resumed.Describe();
-  EXPECT_TRUE(HoldsExactly(target, kFiles));
-  const std::vector<std::string> requests = nginx.Requests();
-  EXPECT_THAT(requests[requests.size() - 2], testing::EndsWith(" 206 /pub/b"));
-}
-
-// --- a second run
 
 TEST(CorvaneMirrorSecondRun, FetchesTheListingOnly) {
   WatchedVsftpd vsftpd;

@@ -1,7 +1,5 @@
 #include "tests/servers/MirrorTree.h"
 
-#include <sys/mount.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -251,15 +249,5 @@ std::size_t WatchedVsftpd::CountConnections() const {
     return line.find("CONNECT: Client") != std::string::npos;
   }));
 }
-
-SmallDisk::SmallDisk(const std::string& size) {
-  const std::string options = "size=" + size;
-  if (mount("tmpfs", m_folder.Path().c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
-    throw std::runtime_error(std::string("cannot mount a small file system, which this test needs: ") +
-                             std::strerror(errno));
-  }
-}
-
-SmallDisk::~SmallDisk() { umount2(m_folder.Path().c_str(), MNT_DETACH); }
 
 }  // namespace CorvaneTest

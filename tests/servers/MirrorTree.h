@@ -111,19 +111,4 @@ class WatchedVsftpd {
   std::unique_ptr<FtpDelay> m_delay;
 };
 
-// A small file system of its own; unmounted on destruction. Throws, which fails the test, when it cannot be had.
-class SmallDisk {
- public:
-  explicit SmallDisk(const std::string& size);
-  ~SmallDisk();
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
-
-  const std::filesystem::path& Path() const { return m_folder.Path(); }
-  std::filesystem::path operator/(const std::string& name) const { return m_folder / name; }
-
- private:
-  TempDir m_folder;
-};
-
 }  // namespace CorvaneTest

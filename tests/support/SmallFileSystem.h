@@ -18,6 +18,7 @@ class SmallFileSystem {
   SmallFileSystem(const SmallFileSystem&) = delete;
   SmallFileSystem& operator=(const SmallFileSystem&) = delete;
 
+  [[nodiscard]] const std::filesystem::path& Path() const { return m_folder.Path(); }
   std::filesystem::path operator/(const std::filesystem::path& name) const { return m_folder / name; }
 
  private:
