@@ -30,7 +30,9 @@ using testing::Not;
 // A page in the style of most servers, in which no sizes can be found.
 std::string PageOf(const std::vector<std::string>& names) {
   std::string page = "<html><body><pre>\n<a href=\"../\">../</a>\n";
-  for (const std::string& name : names) page += "<a href=\"" + name + "\">" + name + "</a>  01-Jan-2026 00:00  5\n";
+  for (const std::string& name : names) {
+    page.append("<a href=\"").append(name).append("\">").append(name).append("</a>  01-Jan-2026 00:00  5\n");
+  }
   return page + "</pre></body></html>\n";
 }
 

@@ -85,8 +85,8 @@ TEST(Printable, LetsNoControlCharacterThrough) {
   EXPECT_EQ(Printable("a\x1b[2Jb\r\nc\x7f"), "a [2Jb  c ");
   EXPECT_EQ(Printable("\xC2\x9B"
                       "31m"),
-            " 31m");  // the 8-bit form of ESC [
-  EXPECT_EQ(Printable("a\xE2\x80\xAE"
+            " 31m");                   // the 8-bit form of ESC [
+  EXPECT_EQ(Printable("a\xE2\x80\xAE"  // NOLINT(misc-misleading-bidirectional)
                       "b"),
             "a b");  // would turn the direction of the rest
   EXPECT_EQ(Printable("gr\xC3\xBC\xC3\x9F"), "gr\xC3\xBC\xC3\x9F");

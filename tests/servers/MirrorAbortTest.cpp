@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <random>
@@ -100,7 +101,9 @@ TEST_P(ZMultiDownloadAbort, AtAnyMomentLosesNothing) {
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   Files files;
-  for (int i = 0; i < 12; ++i) files["file" + std::to_string(i)] = MakePattern(i % 4 == 3 ? 200 : 40000 + 7919 * i, i);
+  for (std::size_t i = 0; i < 12; ++i) {
+    files["file" + std::to_string(i)] = MakePattern(i % 4 == 3 ? 200 : 40000 + 7919 * i, i);
+  }
   std::size_t total = 0;
   for (const auto& [name, content] : files) total += content.size();
   const SlowServer server(GetParam(), 2000000);
@@ -308,13 +311,13 @@ void Watch(ZMultiDownload& mirror, const std::atomic<bool>& stop) {
 TEST(ZMultiDownloadWatchers, SeeSenseWhileRunsBeginEndAndAreAborted) {
   NginxServer server;
   Files files;
-  for (int i = 0; i < 8; ++i) files["file" + std::to_string(i)] = MakePattern(30000 * i, i);
+  for (std::size_t i = 0; i < 8; ++i) files["file" + std::to_string(i)] = MakePattern(30000 * i, i);
   WriteFiles(server.RootDir() / "pub", files);
   const TempDir folder;
   ZMultiDownload mirror;
   std::atomic<bool> stopWatching{false}, stopAborting{false};
-  std::vector<std::thread> watchers;
-  for (int i = 0; i < 4; ++i) watchers.emplace_back([&] { Watch(mirror, stopWatching); });
+  std::array<std::thread, 4> watchers;
+  for (std::thread& watcher : watchers) watcher = std::thread([&] { Watch(mirror, stopWatching); });
   std::thread aborter([&] {
     for (unsigned long long i = 1; !stopAborting; ++i) {
       WaitUntil([&] { return stopAborting || mirror.GetDownloadSize() > i * 37777 % 900000; });

@@ -12,7 +12,6 @@ namespace CorvaneTest {
 namespace {
 
 using namespace Corvane;
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

@@ -17,7 +17,6 @@ using namespace Corvane;
 using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 

@@ -11,7 +11,6 @@ namespace CorvaneTest {
 namespace {
 
 using namespace Corvane;
-using testing::AllOf;
 using testing::AnyOf;
 using testing::Contains;
 using testing::ElementsAre;

@@ -11,8 +11,6 @@ namespace {
 
 using namespace Corvane;
 
-namespace fs = std::filesystem;
-
 // Shown by the pages of nginx and Apache as they are.
 const std::vector<std::string> kPlainNames = {
     "a b  c",
@@ -56,8 +54,7 @@ const std::vector<std::string> kPlainNames = {
     "e\xCC\x81 decomposed",
     "\xE4\xB8\xAD\xE6\x96\x87\xE5\x90\x8D",
     "\xF0\x9F\x98\x80 \xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9",
-    "a\xC2\xA0"
-    "b",
+    "no\xC2\xA0 break",
     "line\xE2\x80\xA8separator",
     "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D",
 };

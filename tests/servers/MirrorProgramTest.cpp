@@ -17,12 +17,9 @@ namespace CorvaneTest {
 namespace {
 
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-namespace fs = std::filesystem;
 
 // What the program says of its failure; it must say something after the URL.
 void ExpectFailure(const ProgramResult& result, int exitCode, const std::string& beginning) {
@@ -96,7 +93,9 @@ TEST(CorvaneMirrorSizes, ThatTheServerLiesAboutAreAFailureForAnyFile) {
   const FtpDelay relay(server.Port());
   for (const char* const size : {"999", "1001"}) {
     const std::string line = "-rw-r--r-- 1 0 0 1000 Jan 01 2020 ";
-    server.SetListing("/dir", line + "a\r\n-rw-r--r-- 1 0 0 " + size + " Jan 01 2020 b\r\n" + line + "c\r\n");
+    std::string listing = line + "a\r\n-rw-r--r-- 1 0 0 ";
+    listing.append(size).append(" Jan 01 2020 b\r\n").append(line).append("c\r\n");
+    server.SetListing("/dir", listing);
     const TempDir folder;
     for (const char* const resume : {"--resume", "--no-throttle"}) {
       const ProgramResult result = RunCorvane({"mirror", relay.Url("/dir"), folder.Path(), resume});

@@ -12,9 +12,7 @@ namespace CorvaneTest {
 namespace {
 
 using namespace Corvane;
-using testing::Each;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace fs = std::filesystem;
@@ -52,6 +50,7 @@ void ExpectModesAndTimes(const fs::path& folder, const Files& files, const Times
 
 std::vector<std::string> PathsOf(const std::vector<std::string>& requests) {
   std::vector<std::string> paths;
+  paths.reserve(requests.size());
   for (const std::string& line : requests) paths.push_back(line.substr(line.find('/')));
   return paths;
 }
