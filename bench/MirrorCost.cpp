@@ -9,7 +9,6 @@
 // strings, with the constant options set once.
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -28,20 +27,13 @@
 
 #include <Corvane/MultiDownload.h>
 
+#include "bench/CpuTime.h"
+
 namespace {
 
 [[noreturn]] void Die(const std::string& message) {
   std::fprintf(stderr, "MirrorCost: %s\n", message.c_str());
   std::exit(1);
-}
-
-double CpuSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 struct EasyDeleter {

@@ -5,8 +5,6 @@
 //
 // "file" downloads into FILE, "text" into a wide string in memory.
 
-#include <sys/resource.h>
-
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -20,20 +18,13 @@
 
 #include <Corvane/Transfer.h>
 
+#include "bench/CpuTime.h"
+
 namespace {
 
 [[noreturn]] void Die(const std::string& message) {
   std::fprintf(stderr, "TransferCost: %s\n", message.c_str());
   std::exit(1);
-}
-
-double CpuSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 // The process's peak resident set, in KiB.
