@@ -1,5 +1,7 @@
 #include "tests/mirror/MirrorTesting.h"
 
+#include <gmock/gmock.h>
+
 #include <utility>
 
 namespace CorvaneTest {
@@ -9,6 +11,24 @@ using Corvane::ZResult;
 using Corvane::ZString;
 
 std::string ErrorOf(const ZMultiDownload& mirror) { return Narrow(mirror.GetError()); }
+
+void LookAtEverything(ZMultiDownload& mirror, const std::vector<ZResult>& statuses, unsigned long long mostBytes,
+                      std::size_t mostFiles) {
+  const ZResult status = mirror.GetStatus();
+  EXPECT_THAT(statuses, testing::Contains(status)) << Hex(status);
+  EXPECT_FALSE(ErrorOf(mirror).empty());
+  EXPECT_GE(mirror.GetDownloadTime(), 0);
+  EXPECT_LE(mirror.GetDownloadSize(), mostBytes);
+  EXPECT_LE(mirror.GetTransferSize(), mostBytes);
+  static_cast<void>(mirror.GetTransferRate());
+  const ZMultiDownload::Statistics files = mirror.GetStatistics();
+  EXPECT_LE(files.filesFetched + files.filesResumed + files.filesSkipped, files.filesKnown);
+  EXPECT_LE(files.filesKnown, mostFiles);
+  ZString text;
+  ZString header;
+  static_cast<void>(mirror.GetCause(text, header));
+  static_cast<void>(mirror.Wait(0));
+}
 
 std::string PageOf(const std::vector<std::string>& names) {
   std::string page = "<html><pre>";

@@ -21,6 +21,11 @@ using Texts = Corvane::Container::ZMap<Corvane::ZString, Corvane::ZString, Corva
 
 std::string ErrorOf(const Corvane::ZMultiDownload& mirror);
 
+// Asks for everything that a mirror tells, as a watcher on another thread would, and expects sense: one of these statuses, at most so
+// many bytes and files.
+void LookAtEverything(Corvane::ZMultiDownload& mirror, const std::vector<Corvane::ZResult>& statuses,
+                      unsigned long long mostBytes, std::size_t mostFiles);
+
 // A directory page that links these names, which must need no escaping.
 std::string PageOf(const std::vector<std::string>& names);
 

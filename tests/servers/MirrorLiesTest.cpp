@@ -296,17 +296,11 @@ TEST(ZMultiDownloadVanishingServer, KeepsWhatIsCompleteWhenTheSizesAreKnown) {
       HoldsExactly(folder.Path(), {{"a", files.at("a")}, {"b", files.at("b").substr(0, 1500)}, {"c", files.at("c")}}));
 }
 
-// Waits, once the listing is over, with its connection until it is stopped, so that no answer comes any more.
 TEST(ZMultiDownloadVanishingServer, AfterTheListingOverFtpIsAFailure) {
   const Files files = {{"a", MakePattern(1000)}, {"b", MakePattern(2000)}, {"c", MakePattern(3000)}};
-  ScriptedFtpServer server({{"/dir/a", files.at("a")}, {"/dir/b", files.at("b")}, {"/dir/c", files.at("c")}});
   Gate listed;
-  server.OnCommand("TYPE", [&](Connection& control, const std::string& argument) {
-    if (argument != "I") return false;  // the listing comes as text
-    listed.Open();
-    control.WaitUntilStopped();
-    return true;
-  });
+  ScriptedFtpServer server({{"/dir/a", files.at("a")}, {"/dir/b", files.at("b")}, {"/dir/c", files.at("c")}});
+  StallAfterTheListing(server, listed);
   const TempDir folder;
   WriteFile(folder / "a", files.at("a"));
   WriteFile(folder / "b", files.at("b").substr(0, 1500));

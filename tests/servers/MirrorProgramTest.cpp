@@ -65,14 +65,9 @@ TEST(CorvaneMirrorVanishingServer, AfterThePageIsAFailureThatKeepsWhatIsThere) {
 
 TEST(CorvaneMirrorVanishingServer, AfterTheListingOverFtpIsAFailureThatKeepsWhatIsThere) {
   const Files files = {{"a", MakePattern(1000)}, {"b", MakePattern(2000)}, {"c", MakePattern(3000)}};
-  ScriptedFtpServer server({{"/dir/a", files.at("a")}, {"/dir/b", files.at("b")}, {"/dir/c", files.at("c")}});
   Gate listed;
-  server.OnCommand("TYPE", [&](Connection& control, const std::string& argument) {
-    if (argument != "I") return false;  // the listing comes as text
-    listed.Open();
-    control.WaitUntilStopped();
-    return true;
-  });
+  ScriptedFtpServer server({{"/dir/a", files.at("a")}, {"/dir/b", files.at("b")}, {"/dir/c", files.at("c")}});
+  StallAfterTheListing(server, listed);
   const TempDir folder;
   WriteFile(folder / "a", files.at("a"));
   WriteFile(folder / "b", files.at("b").substr(0, 1500));

@@ -250,4 +250,13 @@ std::size_t WatchedVsftpd::CountConnections() const {
   }));
 }
 
+void StallAfterTheListing(ScriptedFtpServer& server, Gate& listed) {
+  server.OnCommand("TYPE", [&listed](Connection& control, const std::string& argument) {
+    if (argument != "I") return false;  // the listing comes as text
+    listed.Open();
+    control.WaitUntilStopped();
+    return true;
+  });
+}
+
 }  // namespace CorvaneTest

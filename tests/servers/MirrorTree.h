@@ -12,6 +12,8 @@
 
 #include "tests/servers/FtpDelay.h"
 #include "tests/support/Daemons.h"
+#include "tests/support/Gate.h"
+#include "tests/support/ScriptedFtpServer.h"
 #include "tests/support/TempDir.h"
 
 // What the tests of mirrors from real servers share: the files to serve, how a mirror is compared with them, and the servers. Knows
@@ -110,5 +112,9 @@ class WatchedVsftpd {
   std::unique_ptr<VsftpdServer> m_server;
   std::unique_ptr<FtpDelay> m_delay;
 };
+
+// From now on the server says nothing more to whoever has fetched a listing and wants files, until it is stopped: its connection is
+// cut then. Opens `listed` when it comes to that; `listed` must outlive the server.
+void StallAfterTheListing(ScriptedFtpServer& server, Gate& listed);
 
 }  // namespace CorvaneTest
