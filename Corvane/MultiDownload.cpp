@@ -8,8 +8,8 @@
 
 #include <Corvane/Base/Dir.h>
 #include <Corvane/Base/ErrorDict.h>
-#include <Corvane/Base/Log.h>
 #include <Corvane/Base/TokenScannerImpl.h>
+#include <Corvane/LogLineImpl.h>
 #include <Corvane/MultiDownloadImpl.h>
 
 // This source holds, in this order: the object and its run guard, the fetch of the listing, the check of what is there and of the disk
@@ -20,13 +20,6 @@ namespace {
 
 using ObjectGuard = ZGuardImpl<ZRecursiveMutex>;
 using Impl = ZMultiDownload::ZMultiDownloadImpl;
-
-// Writes a line when its level is enabled; the message is built only then.
-template <class Build>
-void Log(ZLogLevel level, Build build, int line) {
-  ZLogger* const logger = ZLog::GetLogger();
-  if (logger->IsEnabled(level)) logger->Write(level, build(), "Corvane/MultiDownload", line);
-}
 
 ZString UnsignedNumber(unsigned long long number) { return ZString().SetNum(number, 'u'); }
 
@@ -385,8 +378,8 @@ bool Impl::UpdateTimeStamp(const ZString& path, long time) {
   if (time == 0) return true;
   const ZResult set = ZFile::SetTime(path, time, time);
   if (!IsFailure(set)) return true;
-  Log(
-      ZLogLevel::Critical,
+  LogLine(
+      ZLogLevel::Critical, kMultiDownloadArea,
       [&] {
         return ZString(L"Failed to set file %1 time (%2, %3).")
             .Arg(path)
@@ -528,8 +521,9 @@ unsigned long long NumberIn(std::wstring_view text, ZString& memory) {
 }
 
 void LogEntry(const wchar_t* message, std::wstring_view name, int line) {
-  Log(
-      ZLogLevel::Information, [&] { return ZString(message).Arg(ZString(name.data(), name.size())); }, line);
+  LogLine(
+      ZLogLevel::Information, kMultiDownloadArea,
+      [&] { return ZString(message).Arg(ZString(name.data(), name.size())); }, line);
 }
 
 // Servers are not trusted: a name must stay inside the target directory.

@@ -17,11 +17,11 @@
 #include <Corvane/Base/Dir.h>
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/Base/File.h>
-#include <Corvane/Base/Log.h>
 #include <Corvane/Base/Path.h>
 #include <Corvane/Base/Singleton.h>
 #include <Corvane/Base/StringCoding.h>
 #include <Corvane/Base/Sys.h>
+#include <Corvane/LogLineImpl.h>
 #include <Corvane/Throttle.h>
 #include <Corvane/TransferImpl.h>
 
@@ -33,13 +33,6 @@ namespace {
 
 using MutexGuard = ZGuardImpl<ZMutex>;
 using ObjectGuard = ZGuardImpl<ZRecursiveMutex>;
-
-// Writes a line when its level is enabled; the message is built only then.
-template <class Build>
-void Log(ZLogLevel level, Build build, int line = __builtin_LINE()) {
-  ZLogger* const logger = ZLog::GetLogger();
-  if (logger->IsEnabled(level)) logger->Write(level, build(), "Corvane/Transfer", line);
-}
 
 // Runs what a destructor needs although it may write to the host's logger, which may throw.
 template <class Step>
@@ -136,8 +129,8 @@ template <class Function>
 
 // The set-up that the first object makes. When it throws, nothing is left set up.
 ZResult InitialiseProcess() {
-  Log(ZLogLevel::Information,
-      [] { return ZString(L"%1: Curl and SSL global initiatization\n").Arg(L"CurlGlobalInit"); });
+  LogLine(ZLogLevel::Information, kTransferArea,
+          [] { return ZString(L"%1: Curl and SSL global initiatization\n").Arg(L"CurlGlobalInit"); });
   const CURLcode initialised = curl_global_init(CURL_GLOBAL_ALL);
   const ZResult result = initialised == CURLE_OK ? BASE_S_OK : CodeOf(initialised);
   if (sm_LockArray != nullptr) return result;  // left over from an earlier cycle
@@ -167,7 +160,8 @@ void CurlGlobalCleanup() {
   const MutexGuard guard(sm_mutexGlobal());
   if (sm_nGlobalCounter == 0 || --sm_nGlobalCounter > 0) return;
   WithoutThrowing([] {
-    Log(ZLogLevel::Information, [] { return ZString(L"%1: Curl and SSL global cleanup").Arg(L"CurlGlobalCleanup"); });
+    LogLine(ZLogLevel::Information, kTransferArea,
+            [] { return ZString(L"%1: Curl and SSL global cleanup").Arg(L"CurlGlobalCleanup"); });
   });
   if (sm_LockArray != nullptr) {
     CRYPTO_set_id_callback(kNoCallback<unsigned long()>);
@@ -292,12 +286,12 @@ void ZThrottle::Evaluate(unsigned int speed) {
   m_nEvaluatedPeriod = m_nPeriod;
   if (!m_bPercent && m_nLowWaterMark > kMeasuredLowWaterMark) {
     m_nLimit = m_nLimitSetting;
-    Log(ZLogLevel::Information,
-        [&] { return ZString(L"Measure period not needed. Limit = %1 b/s").Arg(UnsignedNumber(m_nLimit)); });
+    LogLine(ZLogLevel::Information, kTransferArea,
+            [&] { return ZString(L"Measure period not needed. Limit = %1 b/s").Arg(UnsignedNumber(m_nLimit)); });
     return;
   }
   m_nLimit = speed < m_nLowWaterMark ? LimitFor(speed) : 0;
-  Log(ZLogLevel::Information, [&] {
+  LogLine(ZLogLevel::Information, kTransferArea, [&] {
     return ZString(L"Finish measure period. Speed = %1 b/s. LowWaterMark = %2 b/s. Limit = %3 b/s")
         .Arg(UnsignedNumber(speed))
         .Arg(UnsignedNumber(m_nLowWaterMark))
@@ -519,8 +513,9 @@ bool ZTransfer::ZTransferImpl::SetOption(const char* who, CURLoption option, Val
 
 ZResult ZTransfer::ZTransferImpl::FailOption(const char* who, CURLcode result, CURLoption option) {
   SetError(CodeOf(result), ZGetErrorMsg(TRANSFER_E_DOWNLOAD));
-  Log(ZLogLevel::Error,
-      [&] { return ZString(L"%1: CURL failure %2 on option %3...").Arg(who).Arg(Number(result)).Arg(Number(option)); });
+  LogLine(ZLogLevel::Error, kTransferArea, [&] {
+    return ZString(L"%1: CURL failure %2 on option %3...").Arg(who).Arg(Number(result)).Arg(Number(option));
+  });
   return CodeOf(result);
 }
 
@@ -557,7 +552,7 @@ bool ZTransfer::ZTransferImpl::SetTimeLimits() {
 
 // Basic authentication sends the password in the clear, so it is allowed only over TLS.
 bool ZTransfer::ZTransferImpl::SetAuthentication(const ZString& scheme) {
-  Log(ZLogLevel::Information, [&] {
+  LogLine(ZLogLevel::Information, kTransferArea, [&] {
     const ZString credentials = ZStringDecoder::FromUtf8(m_credentials.get());
     return ZString(L"%1: Setting curl Authentication set to \"%2:*\"")
         .Arg(L"Transfer")
@@ -567,7 +562,7 @@ bool ZTransfer::ZTransferImpl::SetAuthentication(const ZString& scheme) {
   const bool overTls = scheme.StartsWith(L"https");
   const unsigned long methods = overTls ? CURLAUTH_NTLM | CURLAUTH_BASIC : CURLAUTH_NTLM;
   if (!SetOption("Transfer", CURLOPT_HTTPAUTH, static_cast<long>(methods))) return false;
-  Log(ZLogLevel::Information, [&] {
+  LogLine(ZLogLevel::Information, kTransferArea, [&] {
     return ZString(L"%1: Curl Authentication Type is %2").Arg(L"Transfer").Arg(overTls ? L"NTLM,BASIC" : L"NTLM");
   });
   return !scheme.StartsWith(L"http") || SetOption("Transfer", CURLOPT_MAXREDIRS, 10000L);
@@ -579,7 +574,7 @@ ZResult ZTransfer::ZTransferImpl::ApplyExtraHttpsSettings() {
   constexpr const char* kWho = "ApplyExtraHttpsSettings";
   if (m_verifyHost) {
     if (!SetOption(kWho, CURLOPT_SSL_VERIFYHOST, 2L)) return m_errorCode;
-    Log(ZLogLevel::Information, [] { return ZString(L"%1: Verify Host was specified").Arg(kWho); });
+    LogLine(ZLogLevel::Information, kTransferArea, [] { return ZString(L"%1: Verify Host was specified").Arg(kWho); });
   }
   if (!m_verifyPeer) return BASE_S_OK;
   const ZString caDir = ZStringDecoder::FromLocal(m_caDir.get());
@@ -590,7 +585,7 @@ ZResult ZTransfer::ZTransferImpl::ApplyExtraHttpsSettings() {
   if (!caFile.IsEmpty() && ZFile::Exists(caFile, 0, nullptr)) {
     return ApplyCaPath(L"%1: Verify Peer specified and CAFile was supplied. CAFile=%2", CURLOPT_CAINFO, m_caFile);
   }
-  Log(ZLogLevel::Warning, [&] {
+  LogLine(ZLogLevel::Warning, kTransferArea, [&] {
     return ZString(L"%1: Verify Peer specified, but neither CAFile or CADir supplied. CAFile=%2 CADir=%3")
         .Arg(kWho)
         .Arg(caFile)
@@ -601,7 +596,8 @@ ZResult ZTransfer::ZTransferImpl::ApplyExtraHttpsSettings() {
 
 ZResult ZTransfer::ZTransferImpl::ApplyCaPath(const wchar_t* message, CURLoption option, const OwnedCString& path) {
   constexpr const char* kWho = "ApplyExtraHttpsSettings";
-  Log(ZLogLevel::Information, [&] { return ZString(message).Arg(kWho).Arg(ZStringDecoder::FromLocal(path.get())); });
+  LogLine(ZLogLevel::Information, kTransferArea,
+          [&] { return ZString(message).Arg(kWho).Arg(ZStringDecoder::FromLocal(path.get())); });
   if (!SetOption(kWho, CURLOPT_SSL_VERIFYPEER, 1L)) return m_errorCode;
   if (!SetOption(kWho, option, path.get())) return m_errorCode;
   return BASE_S_OK;
@@ -876,7 +872,7 @@ void ZTransfer::ZTransferImpl::DownloadFileSteps(const ZString& url, const ZStri
   if (resume && size > kResumeThreshold && (opened = file.Open(localName.CStr(), "r+")) == BASE_S_OK) {
     m_resumePosition = size - kResumeMargin;
     Wrappers::Sys::Fseek(file.Get(), static_cast<long>(m_resumePosition), SEEK_SET);
-    Log(ZLogLevel::Information, [&] {
+    LogLine(ZLogLevel::Information, kTransferArea, [&] {
       return ZString(L"%1: Resuming file \"%2\" at position %3")
           .Arg(L"DownloadFile")
           .Arg(fileName)
@@ -988,8 +984,8 @@ void ZTransfer::ZTransferImpl::PostFileSteps(const ZString& url, const ZString& 
   if (!IsRepresentable(localOutput.CStr(), outputFile, L"%1: Output file name '%2' contains invalid characters"))
     return;
   const auto failOpen = [&](const wchar_t* text, const ZString& name, ZResult opened) {
-    Log(ZLogLevel::Error,
-        [&] { return ZString(L"%1: Unable to open file for posting file:%2").Arg(L"PostFile").Arg(name); });
+    LogLine(ZLogLevel::Error, kTransferArea,
+            [&] { return ZString(L"%1: Unable to open file for posting file:%2").Arg(L"PostFile").Arg(name); });
     SetError(TRANSFER_E_DOWNLOAD, ZString(text).Arg(name).Arg(ZGetErrorMsg(opened)));
   };
 

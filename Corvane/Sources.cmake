@@ -1,0 +1,11 @@
+# The sources of libzn, for the library and for whatever else is built from them.
+#
+# Static initialisers run in link order, and in the reverse order at unload: the transfers' process-wide state must be there
+# before the module and the error codes are registered, and must outlive both.
+set(CORVANE_ZN_SOURCES
+    Transfer.cpp
+    TransferModule.cpp
+    TransferErrorCodes.cpp
+    GetHostByName.cpp
+    MultiDownload.cpp)
+list(TRANSFORM CORVANE_ZN_SOURCES PREPEND "${CMAKE_CURRENT_LIST_DIR}/")
