@@ -15,4 +15,13 @@ void LogLine(ZLogLevel level, const char* area, Build build, int line = __builti
   if (logger->IsEnabled(level)) logger->Write(level, build(), area, line);
 }
 
+// Runs what a destructor needs although it may write to the host's logger, which may throw.
+template <class Step>
+void WithoutThrowing(Step step) noexcept {
+  try {
+    step();
+  } catch (...) {  // NOLINT(bugprone-empty-catch): a destructor has nobody to tell
+  }
+}
+
 }  // namespace Corvane

@@ -3,7 +3,23 @@
 # Static initialisers run in link order, and in the reverse order at unload: the transfers' process-wide state must be there
 # before the module and the error codes are registered, and must outlive both.
 set(CORVANE_ZN_SOURCES
-    Transfer.cpp
+    Transfer/ProcessSetup.cpp
+    Transfer/Throttle.cpp
+    Transfer/Abort.cpp
+    Transfer/Body.cpp
+    Transfer/Bracket.cpp
+    Transfer/Download.cpp
+    Transfer/DownloadFile.cpp
+    Transfer/Operation.cpp
+    Transfer/Outcome.cpp
+    Transfer/Post.cpp
+    Transfer/Procedure.cpp
+    Transfer/Receive.cpp
+    Transfer/Request.cpp
+    Transfer/ResumedFile.cpp
+    Transfer/Settings.cpp
+    Transfer/Transfer.cpp
+    Transfer/Verification.cpp
     TransferModule.cpp
     TransferErrorCodes.cpp
     GetHostByName.cpp

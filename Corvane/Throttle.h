@@ -53,9 +53,9 @@ class CORVANE_ZN_API ZThrottle {
     int microseconds = 0;
   };
 
-  [[nodiscard]] unsigned int EnterPeriod(TimeValue now);
-  void Evaluate(unsigned int speed);
-  [[nodiscard]] unsigned int LimitFor(unsigned int speed) const noexcept;
+  [[nodiscard]] CORVANE_ZN_HIDDEN unsigned int EnterPeriod(TimeValue now);
+  CORVANE_ZN_HIDDEN void Evaluate(unsigned int speed);
+  [[nodiscard]] CORVANE_ZN_HIDDEN unsigned int LimitFor(unsigned int speed) const noexcept;
 
   ZMutex m_mutex;                       // guards every other member
   int m_nActiveTransfers = 0;           // live transfer objects plus open StartMulti calls

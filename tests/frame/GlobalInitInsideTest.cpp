@@ -1,6 +1,6 @@
 // The steps of the process-wide set-up that nobody sees from outside: their results, and what they do when they are called
-// out of turn. The source is part of this program, built against the recording stand-in for OpenSSL.
-#include <Corvane/Transfer.cpp>  // NOLINT(bugprone-suspicious-include): see above
+// out of turn. This program holds the library, built against the recording stand-in for OpenSSL.
+#include <Corvane/Transfer/ProcessSetupImpl.h>
 
 #include <gtest/gtest.h>
 

@@ -10,7 +10,7 @@
 
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/Base/Result.h>
-#include <Corvane/TransferImpl.h>
+#include <Corvane/Transfer/TransferImpl.h>
 
 #include "tests/recorder/TransferTest.h"
 #include "tests/support/Env.h"
@@ -125,7 +125,7 @@ TEST_F(TheBody, ThatCannotBeReadBackIsAFailureWithTheReason) {
     // Nothing that libcurl does makes the stream shorter than what was counted, so the count is made longer.
     auto* const object =
         static_cast<ZTransfer::ZTransferImpl*>(const_cast<void*>(handle.Get(CURLOPT_WRITEDATA).pointer));
-    object->m_downloadSize = 6;
+    object->m_request.downloadSize = 6;
     return CURLE_OK;
   };
   ZString result = L"before";

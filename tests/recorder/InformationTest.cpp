@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-#include <Corvane/TransferImpl.h>
+#include <Corvane/Transfer/TransferImpl.h>
 
 #include "tests/recorder/TransferTest.h"
 
@@ -189,7 +189,7 @@ TEST_F(TheContentSize, IsZeroWhenTheOperationHasFailedAlready) {
     // such a failure. No call order of one thread does, so it is written into the object.
     auto* const object =
         static_cast<ZTransfer::ZTransferImpl*>(const_cast<void*>(handle.Get(CURLOPT_WRITEDATA).pointer));
-    object->m_errorCode = kCurl | CURLE_UNKNOWN_OPTION;
+    object->m_outcome.SetCode(kCurl | CURLE_UNKNOWN_OPTION);
     EXPECT_EQ(handle.Write("block"), 5u);
     EXPECT_EQ(transfer.GetContentSize(), 0u);
     return CURLE_OK;

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include <Corvane/TransferImpl.h>
+#include <Corvane/Transfer/TransferImpl.h>
 
 #include "tests/recorder/Scenarios.h"
 #include "tests/recorder/TransferTest.h"
@@ -282,7 +282,7 @@ TEST_F(TheReset, LeavesNothingOfAPostForADownload) {
   transfer.PostData(L"http://h/", L"x");
   curl.perform = [](const EasyHandle& handle) {
     const auto* const object = static_cast<const ZTransfer::ZTransferImpl*>(handle.Get(CURLOPT_WRITEDATA).pointer);
-    EXPECT_EQ(object->m_postData, nullptr) << "a large body would stay in memory";
+    EXPECT_EQ(object->m_request.postData, nullptr) << "a large body would stay in memory";
     for (const CURLoption option : {CURLOPT_POST, CURLOPT_POSTFIELDS})
       EXPECT_ANY_THROW(static_cast<void>(handle.Get(option)));
     return CURLE_OK;

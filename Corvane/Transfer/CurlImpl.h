@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#define CURL_DISABLE_DEPRECATION  // the information values in doubles serve every libcurl since 7.4
+#include <curl/curl.h>
+
+#include <Corvane/Base/Result.h>
+#include <Corvane/Base/String.h>
+#include <Corvane/Base/StringCoding.h>
+#include <Corvane/TransferErrorCodes.h>
+
+// What the area's sources share of the way in which libcurl wants its strings and tells its results.
+
+namespace Corvane {
+
+constexpr ZResult CodeOf(CURLcode result) noexcept {
+  return TRANSFER_E_CURL_BASE | (static_cast<unsigned int>(result) & 0xFFFFu);
+}
+
+struct FreeDeleter {
+  void operator()(char* text) const noexcept { std::free(text); }
+};
+// A string handed to libcurl, which keeps the pointer during a transfer: made with strdup, released with free.
+using OwnedCString = std::unique_ptr<char, FreeDeleter>;
+
+// Null for null. Throws std::bad_alloc.
+inline OwnedCString Duplicate(const char* text) {
+  if (text == nullptr) return nullptr;
+  OwnedCString copy(strdup(text));
+  if (copy == nullptr) throw std::bad_alloc();
+  return copy;
+}
+
+inline OwnedCString DuplicateUtf8(const ZString& text) {
+  return Duplicate(ZStringEncoder(text, ZStringEncoder::Utf8).CStr());
+}
+
+// Null for a name that the local encoding cannot express, and for an empty one.
+inline OwnedCString DuplicateLocal(const ZString& name) {
+  return name.IsEmpty() ? nullptr : Duplicate(ZStringEncoder(name, ZStringEncoder::Local).CStr());
+}
+
+}  // namespace Corvane

@@ -1,0 +1,102 @@
+#include <optional>
+
+#include <Corvane/Base/Dir.h>
+#include <Corvane/Base/ErrorDict.h>
+#include <Corvane/Base/File.h>
+#include <Corvane/Base/Path.h>
+#include <Corvane/LogLineImpl.h>
+#include <Corvane/NumberTextImpl.h>
+#include <Corvane/Transfer/ResumedFileImpl.h>
+#include <Corvane/Transfer/TransferImpl.h>
+
+// Downloads into files, afresh or resumed.
+
+namespace Corvane {
+
+ZResult ZTransfer::ZTransferImpl::DownloadFile(const ZString& url, const ZString& fileName, bool resume) {
+  return RunOperation([&] { DownloadFileSteps(url, fileName, resume); });
+}
+
+void ZTransfer::ZTransferImpl::DownloadFileSteps(const ZString& url, const ZString& fileName, bool resume) {
+  const ZStringEncoder localName(fileName, ZStringEncoder::Local);
+  if (!IsRepresentable(localName.CStr(), fileName, L"%1: Output file name '%2' contains invalid characters")) return;
+  ZDir::CreateR(ZPath::GetDirectory(fileName));
+  unsigned long long size = 0;
+  ZFile::GetSize(fileName, size);
+
+  OpenFile file;
+  ZResult opened = BASE_S_OK;
+  std::optional<ResumedFile> resumed;
+  if (resume && ResumedFile::IsResumable(size) && (opened = file.Open(localName.CStr(), "r+")) == BASE_S_OK) {
+    resumed.emplace(file, size);
+    LogLine(ZLogLevel::Information, kTransferArea, [&] {
+      return ZString(L"%1: Resuming file \"%2\" at position %3")
+          .Arg(L"DownloadFile")
+          .Arg(fileName)
+          .Arg(UnsignedNumber(resumed->Position()));
+    });
+  } else {
+    opened = file.Open(localName.CStr(), "w");
+  }
+  m_outcome.Set(TRANSFER_E_DOWNLOAD,
+                ZString(L"Failed to open output file %1: %2").Arg(fileName).Arg(ZGetErrorMsg(opened)));
+  if (!file.IsOpen()) return;
+
+  if (resumed) {
+    ContinueFile(url, file, *resumed);
+  } else {
+    FetchFile(url, file);
+  }
+  if (CheckHeader()) return;
+  RefuseFile(url);
+  if (!resumed) ZFile::Remove(fileName, 0);  // an error page or nothing; a resumed file still holds the old data
+}
+
+void ZTransfer::ZTransferImpl::FetchFile(const ZString& url, OpenFile& file) {
+  FileBody body(file);
+  const Destination destination(m_request, body);
+  Transfer(url, false);
+  FinishFile(file, BASE_S_OK);
+}
+
+void ZTransfer::ZTransferImpl::ContinueFile(const ZString& url, OpenFile& file, ResumedFile& resumed) {
+  const Destination destination(m_request, resumed);
+  Transfer(url, false);
+  ResumedFile::End end;
+  end.isHttp = m_request.IsHttp();
+  end.isAcceptable = CheckHeader();
+  end.isFailed = m_outcome.IsFailed();
+  end.isWriteError = m_outcome.Code() == CodeOf(CURLE_WRITE_ERROR);
+  end.hasContent = m_request.contentSizeKnown;
+  end.contentLength = m_request.Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
+  if (resumed.IsRestMissing(end)) FailRange();
+  const bool isWhole = !m_outcome.IsFailed() && end.isAcceptable;
+  FinishFile(file, isWhole ? resumed.CutStaleTail(m_request.downloadSize) : BASE_S_OK);
+}
+
+// Data that did not reach the disk is never a success. `finished` is what became of the steps before the file is closed.
+void ZTransfer::ZTransferImpl::FinishFile(OpenFile& file, ZResult finished) {
+  const ZResult closed = file.Close();
+  const ZResult failure = finished == BASE_S_OK ? closed : finished;
+  if (failure != BASE_S_OK && !m_outcome.IsFailed()) FailWithReason(failure);
+}
+
+bool ZTransfer::ZTransferImpl::IsRepresentable(const char* localName, const ZString& name, const wchar_t* message) {
+  if (name.IsEmpty() || (localName != nullptr && *localName != '\0')) return true;
+  m_outcome.Set(TRANSFER_E_DOWNLOAD, ZString(message).Arg(ZGetErrorMsg(TRANSFER_E_DOWNLOAD)).Arg(name));
+  return false;
+}
+
+// The failure that libcurl reports when it sees by itself that a server ignored the range.
+void ZTransfer::ZTransferImpl::FailRange() {
+  const ZString text(L"The server did not send the rest of the file. Cannot resume.");
+  m_outcome.Set(CodeOf(CURLE_RANGE_ERROR), text);
+  m_outcome.SetCause(CodeOf(CURLE_RANGE_ERROR), text);
+}
+
+// No good answer came.
+void ZTransfer::ZTransferImpl::RefuseFile(const ZString& url) {
+  m_outcome.Set(TRANSFER_E_CONNECT, ZGetErrorMsg(TRANSFER_E_CONNECT) + L", " + url + L"\n" + m_request.header);
+}
+
+}  // namespace Corvane

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <atomic>
+#include <exception>
+
+#include <Corvane/Base/DateTime.h>
+#include <Corvane/Transfer/BodyImpl.h>
+#include <Corvane/Transfer/CurlImpl.h>
+
+namespace Corvane {
+
+// One request on the object's easy handle: what libcurl is given and has to find unchanged until it returns, and what it has moved
+// so far. Other threads read the sizes and times at any time; they are independent of each other and need no order.
+struct Request {
+  CURL* easy = nullptr;  // owned by ZTransfer, which cleans it up before this object goes
+  // Whether an option may have been set since the handle was reset last; a reset that would change nothing is saved.
+  std::atomic<bool> hasOptions{true};
+  OwnedCString url;                  // UTF-8
+  OwnedCString postData;             // UTF-8
+  char errorText[4096] = {};         // libcurl's own words
+  ZString header;                    // the header lines received so far
+  MemoryBody memory;                 // where bodies go that go nowhere else
+  Body* body = &memory;              // where this one goes
+  bool isFirstDataNotified = false;  // the observers know
+  std::exception_ptr exception;      // thrown by host code inside a callback; rethrown when libcurl has returned
+
+  std::atomic<bool> contentSizeKnown{false};
+  std::atomic<unsigned long long> contentSize{0};
+  std::atomic<unsigned long long> downloadSize{0};
+  std::atomic<unsigned long long> transferSize{0};
+  std::atomic<unsigned int> transferRate{0};  // KiB per second
+  ZDateTime startTime = ZDateTime::Now();
+  ZTimeSpan transferTime;
+
+  // Whether the URL is one of HTTP or HTTPS.
+  [[nodiscard]] bool IsHttp() const;
+  // False for an HTTP answer outside 200 to 299, and for none at all.
+  [[nodiscard]] bool IsAnswerAcceptable() const;
+
+  // What libcurl tells; 0 when it does not. The second argument only chooses the type.
+  [[nodiscard]] double Info(CURLINFO info, double) const;
+  [[nodiscard]] long Info(CURLINFO info, long) const;
+
+  void UpdateTransferTime();
+  void UpdateTransferSize();
+  void ReadContentSize();
+};
+
+// Directs the body to a destination that lives shorter than the object.
+class Destination {
+ public:
+  Destination(Request& request, Body& body) : m_request(request) { m_request.body = &body; }
+  ~Destination() { m_request.body = &m_request.memory; }
+  Destination(const Destination&) = delete;
+  Destination& operator=(const Destination&) = delete;
+
+ private:
+  Request& m_request;
+};
+
+}  // namespace Corvane
