@@ -5,9 +5,11 @@
 set(CORVANE_ZN_SOURCES
     Transfer/ProcessSetup.cpp
     Transfer/Throttle.cpp
+    ShownUrl.cpp
     Transfer/Abort.cpp
     Transfer/Body.cpp
     Transfer/Bracket.cpp
+    Transfer/ContentRange.cpp
     Transfer/Download.cpp
     Transfer/DownloadFile.cpp
     Transfer/Operation.cpp

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 #include <Corvane/Base/Stream.h>
 #include <Corvane/Base/String.h>
@@ -12,7 +13,7 @@ namespace Corvane {
 struct Answer {
   bool isHttp = false;
   bool isAcceptable = false;  // a status in 200 to 299, or no HTTP at all
-  const ZString& header;      // all header lines received so far
+  std::string_view header;    // all header lines received so far
 };
 
 // Where the body of an answer goes: into memory, into a file, or into a file that holds its beginning already.

@@ -9,7 +9,8 @@ void ZTransfer::ZTransferImpl::Reset() {
   ClearFlags();
   m_request.isFirstDataNotified = false;
   m_request.exception = nullptr;
-  m_request.header.Clear();
+  m_request.header.clear();
+  m_request.isHeaderTooLong = false;
   m_request.contentSize = 0;
   m_request.downloadSize = 0;
   m_request.transferSize = 0;
@@ -17,8 +18,7 @@ void ZTransfer::ZTransferImpl::Reset() {
   m_request.contentSizeKnown = false;
   m_request.postData.reset();
   m_request.memory.Rewind();
-  m_request.startTime = ZDateTime::Now();
-  m_request.transferTime.Set(0, 0, 0, 0, 0);
+  m_request.StartClocks();
   m_outcome.Reset();
   // No option of an earlier operation survives.
   if (m_request.easy != nullptr && m_request.hasOptions.exchange(false)) curl_easy_reset(m_request.easy);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -19,6 +20,12 @@ namespace Corvane {
 
 constexpr ZResult CodeOf(CURLcode result) noexcept {
   return TRANSFER_E_CURL_BASE | (static_cast<unsigned int>(result) & 0xFFFFu);
+}
+
+// A time limit as libcurl takes it: `seconds` and what is added, but at most what it does not refuse.
+inline long LimitOf(unsigned long seconds, unsigned long added) noexcept {
+  constexpr unsigned long kLargest = INT_MAX / 1000;  // it counts in milliseconds
+  return static_cast<long>(seconds < kLargest && added < kLargest - seconds ? seconds + added : kLargest);
 }
 
 struct FreeDeleter {

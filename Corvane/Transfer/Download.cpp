@@ -1,11 +1,20 @@
 #include <cstdint>
+#include <limits>
 
 #include <Corvane/Base/ErrorDict.h>
+#include <Corvane/NumberTextImpl.h>
+#include <Corvane/ShownUrlImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
 
 // Downloads into memory.
 
 namespace Corvane {
+namespace {
+
+// Bytes. A longer body is refused as a whole: a text that is cut without a word would be taken for the body.
+constexpr unsigned long long kLargestText = std::numeric_limits<std::uint32_t>::max();
+
+}  // namespace
 
 ZResult ZTransfer::ZTransferImpl::Download(const ZString& url, ZString& result) {
   return RunOperation([&] { DownloadSteps(url, result); });
@@ -14,13 +23,21 @@ ZResult ZTransfer::ZTransferImpl::Download(const ZString& url, ZString& result) 
 void ZTransfer::ZTransferImpl::DownloadSteps(const ZString& url, ZString& result) {
   Transfer(url, false);
   if (!m_outcome.IsFailed() && m_settings.detectHttpError && !CheckHeader()) {
-    m_outcome.Set(TRANSFER_E_CONNECT, ZGetErrorMsg(TRANSFER_E_CONNECT) + L", " + url);
+    m_outcome.Set(TRANSFER_E_CONNECT, ZGetErrorMsg(TRANSFER_E_CONNECT) + L", " + ShownUrl(url));
   }
   SetResult(result);  // also after a failure: what was received may be an error page that tells more
 }
 
 void ZTransfer::ZTransferImpl::SetResult(ZString& result) {
-  const auto length = static_cast<std::uint32_t>(m_request.downloadSize);
+  const unsigned long long length = m_request.downloadSize;
+  if (length > kLargestText) {
+    result.Clear();
+    m_outcome.Set(TRANSFER_E_DOWNLOAD,
+                  ZGetErrorMsg(TRANSFER_E_DOWNLOAD) +
+                      ZString(L": The body of %1 bytes is too large for a text. Download it into a file.")
+                          .Arg(UnsignedNumber(length)));
+    return;
+  }
   const ZResult read = m_request.memory.Read(result, length);
   if (read != BASE_S_OK) FailWithReason(read);
 }

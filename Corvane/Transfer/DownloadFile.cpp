@@ -6,6 +6,7 @@
 #include <Corvane/Base/Path.h>
 #include <Corvane/LogLineImpl.h>
 #include <Corvane/NumberTextImpl.h>
+#include <Corvane/ShownUrlImpl.h>
 #include <Corvane/Transfer/ResumedFileImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
 
@@ -62,16 +63,18 @@ void ZTransfer::ZTransferImpl::FetchFile(const ZString& url, OpenFile& file) {
 void ZTransfer::ZTransferImpl::ContinueFile(const ZString& url, OpenFile& file, ResumedFile& resumed) {
   const Destination destination(m_request, resumed);
   Transfer(url, false);
-  ResumedFile::End end;
-  end.isHttp = m_request.IsHttp();
-  end.isAcceptable = CheckHeader();
-  end.isFailed = m_outcome.IsFailed();
-  end.isWriteError = m_outcome.Code() == CodeOf(CURLE_WRITE_ERROR);
-  end.hasContent = m_request.contentSizeKnown;
-  end.contentLength = m_request.Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
-  if (resumed.IsRestMissing(end)) FailRange();
-  const bool isWhole = !m_outcome.IsFailed() && end.isAcceptable;
-  FinishFile(file, isWhole ? resumed.CutStaleTail(m_request.downloadSize) : BASE_S_OK);
+  ZResult finished = BASE_S_OK;
+  if (CheckHeader()) {
+    ResumedFile::End end;
+    end.isHttp = m_request.IsHttp();
+    end.isFailed = m_outcome.IsFailed();
+    end.isWriteError = m_outcome.Code() == CodeOf(CURLE_WRITE_ERROR);
+    end.hasContent = m_request.contentSizeKnown;
+    if (!end.isFailed && !end.hasContent) end.contentLength = m_request.Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
+    if (const auto refusal = resumed.Refuse(end)) FailAs(refusal->code, refusal->text);
+    if (!m_outcome.IsFailed()) finished = resumed.CutStaleTail(end);
+  }
+  FinishFile(file, finished);
 }
 
 // Data that did not reach the disk is never a success. `finished` is what became of the steps before the file is closed.
@@ -87,16 +90,16 @@ bool ZTransfer::ZTransferImpl::IsRepresentable(const char* localName, const ZStr
   return false;
 }
 
-// The failure that libcurl reports when it sees by itself that a server ignored the range.
-void ZTransfer::ZTransferImpl::FailRange() {
-  const ZString text(L"The server did not send the rest of the file. Cannot resume.");
-  m_outcome.Set(CodeOf(CURLE_RANGE_ERROR), text);
-  m_outcome.SetCause(CodeOf(CURLE_RANGE_ERROR), text);
+// A failure that libcurl would report if it saw it.
+void ZTransfer::ZTransferImpl::FailAs(CURLcode code, const ZString& text) {
+  m_outcome.Set(CodeOf(code), text);
+  m_outcome.SetCause(CodeOf(code), text);
 }
 
 // No good answer came.
 void ZTransfer::ZTransferImpl::RefuseFile(const ZString& url) {
-  m_outcome.Set(TRANSFER_E_CONNECT, ZGetErrorMsg(TRANSFER_E_CONNECT) + L", " + url + L"\n" + m_request.header);
+  const ZString header = ZStringDecoder::FromUtf8(m_request.header.data(), m_request.header.size());
+  m_outcome.Set(TRANSFER_E_CONNECT, ZGetErrorMsg(TRANSFER_E_CONNECT) + L", " + ShownUrl(url) + L"\n" + header);
 }
 
 }  // namespace Corvane

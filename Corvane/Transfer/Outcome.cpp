@@ -34,7 +34,7 @@ void Outcome::SetCause(ZResult cause, ZString text) {
   m_published.reset();
 }
 
-void Outcome::SetHeader(ZString header) {
+void Outcome::SetHeader(std::string header) {
   const std::lock_guard guard(m_mutex);
   m_current.header = std::move(header);
   m_published.reset();

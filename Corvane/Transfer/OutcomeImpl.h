@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -20,7 +21,7 @@ struct OutcomeSnapshot {
   ZString text;
   ZResult cause = TRANSFER_E_NOT_STARTED;  // what libcurl said, which the operation may have replaced in code and text
   ZString causeText;
-  ZString header;  // of an operation that has ended
+  std::string header;  // the lines of an operation that has ended, as received
 };
 
 // Holds the outcome while one thread works on it and others look. Code and text change together, so that nobody sees one of them
@@ -48,7 +49,7 @@ class Outcome {
     m_published.reset();
   }
   void SetCause(ZResult cause, ZString text);
-  void SetHeader(ZString header);
+  void SetHeader(std::string header);
 
   [[nodiscard]] std::shared_ptr<const OutcomeSnapshot> Snapshot() const;
   // The text for the calling thread: a copy of its own, which changes only at the same thread's next call, and lives as long as

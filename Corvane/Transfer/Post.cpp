@@ -4,6 +4,7 @@
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/Base/File.h>
 #include <Corvane/LogLineImpl.h>
+#include <Corvane/ShownUrlImpl.h>
 #include <Corvane/Throttle.h>
 #include <Corvane/Transfer/ProcessSetupImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
@@ -96,7 +97,7 @@ ZResult ZTransfer::ZTransferImpl::Post(const ZString& url, long size) {
   Transfer(url, true);
   if (m_settings.useThrottling) sm_Throttling().Throttle(static_cast<unsigned int>(size));
   if (m_outcome.IsFailed() || CheckHeader()) return m_outcome.Code();
-  m_outcome.Set(TRANSFER_E_POST, ZGetErrorMsg(TRANSFER_E_POST) + L", " + url);
+  m_outcome.Set(TRANSFER_E_POST, ZGetErrorMsg(TRANSFER_E_POST) + L", " + ShownUrl(url));
   return m_outcome.Code();
 }
 

@@ -16,6 +16,8 @@ ZString SchemeOf(const ZString& url) { return url.Substr(0, 5).Lower(); }
 // One request, without any retry, in three steps: what libcurl needs, the request itself, and what became of it.
 ZResult ZTransfer::ZTransferImpl::Transfer(const ZString& url, bool /*post*/) {
   if (!Prepare(url)) return m_outcome.Code();
+  m_request.LetGoOfOtherPeer(m_settings.credentials.get());
+  m_request.RememberPeer(m_settings.credentials.get());
   TakeResult(curl_easy_perform(m_request.easy));
   if (m_request.exception != nullptr) std::rethrow_exception(std::exchange(m_request.exception, nullptr));
   return m_outcome.Code();
@@ -63,7 +65,7 @@ bool ZTransfer::ZTransferImpl::SetHeaderOptions(const ZString& scheme) {
 }
 
 bool ZTransfer::ZTransferImpl::SetTimeLimits() {
-  const long timeout = static_cast<long>(m_settings.timeout.load());
+  const long timeout = LimitOf(m_settings.timeout, 0);
   if (!SetOption("Transfer", CURLOPT_TIMEOUT, timeout)) return false;
   RepeatAbort(CURLOPT_TIMEOUT);
   if (!SetOption("Transfer", CURLOPT_CONNECTTIMEOUT, timeout)) return false;
@@ -99,7 +101,8 @@ void ZTransfer::ZTransferImpl::TakeResult(CURLcode result) {
     m_outcome.Set(code);
     m_outcome.SetCause(code, ZString());
   } else {
-    const ZString text(&m_request.errorText[0]);
+    const ZString text = m_request.isHeaderTooLong ? ZString(L"The server sent more than 16 MiB of header lines.")
+                                                   : ZString(&m_request.errorText[0]);
     m_outcome.Set(code, text);
     m_outcome.SetCause(code, text);
   }

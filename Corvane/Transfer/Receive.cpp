@@ -8,6 +8,12 @@
 // What libcurl calls while a request runs: for each header line, and for each block of the body.
 
 namespace Corvane {
+namespace {
+
+// libcurl limits a header line and the interim answers, but not the trailers that may come after a body.
+constexpr std::size_t kMostHeaderBytes = std::size_t{16} << 20;
+
+}  // namespace
 
 std::size_t ZTransfer::ZTransferImpl::WriteCallback(void* data, std::size_t size, std::size_t count,
                                                     void* object) noexcept {
@@ -73,7 +79,11 @@ std::size_t ZTransfer::ZTransferImpl::ReceiveHeader(const char* data, std::size_
     m_outcome.Set(TRANSFER_E_ABORTED);
     return 0;
   }
-  m_request.header.Append(data, total);
+  if (total > kMostHeaderBytes - m_request.header.size()) {
+    m_request.isHeaderTooLong = true;
+    return 0;
+  }
+  m_request.header.append(data, total);
   return total;
 }
 
@@ -83,11 +93,11 @@ void ZTransfer::ZTransferImpl::NotifyFirstData() {
   m_request.isFirstDataNotified = true;
 }
 
+// Counted from the beginning on a clock that never goes back, as libcurl counts: a host's clock that is set ends no transfer.
 void ZTransfer::ZTransferImpl::ExtendTimeLimit(unsigned long slackSeconds) {
   const unsigned long timeout = m_settings.timeout;
-  const auto elapsed = static_cast<unsigned long>(m_request.transferTime.GetTotalMicroSeconds() / 1000000);
-  const long limit = timeout == 0 ? 0 : static_cast<long>(elapsed + timeout + slackSeconds);
-  SetEasyOption(CURLOPT_TIMEOUT, limit);  // a limit that cannot be moved stays where it is
+  // A limit that cannot be moved stays where it is.
+  SetEasyOption(CURLOPT_TIMEOUT, timeout == 0 ? 0 : LimitOf(timeout, m_request.ElapsedSeconds() + slackSeconds));
   RepeatAbort(CURLOPT_TIMEOUT);
 }
 

@@ -1,11 +1,16 @@
 #include <Corvane/Transfer/RequestImpl.h>
 
 #include <strings.h>
+#include <sys/socket.h>
 
+#include <ctime>
 #include <limits>
+#include <string_view>
 
 namespace Corvane {
 namespace {
+
+constexpr long long kMicrosecondsPerSecond = 1000000;
 
 // The whole part of `value`, or the nearest number that the type holds: a conversion that does not fit is undefined.
 template <class Whole>
@@ -16,7 +21,40 @@ Whole Truncated(double value) noexcept {
   return value > 0.0 ? static_cast<Whole>(value) : 0;
 }
 
+// The clock that libcurl holds its limits to.
+long long SteadyMicroseconds() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_RAW, &now);
+  return static_cast<long long>(now.tv_sec) * kMicrosecondsPerSecond + now.tv_nsec / 1000;
+}
+
 }  // namespace
+
+void Request::LetGoOfKeptConnection() noexcept {
+  if (keptPeer.empty()) return;
+  keptPeer.clear();
+  // Only libcurl knows whether it still has the connection; a descriptor that was remembered might be somebody else's by now.
+  curl_socket_t kept = CURL_SOCKET_BAD;
+  if (curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &kept) == CURLE_OK && kept != CURL_SOCKET_BAD) {
+    shutdown(kept, SHUT_RD);
+  }
+}
+
+void Request::LetGoOfOtherPeer(const char* credentials) {
+  if (!keptPeer.empty() && keptPeer != PeerOf(credentials)) LetGoOfKeptConnection();
+}
+
+void Request::RememberPeer(const char* credentials) {
+  keptPeer = IsHttp() ? std::string() : PeerOf(credentials);
+}
+
+// The URL up to its path, and who logs in.
+std::string Request::PeerOf(const char* credentials) const {
+  const std::string_view text = url.get();
+  const std::size_t scheme = text.find("://");
+  const std::size_t path = text.find('/', scheme == std::string_view::npos ? 0 : scheme + 3);
+  return std::string(text.substr(0, path)) + '\n' + (credentials == nullptr ? "" : credentials);
+}
 
 bool Request::IsHttp() const { return strncasecmp(url.get(), "http", 4) == 0; }
 
@@ -33,6 +71,16 @@ double Request::Info(CURLINFO info, double value) const {
 
 long Request::Info(CURLINFO info, long value) const {
   return curl_easy_getinfo(easy, info, &value) == CURLE_OK ? value : 0;
+}
+
+void Request::StartClocks() {
+  startTime = ZDateTime::Now();
+  transferTime.Set(0, 0, 0, 0, 0);
+  steadyStart = SteadyMicroseconds();
+}
+
+unsigned long Request::ElapsedSeconds() const noexcept {
+  return static_cast<unsigned long>((SteadyMicroseconds() - steadyStart) / kMicrosecondsPerSecond);
 }
 
 // In plain numbers, for it runs twice for each block.

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <exception>
+#include <string>
 
 #include <Corvane/Base/DateTime.h>
 #include <Corvane/Transfer/BodyImpl.h>
@@ -18,7 +19,8 @@ struct Request {
   OwnedCString url;                  // UTF-8
   OwnedCString postData;             // UTF-8
   char errorText[4096] = {};         // libcurl's own words
-  ZString header;                    // the header lines received so far
+  std::string header;                // the header lines received so far
+  bool isHeaderTooLong = false;      // more lines came than are taken
   MemoryBody memory;                 // where bodies go that go nowhere else
   Body* body = &memory;              // where this one goes
   bool isFirstDataNotified = false;  // the observers know
@@ -31,6 +33,18 @@ struct Request {
   std::atomic<unsigned int> transferRate{0};  // KiB per second
   ZDateTime startTime = ZDateTime::Now();
   ZTimeSpan transferTime;
+  // When the operation began, on a clock that nobody sets, in microseconds: what time limits are counted from.
+  long long steadyStart = 0;
+
+  // The server and login of the last request, if libcurl may have kept a connection on which it would take its leave.
+  std::string keptPeer;
+
+  // libcurl says goodbye on a kept FTP connection (and those of other protocols with a dialogue) when it gives it up, in its
+  // clean-up and when its pool is full, and waits two minutes for the answer. Who asks for something else, or for the end, does not
+  // wait for a peer that is gone: with its receiving side shut down such a connection has had its answer.
+  void LetGoOfKeptConnection() noexcept;
+  void LetGoOfOtherPeer(const char* credentials);
+  void RememberPeer(const char* credentials);
 
   // Whether the URL is one of HTTP or HTTPS.
   [[nodiscard]] bool IsHttp() const;
@@ -41,9 +55,15 @@ struct Request {
   [[nodiscard]] double Info(CURLINFO info, double) const;
   [[nodiscard]] long Info(CURLINFO info, long) const;
 
+  void StartClocks();
+  // Whole seconds since StartClocks, on the steady clock.
+  [[nodiscard]] unsigned long ElapsedSeconds() const noexcept;
   void UpdateTransferTime();
   void UpdateTransferSize();
   void ReadContentSize();
+
+ private:
+  [[nodiscard]] std::string PeerOf(const char* credentials) const;
 };
 
 // Directs the body to a destination that lives shorter than the object.

@@ -1,9 +1,30 @@
 #include <algorithm>
+#include <cerrno>
+#include <new>
+#include <utility>
 #include <vector>
 
 #include <Corvane/Transfer/TransferImpl.h>
 
 namespace Corvane {
+namespace {
+
+// Whether a name that was given has no copy, because the local encoding cannot express it.
+bool IsLost(const ZString& name, const OwnedCString& copy) {
+  return !name.IsEmpty() && (copy == nullptr || *copy == '\0');
+}
+
+// What `store` returns, or the code of memory that ran out in it.
+template <class Store>
+ZResult WithoutMemoryException(Store store) {
+  try {
+    return store();
+  } catch (const std::bad_alloc&) {
+    return ResultFromErrno(ENOMEM);
+  }
+}
+
+}  // namespace
 
 ZTransfer::ZTransferImpl::ZTransferImpl() { Reset(); }
 
@@ -16,23 +37,29 @@ ZTransfer::ZTransferImpl::~ZTransferImpl() {
   m_request.postData.reset();
 }
 
+// The copies are made before anything changes: an object that verifies a server never stops to because a setting failed.
 ZResult ZTransfer::ZTransferImpl::SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile,
                                          const ZString& caDir) {
   if (IsRunning()) return BASE_E_BUSY;
-  m_settings.caFile.reset();
-  m_settings.caDir.reset();
-  m_settings.verifyHost = verifyHost;
-  m_settings.verifyPeer = verifyPeer;
-  m_settings.caFile = DuplicateLocal(caFile);
-  m_settings.caDir = DuplicateLocal(caDir);
-  return BASE_S_OK;
+  return WithoutMemoryException([&] {
+    OwnedCString file = DuplicateLocal(caFile);
+    OwnedCString dir = DuplicateLocal(caDir);
+    if (IsLost(caFile, file) || IsLost(caDir, dir)) return BASE_E_INVALID_NAME;
+    m_settings.caFile = std::move(file);
+    m_settings.caDir = std::move(dir);
+    m_settings.verifyHost = verifyHost;
+    m_settings.verifyPeer = verifyPeer;
+    return BASE_S_OK;
+  });
 }
 
 ZResult ZTransfer::ZTransferImpl::SetCredentials(const ZString& user, const ZString& password) {
   if (IsRunning()) return BASE_E_BUSY;
-  m_settings.credentials.reset();
-  if (!user.IsEmpty()) m_settings.credentials = DuplicateUtf8(user + L":" + password);
-  return BASE_S_OK;
+  return WithoutMemoryException([&] {
+    OwnedCString credentials = user.IsEmpty() ? nullptr : DuplicateUtf8(user + L":" + password);
+    m_settings.credentials = std::move(credentials);
+    return BASE_S_OK;
+  });
 }
 
 ZResult ZTransfer::ZTransferImpl::Attach(Observer* observer) {
@@ -62,7 +89,8 @@ void ZTransfer::ZTransferImpl::Notify(int event, long value) {
 
 ZResult ZTransfer::ZTransferImpl::GetHeader(ZString& header) const {
   if (IsRunning()) return BASE_E_BUSY;
-  header = m_outcome.Snapshot()->header;
+  const auto outcome = m_outcome.Snapshot();
+  header = ZStringDecoder::FromUtf8(outcome->header.data(), outcome->header.size());
   return BASE_S_OK;
 }
 

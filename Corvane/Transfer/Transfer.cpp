@@ -23,6 +23,7 @@ ZTransfer::~ZTransfer() {
     WithoutThrowing([&] { Abort(); });
   } while (!Wait(1000));
   sm_Throttling().FinishTransfer();
+  m_impl->m_request.LetGoOfKeptConnection();
   if (m_impl->m_request.easy != nullptr) curl_easy_cleanup(std::exchange(m_impl->m_request.easy, nullptr));
   m_impl.reset();
   CurlGlobalCleanup();

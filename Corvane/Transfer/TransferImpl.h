@@ -22,7 +22,7 @@
 //   Verification   the checks on https URLs
 //   Receive        what libcurl calls while it runs: header lines and blocks of the body
 //   Request        what libcurl is given, and the sizes and times it tells
-//   Body, ResumedFile   where the body of an answer goes
+//   Body, ResumedFile, ContentRange   where the body of an answer goes
 //   Download, DownloadFile, Post, Abort   what hosts ask for
 //   Transfer       the public class
 //
@@ -90,7 +90,7 @@ class ZTransfer::ZTransferImpl : public Operation {
   void FetchFile(const ZString& url, OpenFile& file);
   void ContinueFile(const ZString& url, OpenFile& file, ResumedFile& resumed);
   void FinishFile(OpenFile& file, ZResult finished);
-  void FailRange();
+  void FailAs(CURLcode code, const ZString& text);
   void RefuseFile(const ZString& url);
   void PostDataSteps(const ZString& url, const ZString& data, ZString* result);
   void PostFileSteps(const ZString& url, const ZString& inputFile, const ZString& outputFile);

@@ -362,6 +362,102 @@ TEST(ZTransferResume, AtTheEndOfAWholeContentIsComplete) {
   EXPECT_TRUE(FileHolds(folder / "a", content));
 }
 
+// --- a part of the rest
+
+struct PartCase {
+  const char* name;
+  const char* range;
+  std::size_t sent;       // bytes of the content from 88 on
+  const char* framing;    // how the answer tells its length
+  std::size_t localSize;  // resumed 32 bytes before its end, which is at 88
+  ZResult code;
+  std::size_t kept;  // the size of the file afterwards
+};
+
+constexpr std::size_t kMissing = 112;  // from 88 to the end of 200 bytes
+
+const PartCase kParts[] = {
+    {"the rest", "bytes 88-199/200", kMissing, "", 120, TRANSFER_S_FINISHED, 200},
+    {"the rest of a resource that tells no length", "bytes 88-199/*", kMissing, "", 120, TRANSFER_S_FINISHED, 200},
+    {"a range that ends early", "bytes 88-97/200", 10, "Content-Length: 10\r\n", 120, CurlFailure(kPartialFile), 120},
+    {"a range that ends early, but behind the file", "bytes 88-149/200", 62, "Content-Length: 62\r\n", 120,
+     CurlFailure(kPartialFile), 150},
+    {"the rest, but the connection closes", "bytes 88-199/200", 10, "", 120, CurlFailure(kPartialFile), 120},
+    {"the rest, but the connection closes behind the file", "bytes 88-199/200", 40, "", 120, CurlFailure(kPartialFile),
+     128},
+    {"the rest, but its length is short", "bytes 88-199/200", 10, "Content-Length: 10\r\n", 120,
+     CurlFailure(kPartialFile), 120},
+    {"less than announced of an unknown length", "bytes 88-199/*", 10, "", 120, CurlFailure(kPartialFile), 120},
+    {"a part of an unknown length that does not reach the file's end", "bytes 88-97/*", 10, "", 120,
+     CurlFailure(kRangeError), 120},
+    {"nothing but where it begins, and too little", "bytes 88-", 10, "", 120, CurlFailure(kRangeError), 120},
+    {"nothing but where it begins", "bytes 88-", kMissing, "", 120, TRANSFER_S_FINISHED, 200},
+    {"more than announced", "bytes 88-97/98", kMissing, "", 120, CurlFailure(kRangeError), 120},
+    {"two ranges that agree", "bytes 88-199/200\r\nContent-Range: bytes 88-199/200", kMissing, "", 120,
+     TRANSFER_S_FINISHED, 200},
+    {"two ranges that differ in their end", "bytes 88-97/98\r\nContent-Range: bytes 88-199/200", kMissing, "", 120,
+     CurlFailure(kRangeError), 120},
+    {"two ranges that differ in their total", "bytes 88-199/200\r\nContent-Range: bytes 88-199/300", kMissing, "", 120,
+     CurlFailure(kRangeError), 120},
+    {"two ranges that differ in their beginning", "bytes 0-199/200\r\nContent-Range: bytes 88-199/200", kMissing, "",
+     120, CurlFailure(kRangeError), 120},
+    {"an end before the beginning", "bytes 88-80/200", kMissing, "", 120, CurlFailure(kRangeError), 120},
+    {"a total before the end", "bytes 88-199/100", kMissing, "", 120, CurlFailure(kRangeError), 120},
+    {"a total out of range", "bytes 88-199/99999999999999999999", kMissing, "", 120, CurlFailure(kRangeError), 120},
+};
+
+// Nothing that was good is lost, and only the whole is a success.
+TEST(ZTransferResume, OfWhichOnlyAPartComesIsNoSuccessAndLosesNothing) {
+  const std::string content = MakePattern(200);
+  for (const PartCase& c : kParts) {
+    SCOPED_TRACE(c.name);
+    const std::string answer = std::string("HTTP/1.1 206 Partial Content\r\nContent-Range: ") + c.range + "\r\n" +
+                               c.framing + "Connection: close\r\n\r\n" + content.substr(88, c.sent);
+    ScriptedServer server(OncePerConnection([&](Connection& peer, const Request&) { peer.Send(answer); }));
+    const TempDir folder;
+    WritePartialFile(folder / "a", content, c.localSize);
+    ZTransfer transfer;
+    EXPECT_THAT(transfer.DownloadFile(Wide(server.Url("/a")), WidePath(folder / "a"), true), IsCode(c.code));
+    EXPECT_TRUE(FileHolds(folder / "a", content.substr(0, c.kept)));
+    EXPECT_EQ(server.Requests()[0].Header("Range"), "bytes=88-");
+    EXPECT_THAT(CauseOf(transfer), IsCode(c.code));
+  }
+}
+
+TEST(ZTransferResume, SaysHowMuchOfTheFileHasCome) {
+  ScriptedServer server(OncePerConnection([](Connection& peer, const Request&) {
+    peer.Send("HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 88-97/200\r\nContent-Length: 10\r\n\r\n0123456789");
+  }));
+  const TempDir folder;
+  WriteFile(folder / "a", MakePattern(120));
+  ZTransfer transfer;
+  transfer.DownloadFile(Wide(server.Url("/a")), WidePath(folder / "a"), true);
+  EXPECT_EQ(ErrorOf(transfer), "The server sent only 98 of the file's 200 bytes. The rest is still missing.");
+}
+
+// A server may send large files piece by piece; each run gets further.
+TEST(ZTransferResume, OfAServerThatSendsPiecesComesToItsEnd) {
+  const std::string content = MakePattern(1000);
+  ScriptedServer server(KeepAlive([&](Connection& peer, const Request& request) {
+    const std::size_t first = std::stoul(request.Header("Range").value().substr(6));
+    const std::string part = content.substr(first, 300);
+    peer.Send(FormatHead(206, {{"Content-Range", "bytes " + std::to_string(first) + "-" +
+                                                     std::to_string(first + part.size() - 1) + "/1000"},
+                               {"Content-Length", std::to_string(part.size())}}) +
+              part);
+  }));
+  const TempDir folder;
+  WritePartialFile(folder / "a", content, 100);
+  ZTransfer transfer;
+  int runs = 1;
+  while (transfer.DownloadFile(Wide(server.Url("/a")), WidePath(folder / "a"), true) == CurlFailure(kPartialFile)) {
+    ASSERT_LT(++runs, 10);
+  }
+  EXPECT_THAT(transfer.GetStatus(), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_EQ(runs, 4);
+  EXPECT_TRUE(FileHolds(folder / "a", content));
+}
+
 // --- other schemes
 
 TEST(ZTransferResume, OverFtpContinuesBehindThePosition) {
@@ -399,6 +495,22 @@ TEST(ZTransferResume, OverFtpOfAShorterRemoteFile) {
     ZTransfer transfer;
     EXPECT_THAT(transfer.DownloadFile(Wide(server.Url("/a")), WidePath(folder / "a"), true), IsCode(c.code));
     EXPECT_TRUE(FileHolds(folder / "a", c.isKept ? old : content));
+  }
+}
+
+// A server that sends nothing has not said that nothing is missing.
+TEST(ZTransferResume, OverFtpWithoutABySizeProvenEndIsNoSuccess) {
+  const std::string old = MakePattern(1000, 2);
+  for (const char* const size : {"213 500", "500 What?", "213 0"}) {
+    SCOPED_TRACE(size);
+    ScriptedFtpServer server({{"/a", ""}});
+    server.SetReply("SIZE", size);
+    const TempDir folder;
+    WriteFile(folder / "a", old);
+    ZTransfer transfer;
+    const ZResult code = transfer.DownloadFile(Wide(server.Url("/a")), WidePath(folder / "a"), true);
+    EXPECT_TRUE(IsFailure(code)) << Hex(code);
+    EXPECT_TRUE(FileHolds(folder / "a", old));
   }
 }
 

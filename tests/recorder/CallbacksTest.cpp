@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -135,6 +136,30 @@ TEST_F(TheBody, ThatCannotBeReadBackIsAFailureWithTheReason) {
   EXPECT_EQ(result, ZString());
 }
 
+TEST_F(TheBody, OfMoreThanATextHoldsIsAFailureAndNoCutText) {
+  const auto downloadOf = [&](unsigned long long bytes) {
+    curl.perform = [=](const EasyHandle& handle) {
+      handle.Write("block");
+      auto* const object =
+          static_cast<ZTransfer::ZTransferImpl*>(const_cast<void*>(handle.Get(CURLOPT_WRITEDATA).pointer));
+      object->m_request.downloadSize = bytes;
+      return CURLE_OK;
+    };
+  };
+  downloadOf(0x10000000BULL);
+  ZString result = L"before";
+  EXPECT_EQ(transfer.Download(L"http://h/", result), Corvane::TRANSFER_E_DOWNLOAD);
+  EXPECT_EQ(
+      Outcome(transfer),
+      "0x8001138A Download failed: The body of 4294967307 bytes is too large for a text. Download it into a file.");
+  EXPECT_EQ(result, ZString());
+  downloadOf(0xFFFFFFFFULL);
+  transfer.Download(L"http://h/", result);
+  EXPECT_EQ(Outcome(transfer),
+            "0x8001138A Download failed: " + Narrow(Corvane::ZGetErrorMsg(Corvane::BASE_E_END_OF_STREAM)))
+      << "the largest text is read";
+}
+
 TEST_F(TheBody, ThatCannotBeStoredIsAShortWrite) {
   curl.perform = [&](const EasyHandle& handle) {
     EXPECT_EQ(handle.Write("0123456789"), 0u);
@@ -221,13 +246,39 @@ TEST_F(TheHeader, StaysReadableAfterAFailure) {
   EXPECT_EQ(Header(), "line\r\n");
 }
 
-TEST_F(TheHeader, IsWidenedFromTheLocalEncoding) {
+TEST_F(TheHeader, IsDecodedFromUtf8InEveryLocale) {
+  for (const char* const locale : {"C", "C.UTF-8"}) {
+    const ScopedLocale scoped(locale);
+    curl.Respond(200, {.headers = {"X: gr\xC3\xBCn \xFF\r\n"}});
+    transfer.Download(L"http://h/", result);
+    ZString header;
+    transfer.GetHeader(header);
+    EXPECT_EQ(header, ZString(L"X: gr\u00FCn \uFFFD\r\n")) << locale;
+  }
+}
+
+TEST_F(TheHeader, InTheTextOfARefusedFileIsDecodedFromUtf8) {
   const ScopedLocale ascii("C");
-  curl.Respond(200, {.headers = {"\xC3\xA9"}});
-  transfer.Download(L"http://h/", result);
-  ZString header;
-  transfer.GetHeader(header);
-  EXPECT_EQ(header, ZString(L"\u00C3\u00A9"));
+  curl.Respond(404, {.headers = {"X: gr\xC3\xBCn\r\n"}});
+  transfer.DownloadFile(L"http://h/", Path("f"), false);
+  EXPECT_EQ(transfer.GetError(), ZString(L"Failed to connect to the specified URL, http://h/\nX: gr\u00FCn\r\n"));
+}
+
+// A body is limited by whoever takes it, a header line by libcurl, but not the lines that may follow a body.
+TEST_F(TheHeader, EndsTheTransferBehind16MiB) {
+  const std::string line(1 << 20, 'x');
+  curl.perform = [&](const EasyHandle& handle) {
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(handle.Header(line), line.size());
+    EXPECT_EQ(handle.Header("y"), 0u);
+    return CURLE_WRITE_ERROR;
+  };
+  EXPECT_EQ(transfer.Download(L"http://h/", result), kCurl | CURLE_WRITE_ERROR);
+  EXPECT_EQ(Narrow(transfer.GetError()), "The server sent more than 16 MiB of header lines.");
+  ZString cause;
+  EXPECT_EQ(transfer.GetCause(cause), kCurl | CURLE_WRITE_ERROR);
+  EXPECT_EQ(cause, transfer.GetError());
+  curl.Respond(200, {.headers = {"HTTP/1.1 200 OK\r\n"}, .blocks = {"good"}});
+  EXPECT_EQ(transfer.Download(L"http://h/", result), kFinished) << "the next operation counts from nothing";
 }
 
 // --- The sliding limit. ---
@@ -307,14 +358,58 @@ TEST_F(TheTimeLimit, FollowsANewTimeoutFromTheNextBlockOn) {
   EXPECT_THAT(curl.ValuesOf(CURLOPT_CONNECTTIMEOUT), ElementsAre("7"));
 }
 
-TEST_F(TheTimeLimit, TakesAClockThatWentBackForNoTimeAtAll) {
+TEST_F(TheTimeLimit, DoesNotFollowAClockThatIsSet) {
+  for (const seconds set : {seconds(-3600), seconds(3600)}) {
+    EXPECT_THAT(Moves([&](const EasyHandle& handle) {
+                  time.Advance(seconds(100));
+                  time.SetClock(set);
+                  handle.Write("a");
+                  return CURLE_OK;
+                }),
+                ElementsAre("410", "400"));
+  }
+}
+
+TEST_F(TheTimeLimit, TakesAClockThatWentBackForNoTransferTimeAtAll) {
+  Moves([&](const EasyHandle& handle) {
+    time.SetClock(seconds(-3600));
+    handle.Write("a");
+    return CURLE_OK;
+  });
+  EXPECT_EQ(transfer.GetTransferTime(), 0);
+}
+
+// libcurl refuses more than this, for it counts milliseconds in 32 bits.
+TEST_F(TheTimeLimit, SaturatesAtWhatLibcurlTakes) {
+  constexpr unsigned long kLargest = 2147483;
+  for (const unsigned long huge : {kLargest, kLargest + 1, 4294967295UL, std::numeric_limits<unsigned long>::max()}) {
+    transfer.SetTimeout(300);
+    EXPECT_THAT(Moves([&](const EasyHandle& handle) {
+                  handle.Write("a");
+                  EXPECT_EQ(transfer.SetTimeout(huge), 0u);
+                  time.Advance(seconds(1));
+                  handle.Write("b");
+                  return CURLE_OK;
+                }),
+                ElementsAre("310", "300", "2147483", "2147483"))
+        << huge;
+    Moves([](const EasyHandle&) { return CURLE_OK; });
+    EXPECT_THAT(curl.ValuesOf(CURLOPT_TIMEOUT), ElementsAre("2147483")) << huge;
+    EXPECT_THAT(curl.ValuesOf(CURLOPT_CONNECTTIMEOUT), ElementsAre("2147483")) << huge;
+  }
+}
+
+TEST_F(TheTimeLimit, SaturatesWhenItIsMovedBehindWhatLibcurlTakes) {
+  transfer.SetTimeout(2147473);
   EXPECT_THAT(Moves([&](const EasyHandle& handle) {
-                time.Advance(seconds(-3600));
                 handle.Write("a");
+                time.Advance(seconds(1));
+                handle.Write("b");
+                time.Advance(seconds(10));
+                handle.Write("c");
                 return CURLE_OK;
               }),
-              ElementsAre("310", "300"));
-  EXPECT_EQ(transfer.GetTransferTime(), 0);
+              ElementsAre("2147483", "2147473", "2147483", "2147474", "2147483", "2147483"));
 }
 
 TEST_F(TheTimeLimit, IsNotUsedUpByASleepInTheThrottle) {

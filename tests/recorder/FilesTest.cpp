@@ -17,10 +17,12 @@ namespace CorvaneTest {
 namespace {
 
 // An answer that continues a file from `position` on.
-Answer RestFrom(int position, const std::string& body) {
-  return {.headers = {"HTTP/1.1 206 Partial Content\r\n",
-                      "Content-Range: bytes " + std::to_string(position) + "-999/1000\r\n"},
-          .blocks = {body}};
+Answer RestFrom(std::size_t position, const std::string& body) {
+  const std::size_t end = position + body.size();
+  return {
+      .headers = {"HTTP/1.1 206 Partial Content\r\n", "Content-Range: bytes " + std::to_string(position) + "-" +
+                                                          std::to_string(end - 1) + "/" + std::to_string(end) + "\r\n"},
+      .blocks = {body}};
 }
 
 class ADownloadedFile : public TransferTest {

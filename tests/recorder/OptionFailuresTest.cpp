@@ -198,14 +198,6 @@ TEST_F(ARefusedOption, OfTheRequestStillChargesAPostToTheThrottle) {
   }
 }
 
-TEST_F(ARefusedOption, MayBeATimeoutThatIsTooLongForLibcurl) {
-  ZTransfer transfer;
-  transfer.SetTimeout(2147484);
-  EXPECT_EQ(transfer.Download(L"ftp://host/", result), kCurl | CURLE_BAD_FUNCTION_ARGUMENT);
-  EXPECT_THAT(ErrorLines(logger), ElementsAre("E Transfer: CURL failure 43 on option 13..."));
-  EXPECT_EQ(curl.Count("perform"), 0u);
-}
-
 // --- Abort. ---
 
 class ARefusedAbort : public TransferTest {};

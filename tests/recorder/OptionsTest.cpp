@@ -1,10 +1,12 @@
 // Which options libcurl gets, in which order and with which values.
 
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "tests/recorder/Allocations.h"
 #include "tests/recorder/Scenarios.h"
 #include "tests/recorder/TransferTest.h"
 #include "tests/support/Env.h"
@@ -186,16 +188,11 @@ TEST_F(HttpsVerification, AFileIsNoDirectory) {
   EXPECT_THAT(options, ElementsAre("64=1", "10065='" + (folder / "file").string() + "'"));
 }
 
-TEST_F(HttpsVerification, PathsGoOutInTheLocalEncodingAndCountAsEmptyWhereItCannotExpressThem) {
+TEST_F(HttpsVerification, PathsGoOutInTheLocalEncoding) {
   const ZString path = Path("c\xC3\xA9.pem");  // the test's own locale is UTF-8
   WriteFile(folder / "c\xC3\xA9.pem", "no certificate");
   Run(false, true, path, ZString());
   EXPECT_THAT(options, ElementsAre("64=1", "10065='" + (folder / "c\xC3\xA9.pem").string() + "'"));
-  const ScopedLocale ascii("C");
-  Run(false, true, path, path);
-  EXPECT_THAT(options, IsEmpty());
-  EXPECT_THAT(lines, ElementsAre("W ApplyExtraHttpsSettings: Verify Peer specified, but neither CAFile or CADir "
-                                 "supplied. CAFile= CADir="));
 }
 
 TEST_F(HttpsVerification, EmptyPathsClearTheStoredOnes) {
@@ -282,6 +279,70 @@ TEST_F(Credentials, BasicIsAllowedOverTlsOnly) {
     ZString result;
     transfer.Download(c.url, result);
     EXPECT_THAT(curl.ValuesOf(CURLOPT_HTTPAUTH), ElementsAre(c.methods)) << Narrow(c.url);
+  }
+}
+
+// --- Settings that fail never weaken what they were called to protect.
+
+class ASettingThatFails : public TransferTest {
+ protected:
+  ASettingThatFails() {
+    WriteFile(folder / "ca", "");
+    EXPECT_EQ(transfer.SetSSL(true, true, Path("ca"), ZString()), 0u);
+    EXPECT_EQ(transfer.SetCredentials(L"ada", L"old"), 0u);
+  }
+
+  // The next transfer verifies with the old file and logs in as before.
+  void ExpectUnchanged() {
+    curl.Clear();
+    ZString result;
+    EXPECT_EQ(transfer.Download(L"https://h/", result), kFinished);
+    EXPECT_THAT(curl.ValuesOf(CURLOPT_SSL_VERIFYHOST), ElementsAre("0", "2"));
+    EXPECT_THAT(curl.ValuesOf(CURLOPT_SSL_VERIFYPEER), ElementsAre("0", "1"));
+    EXPECT_THAT(curl.ValuesOf(CURLOPT_CAINFO), ElementsAre("'" + (folder / "ca").string() + "'"));
+    EXPECT_THAT(curl.ValuesOf(CURLOPT_USERPWD), ElementsAre("'ada:old'"));
+  }
+
+  ZTransfer transfer;
+};
+
+TEST_F(ASettingThatFails, ForAPathThatTheLocaleCannotExpressChangesNothing) {
+  const ScopedLocale ascii("C");
+  const ZString path = L"/ca\u20ac.pem";
+  EXPECT_EQ(transfer.SetSSL(false, false, path, ZString()), Corvane::BASE_E_INVALID_NAME);
+  ExpectUnchanged();
+  EXPECT_EQ(transfer.SetSSL(false, false, Path("ca"), path), Corvane::BASE_E_INVALID_NAME);
+  EXPECT_EQ(transfer.SetSSL(false, false, ZString(L"/ca\0.pem", 8), ZString()), Corvane::BASE_E_INVALID_NAME);
+  ExpectUnchanged();
+}
+
+TEST_F(ASettingThatFails, ForWantOfMemoryChangesNothing) {
+  const ZResult noMemory = Corvane::ResultFromErrno(ENOMEM);
+  const ZString file = Path("other-file");
+  const ZString directory = Path("other-folder");
+  const ZString user = L"eve";
+  const ZString password = L"new";
+  const std::vector<std::function<ZResult()>> settings = {
+      [&] { return transfer.SetSSL(false, false, file, directory); },
+      [&] { return transfer.SetCredentials(user, password); },
+  };
+  for (const auto& set : settings) {
+    std::size_t spared = 0;
+    for (;; ++spared) {
+      ZResult result = 0;
+      std::size_t failed = 0;
+      {
+        const Allocations allocations(spared, Allocations::kAll);
+        result = set();
+        failed = allocations.Failed();
+      }
+      if (failed == 0) break;
+      EXPECT_EQ(result, noMemory) << spared;
+      ExpectUnchanged();
+    }
+    EXPECT_GT(spared, 1u) << "the test failed nothing";
+    EXPECT_EQ(transfer.SetSSL(true, true, Path("ca"), ZString()), 0u);
+    EXPECT_EQ(transfer.SetCredentials(L"ada", L"old"), 0u);
   }
 }
 

@@ -101,8 +101,12 @@ Scenario DownloadFile(const std::string& name, const TempDir& folder, long long 
                      ZTransfer& transfer, ZString&) { return transfer.DownloadFile(wideUrl, file, resume); };
   // A server that does not send what is missing is a failure of its own.
   if (http && position != "0") {
-    const std::string range = "Content-Range: bytes " + position + "-" + std::to_string(size) + "/*\r\n";
+    const long long first = std::stoll(position);
+    const std::string range =
+        "Content-Range: bytes " + position + "-" + std::to_string(first + 3) + "/" + std::to_string(first + 4) + "\r\n";
     scenario.answer = {.headers = {"HTTP/1.1 206 Partial Content\r\n", range, "\r\n"}, .blocks = {"rest"}};
+  } else if (position != "0") {
+    scenario.answer = {.blocks = {"rest"}};
   }
   scenario.options = Basics(url, position) + (http ? HeaderCollection() : Options()) + Limits("300");
   return scenario;

@@ -19,11 +19,17 @@ std::atomic<ScriptedTime*> s_current{nullptr};
 
 }  // namespace
 
-ScriptedTime::ScriptedTime() : m_now(kStart) {
+ScriptedTime::ScriptedTime() : m_now(kStart), m_steady(77 * kMicrosecondsPerSecond) {
   if (s_current.exchange(this) != nullptr) throw std::logic_error("the time is scripted already");
 }
 
 ScriptedTime::~ScriptedTime() { s_current = nullptr; }
+
+void ScriptedTime::Advance(std::chrono::microseconds by) {
+  if (by.count() < 0) throw std::logic_error("time does not pass backwards");
+  m_now += by.count();
+  m_steady += by.count();
+}
 
 ScriptedTime* ScriptedTime::Current() { return s_current; }
 
@@ -36,9 +42,10 @@ using CorvaneTest::ScriptedTime;
 CORVANE_TEST_STANDS_IN int clock_gettime(clockid_t clock, timespec* result) noexcept {
   static const NextFunction<int(clockid_t, timespec*)> next("clock_gettime");
   const ScriptedTime* const script = ScriptedTime::Current();
-  if (script == nullptr || clock != CLOCK_REALTIME) return next(clock, result);
-  result->tv_sec = script->Now() / kMicrosecondsPerSecond;
-  result->tv_nsec = script->Now() % kMicrosecondsPerSecond * 1000;
+  if (script == nullptr || (clock != CLOCK_REALTIME && clock != CLOCK_MONOTONIC_RAW)) return next(clock, result);
+  const long long now = clock == CLOCK_REALTIME ? script->Now() : script->SteadyNow();
+  result->tv_sec = now / kMicrosecondsPerSecond;
+  result->tv_nsec = now % kMicrosecondsPerSecond * 1000;
   return 0;
 }
 

@@ -7,8 +7,9 @@
 
 namespace CorvaneTest {
 
-// Stops the system clock (clock_gettime with CLOCK_REALTIME, and gettimeofday) while it exists; it moves only when told
-// to. Sleeps in select, which is how the throttle waits, are noted and take no time. The steady clock goes on.
+// Stops the system clock (clock_gettime with CLOCK_REALTIME, and gettimeofday) and the raw steady clock while it exists; they move
+// only when told to. Sleeps in select, which is how the throttle waits, are noted and take no time. The steady clock that threads
+// wait by goes on.
 // Thread safety: the clock may be read on any thread. One thread sleeps at a time.
 class ScriptedTime {
  public:
@@ -23,8 +24,10 @@ class ScriptedTime {
   ScriptedTime(const ScriptedTime&) = delete;
   ScriptedTime& operator=(const ScriptedTime&) = delete;
 
-  void Advance(std::chrono::microseconds by) { m_now += by.count(); }  // backwards too
-  [[nodiscard]] long long Now() const { return m_now; }                // microseconds since the epoch
+  void Advance(std::chrono::microseconds by);                           // time passes
+  void SetClock(std::chrono::microseconds by) { m_now += by.count(); }  // somebody sets the system clock, backwards too
+  [[nodiscard]] long long Now() const { return m_now; }                 // microseconds since the epoch
+  [[nodiscard]] long long SteadyNow() const { return m_steady; }        // microseconds
 
   std::function<void()> onSleep;  // called within each sleep
   std::vector<Sleep> sleeps;
@@ -38,6 +41,7 @@ class ScriptedTime {
 
  private:
   std::atomic<long long> m_now;
+  std::atomic<long long> m_steady;
   std::atomic<int> m_throttleCalls{0};
 };
 

@@ -1,0 +1,136 @@
+#include <Corvane/Transfer/ResumedFileImpl.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/TempDir.h"
+#include "tests/unit/PrintTo.h"
+
+// What becomes of a file that is continued, from the answer's header text alone.
+namespace Corvane {
+namespace {
+
+using CorvaneTest::ReadFile;
+using CorvaneTest::TempDir;
+using CorvaneTest::WriteFile;
+
+constexpr unsigned long long kSize = 120;  // so that the resume begins at 88
+
+class AResumedFile : public testing::Test {
+ protected:
+  AResumedFile() {
+    WriteFile(folder / "f", std::string(kSize, 'o'));
+    EXPECT_EQ(file.Open((folder / "f").c_str(), "r+"), BASE_S_OK);
+    resumed.emplace(file, kSize);
+  }
+
+  void Answer206(const std::string& range) {
+    resumed->Judge({true, true, "HTTP/1.1 206 Partial Content\r\nContent-Range: " + range + "\r\n\r\n"});
+  }
+
+  std::size_t Write(std::size_t bytes) { return resumed->Write(std::string(bytes, 'n').c_str(), bytes); }
+
+  // The end of a request that libcurl was content with.
+  static ResumedFile::End GoodEnd() {
+    ResumedFile::End end;
+    end.isHttp = true;
+    end.hasContent = true;
+    return end;
+  }
+
+  TempDir folder;
+  OpenFile file;
+  std::optional<ResumedFile> resumed;
+};
+
+TEST_F(AResumedFile, IsOneOfMoreThan64Bytes) {
+  EXPECT_FALSE(ResumedFile::IsResumable(0));
+  EXPECT_FALSE(ResumedFile::IsResumable(64));
+  EXPECT_TRUE(ResumedFile::IsResumable(65));
+}
+
+TEST_F(AResumedFile, BeginsThirtyTwoBytesBeforeItsEnd) { EXPECT_EQ(resumed->Position(), 88u); }
+
+TEST_F(AResumedFile, TakesTheRestAndIsWhole) {
+  Answer206("bytes 88-199/200");
+  EXPECT_EQ(Write(100), 100u);
+  EXPECT_EQ(Write(12), 12u);
+  EXPECT_FALSE(resumed->Refuse(GoodEnd()));
+  EXPECT_EQ(resumed->CutStaleTail(GoodEnd()), BASE_S_OK);
+  EXPECT_EQ(ReadFile(folder / "f"), std::string(88, 'o') + std::string(112, 'n'));
+}
+
+TEST_F(AResumedFile, LosesItsTailWhenTheResourceIsKnownToEndBeforeIt) {
+  Answer206("bytes 88-97/98");
+  EXPECT_EQ(Write(10), 10u);
+  EXPECT_FALSE(resumed->Refuse(GoodEnd()));
+  EXPECT_EQ(resumed->CutStaleTail(GoodEnd()), BASE_S_OK);
+  EXPECT_EQ(ReadFile(folder / "f"), std::string(88, 'o') + std::string(10, 'n'));
+}
+
+TEST_F(AResumedFile, TakesNothingBehindTheAnnouncedEnd) {
+  Answer206("bytes 88-97/98");
+  EXPECT_EQ(Write(10), 10u);
+  EXPECT_EQ(Write(1), 0u);
+  ResumedFile::End end = GoodEnd();
+  end.isFailed = end.isWriteError = true;
+  ASSERT_TRUE(resumed->Refuse(end));
+  EXPECT_EQ(resumed->Refuse(end)->code, CURLE_RANGE_ERROR);
+  EXPECT_EQ(resumed->Refuse(end)->text, ZString(L"The server sent more than the range it announced. Cannot resume."));
+  EXPECT_EQ(ReadFile(folder / "f").size(), kSize);
+}
+
+TEST_F(AResumedFile, TakesNothingOfAnotherRange) {
+  Answer206("bytes 0-199/200");
+  EXPECT_EQ(Write(10), 0u);
+  ResumedFile::End end = GoodEnd();
+  end.isFailed = end.isWriteError = true;
+  ASSERT_TRUE(resumed->Refuse(end));
+  EXPECT_EQ(resumed->Refuse(end)->text, ZString(L"The server did not send the rest of the file. Cannot resume."));
+  EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o'));
+}
+
+TEST_F(AResumedFile, DropsThePageOfARefusalWithoutJudgingItFurther) {
+  resumed->Judge({true, false, "HTTP/1.1 404 Not Found\r\n\r\n"});
+  EXPECT_EQ(Write(10), 10u);
+  EXPECT_FALSE(resumed->Refuse(GoodEnd()));
+  EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o'));
+}
+
+// A request that failed by itself keeps its own failure.
+TEST_F(AResumedFile, LeavesOtherFailuresAsTheyAre) {
+  Answer206("bytes 0-199/200");
+  ResumedFile::End end = GoodEnd();
+  end.isFailed = true;
+  EXPECT_FALSE(resumed->Refuse(end));
+}
+
+TEST_F(AResumedFile, WithoutContentIsWholeOnlyWhereTheResourceEnds) {
+  ResumedFile::End end;
+  for (const bool isHttp : {true, false}) {
+    end.isHttp = isHttp;
+    for (const double length : {-1.0, 0.0, 87.0, 89.0}) {
+      end.contentLength = length;
+      ASSERT_TRUE(resumed->Refuse(end)) << length;
+      EXPECT_EQ(resumed->Refuse(end)->code, CURLE_RANGE_ERROR);
+    }
+    end.contentLength = 88.0;
+    EXPECT_FALSE(resumed->Refuse(end));
+  }
+  EXPECT_EQ(resumed->CutStaleTail(end), BASE_S_OK);
+  EXPECT_EQ(ReadFile(folder / "f").size(), 88u);
+}
+
+TEST_F(AResumedFile, OverFtpEndsWhereTheServerSaysItDoes) {
+  resumed->Judge({false, true, ""});
+  EXPECT_EQ(Write(10), 10u);
+  ResumedFile::End end;
+  end.hasContent = true;
+  EXPECT_FALSE(resumed->Refuse(end));
+  EXPECT_EQ(resumed->CutStaleTail(end), BASE_S_OK);
+  EXPECT_EQ(ReadFile(folder / "f").size(), 98u);
+}
+
+}  // namespace
+}  // namespace Corvane
