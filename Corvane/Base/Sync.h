@@ -30,16 +30,21 @@ class ZRecursiveMutex {
 
 // Something that threads wait for. Constructed signalled.
 // Thread safety: all operations from any thread at any time. What a thread wrote before Set is visible to a thread whose
-// Wait returned because of it.
+// Wait returned because of it. Whoever destroys an event sees to it that nobody waits on it or calls it any more; a thread
+// whose Wait has returned may do so at once.
+// Errors: none. Nothing here throws or allocates.
 class CORVANE_ZPS_API ZEvent {
  public:
-  // resetFlag 1: manual reset. The event stays signalled until Reset, so any number of waits return at once.
+  // resetFlag 1 (or any but 0): manual reset. The event stays signalled until Reset, so any number of waits return at once.
   // resetFlag 0: automatic reset. Each Set lets one wait return, whether it came before the wait or during it.
   explicit ZEvent(unsigned int resetFlag);
   ZEvent(const ZEvent&) = delete;
   ZEvent& operator=(const ZEvent&) = delete;
 
+  // Signals the event. On manual reset everybody who waits is released, on automatic reset one of them; with nobody there the
+  // event remembers it. The release is final: a Reset that follows at once does not take it back.
   void Set();
+  // Makes later waits wait, until the next Set. On automatic reset all remembered Sets are forgotten.
   void Reset();
 
   // Waits up to `milliseconds` on the steady clock, 0xFFFFFFFF or more: without limit. Returns 0 when the event was
@@ -50,8 +55,12 @@ class CORVANE_ZPS_API ZEvent {
   std::mutex m_mutex;
   std::condition_variable m_changed;
   const bool m_manualReset;
-  // Guarded by m_mutex. How many waits may return; on manual reset 1 stands for all of them.
-  unsigned long m_signals = 1;
+  // All guarded by m_mutex.
+  unsigned long m_signals = 1;   // how many later waits return at once; on manual reset 1 stands for all of them
+  unsigned long m_waiting = 0;   // threads that wait
+  unsigned long m_released = 0;  // how many of them may go, although they have not woken up yet
+  unsigned long long m_generation =
+      0;  // counts the Sets: who began to wait after the last one has not been released by it
 };
 
 }  // namespace Corvane
