@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include <Corvane/Base/Result.h>
 #include <Corvane/Base/String.h>
@@ -28,8 +29,21 @@ class CORVANE_ZPS_API ZStream {
 };
 
 // A stream in memory. The length only grows: seeking back and writing overwrites.
+// Moving takes the content and the position along and leaves an empty stream that can be used again.
 class CORVANE_ZPS_API ZMemoryStream : public ZStream {
  public:
+  ZMemoryStream() noexcept = default;
+  ZMemoryStream(ZMemoryStream&& other) noexcept
+      : m_data(std::move(other.m_data)),
+        m_length(std::exchange(other.m_length, 0)),
+        m_position(std::exchange(other.m_position, 0)) {}
+  ZMemoryStream& operator=(ZMemoryStream&& other) noexcept {
+    m_data = std::move(other.m_data);
+    m_length = std::exchange(other.m_length, 0);
+    m_position = std::exchange(other.m_position, 0);
+    return *this;
+  }
+
   // Moves the position to `offset` bytes from the beginning. Returns BASE_E_END_OF_STREAM, and moves nothing, when the
   // stream is shorter.
   [[nodiscard]] ZResult Seek(std::size_t offset) noexcept;
@@ -52,6 +66,16 @@ class CORVANE_ZPS_API ZDynamicMemoryStream : public ZMemoryStream {
  public:
   // `initialBytes`: room to start with, at least 1. Nothing is allocated before the first write.
   explicit ZDynamicMemoryStream(std::size_t initialBytes) noexcept;
+  ZDynamicMemoryStream(ZDynamicMemoryStream&& other) noexcept
+      : ZMemoryStream(std::move(other)),
+        m_initialBytes(other.m_initialBytes),
+        m_capacity(std::exchange(other.m_capacity, 0)) {}
+  ZDynamicMemoryStream& operator=(ZDynamicMemoryStream&& other) noexcept {
+    ZMemoryStream::operator=(std::move(other));
+    m_initialBytes = other.m_initialBytes;
+    m_capacity = std::exchange(other.m_capacity, 0);
+    return *this;
+  }
 
   // Writes at the position and moves behind what was written. Returns the number of bytes stored: `bytes`, or 0 when
   // memory ran out.

@@ -5,11 +5,14 @@
 #include <limits>
 #include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include <Corvane/Base/Stream.h>
 
+#include "tests/support/NextFunction.h"
 #include "tests/unit/PrintTo.h"
 
 namespace {
@@ -26,6 +29,19 @@ class RefuseAllocations {
 };
 
 }  // namespace
+
+// The sizes that the stream has asked realloc for, as long as somebody wants to know.
+static std::vector<std::size_t>* requestedSizes = nullptr;
+
+CORVANE_TEST_STANDS_IN void* realloc(void* memory, std::size_t bytes) noexcept {
+  static const CorvaneTest::NextFunction<void*(void*, std::size_t)> next("realloc");
+  if (std::vector<std::size_t>* const sizes =
+          std::exchange(requestedSizes, nullptr)) {  // the vector may come here, too
+    sizes->push_back(bytes);
+    requestedSizes = sizes;
+  }
+  return next(memory, bytes);
+}
 
 // Not inlined: with only one of the two calls in sight, the compiler warns of memory freed by the wrong function.
 [[gnu::noinline]] void* operator new(std::size_t bytes) {
@@ -95,6 +111,57 @@ TEST(ZDynamicMemoryStream, GrowsByManySmallWrites) {
   EXPECT_EQ(stream.Length(), 3000000u);
   const std::wstring text = ReadFromBeginning(stream, stream.Length());
   for (std::size_t i = 0; i < text.size(); ++i) ASSERT_EQ(text[i], static_cast<wchar_t>(L'0' + i % 10)) << i;
+}
+
+TEST(ZDynamicMemoryStream, GrowsByDoublingOrToWhatIsNeeded) {
+  std::vector<std::size_t> sizes;
+  requestedSizes = &sizes;
+  {
+    ZDynamicMemoryStream stream(16);
+    for (int i = 0; i < 200; ++i) WriteText(stream, "x");
+    WriteText(stream, std::string(1000, 'y'));
+    for (int i = 0; i < 500; ++i) WriteText(stream, "z");
+  }
+  requestedSizes = nullptr;
+  EXPECT_EQ(sizes, (std::vector<std::size_t>{16, 32, 64, 128, 256, 1200, 2400}));
+}
+
+void ExpectEmptyAndUsable(ZDynamicMemoryStream& stream) {
+  EXPECT_EQ(stream.Length(), 0u);
+  EXPECT_EQ(stream.Seek(1), BASE_E_END_OF_STREAM);
+  ZString text;
+  EXPECT_EQ(stream.Read(text, 1, ZUtf8Encoding()), BASE_E_END_OF_STREAM);
+  EXPECT_EQ(WriteText(stream, "again"), 5u);
+  EXPECT_EQ(ReadFromBeginning(stream, 5), L"again");
+}
+
+TEST(ZDynamicMemoryStream, IsEmptyAndUsableAfterItWasMovedFrom) {
+  ZDynamicMemoryStream first(4);
+  WriteText(first, "content");
+  ASSERT_EQ(first.Seek(3), BASE_S_OK);
+  ZDynamicMemoryStream second(std::move(first));
+  ExpectEmptyAndUsable(first);  // NOLINT(bugprone-use-after-move): it is what the test looks at
+  ZString rest;
+  EXPECT_EQ(second.Read(rest, 4, ZUtf8Encoding()), BASE_S_OK) << "the position moves along";
+  EXPECT_EQ(rest, ZString(L"tent"));
+
+  ZDynamicMemoryStream third(1);
+  WriteText(third, "given up");
+  third = std::move(second);
+  ExpectEmptyAndUsable(second);  // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(third.Length(), 7u);
+  EXPECT_EQ(WriteText(third, "s"), 1u);
+  EXPECT_EQ(ReadFromBeginning(third, 8), L"contents");
+}
+
+TEST(ZDynamicMemoryStream, KeepsItsContentWhenMovedToItself) {
+  ZDynamicMemoryStream stream(1);
+  WriteText(stream, "content");
+  ZDynamicMemoryStream& same = stream;
+  stream = std::move(same);
+  EXPECT_EQ(stream.Length(), 7u);
+  EXPECT_EQ(WriteText(stream, "s"), 1u);
+  EXPECT_EQ(ReadFromBeginning(stream, 8), L"contents");
 }
 
 TEST(ZDynamicMemoryStream, WritingNothingStoresNothing) {
