@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <cwctype>
 #include <limits>
+#include <new>
 #include <optional>
 #include <type_traits>
 
@@ -139,11 +140,11 @@ Number ParseNumber(const std::wstring& text, int base, bool* ok) noexcept {
 
 }  // namespace
 
-ZString::ZString(const char* text) { Append(text, text == nullptr ? 0 : std::strlen(text)); }
+ZString::ZString(const char* text) { Append(text, npos); }
 
 ZString::ZString(const char* text, size_type length) { Append(text, length); }
 
-ZString::ZString(const wchar_t* text) { Append(text, text == nullptr ? 0 : std::wcslen(text)); }
+ZString::ZString(const wchar_t* text) { Append(text, npos); }
 
 ZString::ZString(const wchar_t* text, size_type length) { Append(text, length); }
 
@@ -151,7 +152,7 @@ ZString::ZString(std::wstring text) noexcept : m_text(std::move(text)) {}
 
 ZString& ZString::Assign(const ZString& text) { return *this = text; }
 
-ZString& ZString::Assign(const char* text) { return Assign(text, text == nullptr ? 0 : std::strlen(text)); }
+ZString& ZString::Assign(const char* text) { return Assign(text, npos); }
 
 ZString& ZString::Assign(const char* text, size_type length) { return Clear().Append(text, length); }
 
@@ -167,12 +168,12 @@ ZString& ZString::Append(const ZString& text) {
 }
 
 ZString& ZString::Append(const char* text, size_type length) {
-  if (text != nullptr) Coding::AppendLocal(*this, text, length);
+  if (text != nullptr) Coding::AppendLocal(*this, text, length == npos ? std::strlen(text) : length);
   return *this;
 }
 
 ZString& ZString::Append(const wchar_t* text, size_type length) {
-  if (text != nullptr) m_text.append(text, length);
+  if (text != nullptr) m_text.append(text, length == npos ? std::wcslen(text) : length);
   return *this;
 }
 
@@ -188,6 +189,7 @@ ZString& ZString::Clear() noexcept {
 }
 
 ZString& ZString::Reserve(size_type length) {
+  if (length > m_text.max_size()) throw std::bad_alloc();  // the standard library would throw a std::length_error
   if (length > m_text.capacity()) m_text.reserve(length);  // a smaller request may shrink in older standard libraries
   return *this;
 }

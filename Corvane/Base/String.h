@@ -11,10 +11,11 @@ namespace Corvane {
 
 // A wide-character string (wchar_t, 32-bit characters) with value semantics: moves are cheap, copies are deep.
 //
-// Positions and lengths count characters. A failed search returns npos; a position past the end is never an error.
+// Positions and lengths count characters. A failed search returns npos; a position past the end is never an error. Where a
+// pointer comes with a length, npos means up to the terminating zero.
 // Thread safety: like std::wstring. Different objects are independent; one object may be read by many threads or
 // changed by one.
-// Errors: only std::bad_alloc.
+// Errors: only std::bad_alloc, also for more characters than any string can hold.
 class CORVANE_ZPS_API ZString {
  public:
   using size_type = std::size_t;
@@ -41,6 +42,7 @@ class CORVANE_ZPS_API ZString {
   ZString& Append(const wchar_t* text, size_type length);
   ZString& Append(wchar_t character);
   ZString& Clear() noexcept;
+  // Makes room for `length` characters in all, so that the text can grow to there without another allocation. Never shrinks.
   ZString& Reserve(size_type length);
   // White space is what isspace(3) knows in the "C" locale: blank, \t, \n, \v, \f, \r; so that a trimmed name is the same
   // in every locale.
@@ -70,7 +72,10 @@ class CORVANE_ZPS_API ZString {
   [[nodiscard]] const wchar_t* CStr() const noexcept { return m_text.c_str(); }
   // Valid as long as CStr().
   [[nodiscard]] const std::wstring& Str() const noexcept { return m_text; }
-  [[nodiscard]] wchar_t operator[](size_type position) const noexcept { return m_text[position]; }
+  // The character at `position`, the zero character from the end on.
+  [[nodiscard]] wchar_t operator[](size_type position) const noexcept {
+    return position < m_text.size() ? m_text[position] : L'\0';
+  }
 
   // Negative, 0 or positive as this string sorts before, equals or sorts after `other`, by character number.
   [[nodiscard]] int Compare(const ZString& other) const noexcept { return m_text.compare(other.m_text); }

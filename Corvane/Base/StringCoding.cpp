@@ -273,9 +273,7 @@ ZStringEncoder::ZStringEncoder(const ZString& text, Encoding encoding) {
   }
 }
 
-ZString ZStringDecoder::FromLocal(const char* text, std::size_t length) {
-  return length == ZString::npos ? ZString(text) : ZString(text, length);
-}
+ZString ZStringDecoder::FromLocal(const char* text, std::size_t length) { return ZString(text, length); }
 
 ZString ZStringDecoder::FromUtf8(const char* text, std::size_t length) {
   ZString result;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cwctype>
 #include <limits>
+#include <new>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -136,6 +137,24 @@ TEST(ZString, ReserveMakesRoomAndNeverTakesItAway) {
   text.Reserve(10);
   EXPECT_GE(text.Str().capacity(), 1000u);
   EXPECT_EQ(text, ZString(L"abc"));
+}
+
+TEST(ZString, ReserveOfMoreThanThereIsThrowsBadAllocAndKeepsTheText) {
+  for (const std::size_t length : {npos, npos - 1, npos / 2, npos / sizeof(wchar_t)}) {
+    ZString text(L"abc");
+    EXPECT_THROW(text.Reserve(length), std::bad_alloc) << length;
+    EXPECT_EQ(text, ZString(L"abc"));
+  }
+}
+
+TEST(ZString, ALengthOfAllOnesMeansUpToTheTerminatingZero) {
+  EXPECT_EQ(ZString("abc", npos), ZString(L"abc"));
+  EXPECT_EQ(ZString(L"abc", npos), ZString(L"abc"));
+  EXPECT_EQ(ZString(L"old").Assign("abc", npos), ZString(L"abc"));
+  EXPECT_EQ(ZString(L"old").Append("abc", npos), ZString(L"oldabc"));
+  EXPECT_EQ(ZString(L"old").Append(L"abc", npos), ZString(L"oldabc"));
+  EXPECT_TRUE(ZString(static_cast<const char*>(nullptr), npos).IsEmpty());
+  EXPECT_TRUE(ZString(static_cast<const wchar_t*>(nullptr), npos).IsEmpty());
 }
 
 TEST(ZString, AppendingManySmallPiecesKeepsEveryOne) {
@@ -458,6 +477,10 @@ TEST(ZString, APositionPastTheEndIsNoError) {
   EXPECT_TRUE(text.Substr(3).IsEmpty());
   EXPECT_TRUE(text.Substr(4).IsEmpty());
   EXPECT_TRUE(text.Substr(npos, npos).IsEmpty());
+  for (const std::size_t position : {std::size_t{3}, std::size_t{4}, std::size_t{1} << 40, npos}) {
+    EXPECT_EQ(text[position], L'\0') << position;
+    EXPECT_EQ(ZString()[position], L'\0') << position;
+  }
 }
 
 TEST(ZString, SubstrEndsWithTheString) {
