@@ -28,6 +28,8 @@ constexpr TextCase kTextCases[] = {
     {L"http:///", L"http:///"},
     {L"http:////", L"http:////"},
     {L"http://///", L"http://///"},
+    {L"http://////", L"http://///"},  // libcurl passes over three: the fourth is no longer in front of a host
+    {L"http:////h//", L"http:////h/"},
     {L"http:/h//", L"http:/h/"},
     {L"file:////", L"file:////"},
     {L"file:///a//", L"file:///a/"},
