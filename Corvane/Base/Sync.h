@@ -41,10 +41,11 @@ class CORVANE_ZPS_API ZEvent {
   ZEvent(const ZEvent&) = delete;
   ZEvent& operator=(const ZEvent&) = delete;
 
-  // Signals the event. On manual reset everybody who waits is released, on automatic reset one of them; with nobody there the
-  // event remembers it. The release is final: a Reset that follows at once does not take it back.
+  // On manual reset everybody who waits is released, and the event stays signalled. On automatic reset one of those who wait
+  // is released; when nobody does, the event remembers the Set for a later wait. A release is final: a Reset that follows at
+  // once does not take it back.
   void Set();
-  // Makes later waits wait, until the next Set. On automatic reset all remembered Sets are forgotten.
+  // Lets later waits wait until the next Set. On automatic reset the remembered Sets are forgotten.
   void Reset();
 
   // Waits up to `milliseconds` on the steady clock, 0xFFFFFFFF or more: without limit. Returns 0 when the event was
@@ -59,8 +60,8 @@ class CORVANE_ZPS_API ZEvent {
   unsigned long m_signals = 1;   // how many later waits return at once; on manual reset 1 stands for all of them
   unsigned long m_waiting = 0;   // threads that wait
   unsigned long m_released = 0;  // how many of them may go, although they have not woken up yet
-  unsigned long long m_generation =
-      0;  // counts the Sets: who began to wait after the last one has not been released by it
+  // Counts the Sets: a thread that began to wait after the last one has not been released by it.
+  unsigned long long m_generation = 0;
 };
 
 }  // namespace Corvane
