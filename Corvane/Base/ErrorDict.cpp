@@ -19,7 +19,20 @@ constexpr unsigned int kFacilities = 0x800;  // the facility is an 11-bit field
 // codes in static initialisers and withdraw them in static destructors without regard to the order of ours.
 constinit const ZErrorMap* facilityMaps[kFacilities] = {};  // guarded by facilityMutex
 constinit std::shared_mutex facilityMutex;
-static_assert(std::is_trivially_destructible_v<std::shared_mutex>);
+// Everybody who wants facilityMutex comes in through this gate, and a writer keeps it shut behind itself until it is in. The
+// shared_mutex alone lets readers in while a writer waits, and where threads read all the time it would wait for seconds.
+constinit std::mutex facilityGate;
+static_assert(std::is_trivially_destructible_v<std::shared_mutex> && std::is_trivially_destructible_v<std::mutex>);
+
+[[nodiscard]] std::shared_lock<std::shared_mutex> LockToRead() {
+  const std::lock_guard<std::mutex> gate(facilityGate);
+  return std::shared_lock<std::shared_mutex>(facilityMutex);
+}
+
+[[nodiscard]] std::unique_lock<std::shared_mutex> LockToWrite() {
+  const std::lock_guard<std::mutex> gate(facilityGate);
+  return std::unique_lock<std::shared_mutex>(facilityMutex);
+}
 
 bool IsReplaceable(unsigned int facility) noexcept { return facility != 0 && facility < kFacilities; }
 
@@ -46,7 +59,7 @@ std::optional<ZString> FindOwnMessage(ZResult code) {
 }
 
 std::optional<ZString> FindRegisteredMessage(ZResult code) {
-  const std::shared_lock<std::shared_mutex> lock(facilityMutex);
+  const auto lock = LockToRead();
   const ZErrorMap* map = facilityMaps[FacilityOf(code)];
   if (map == nullptr) return std::nullopt;
   const auto entry = map->find(code);
@@ -64,7 +77,7 @@ ZString DescribeUnknown(ZResult code) {
 
 void ZErrorDict::Register(unsigned int facility, const ZErrorMap* map) {
   if (!IsReplaceable(facility)) return;
-  const std::lock_guard<std::shared_mutex> lock(facilityMutex);
+  const auto lock = LockToWrite();
   facilityMaps[facility] = map;
 }
 
@@ -72,7 +85,7 @@ void ZErrorDict::Unregister(unsigned int facility) { Register(facility, nullptr)
 
 std::size_t ZErrorDict::CountMessages(unsigned int facility) {
   if (!IsReplaceable(facility)) return 0;
-  const std::shared_lock<std::shared_mutex> lock(facilityMutex);
+  const auto lock = LockToRead();
   const ZErrorMap* map = facilityMaps[facility];
   return map == nullptr ? 0 : map->size();
 }

@@ -7,16 +7,44 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <set>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <Corvane/Base/ResultTableImpl.h>
 
+#include "tests/frame/BlockedCall.h"
 #include "tests/support/Env.h"
+#include "tests/support/Gate.h"
 #include "tests/unit/PrintTo.h"
+
+namespace {
+
+// Where a thread that set it stops at its next allocation: it says so, and waits until it may go on.
+struct StopInAllocation {
+  CorvaneTest::Gate reached;
+  CorvaneTest::Gate goOn;
+};
+thread_local StopInAllocation* nextStop = nullptr;
+
+}  // namespace
+
+// Not inlined: with only one of the two calls in sight, the compiler warns of memory freed by the wrong function.
+[[gnu::noinline]] void* operator new(std::size_t bytes) {
+  if (StopInAllocation* const stop = std::exchange(nextStop, nullptr)) {
+    stop->reached.Open();
+    if (!stop->goOn.Wait()) std::abort();
+  }
+  void* const memory = std::malloc(bytes == 0 ? 1 : bytes);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace Corvane {
 namespace {
@@ -187,6 +215,48 @@ TEST(ZErrorDict, NobodyReadsAMapAfterItsWithdrawal) {
   isOver = true;
   for (std::thread& reader : readers) reader.join();
   EXPECT_EQ(wrong, 0);
+}
+
+// A reader is stopped while it copies a message, and a writer waits for it: whoever comes to read now must wait behind the
+// writer, or the writers of a program that asks for messages all the time never get their turn.
+TEST(ZErrorDict, LetsAWaitingWriterGoBeforeTheReadersThatComeAfterIt) {
+  const ZErrorMap former{{kCode, L"A message long enough not to be kept inside the string object itself"}};
+  const ZErrorMap latter{{kCode, L"New"}};
+  ZErrorDict::Register(kFacility, &former);
+  StopInAllocation stop;
+  ZString readFirst;
+  ZString readLast;
+  {
+    CorvaneTest::BlockedCall firstReader([&] {
+      nextStop = &stop;
+      readFirst = ZGetErrorMsg(kCode);
+    });
+    ASSERT_TRUE(stop.reached.Wait());
+    CorvaneTest::BlockedCall writer([&] { ZErrorDict::Register(kFacility, &latter); });
+    EXPECT_TRUE(writer.IsBlocked());
+    CorvaneTest::BlockedCall lastReader([&] { readLast = ZGetErrorMsg(kCode); });
+    EXPECT_TRUE(lastReader.IsBlocked());
+    stop.goOn.Open();
+  }
+  EXPECT_EQ(readFirst, former.at(kCode));
+  EXPECT_EQ(readLast, latter.at(kCode));
+  ZErrorDict::Unregister(kFacility);
+}
+
+// Readers that no writer waits behind do not wait for each other.
+TEST(ZErrorDict, LetsReadersReadAtTheSameTime) {
+  const Registration registration(kFacility,
+                                  {{kCode, L"A message long enough not to be kept inside the string itself"}});
+  StopInAllocation stop;
+  CorvaneTest::BlockedCall reader([&] {
+    nextStop = &stop;
+    EXPECT_EQ(ZGetErrorMsg(kCode).Length(), 61u);
+  });
+  ASSERT_TRUE(stop.reached.Wait());
+  EXPECT_EQ(ZErrorDict::CountMessages(kFacility), 1u);
+  EXPECT_EQ(ZGetErrorMsg(kCode).Length(), 61u);
+  EXPECT_FALSE(reader.IsDone());
+  stop.goOn.Open();
 }
 
 // Libraries register their codes before main and withdraw them after it.
