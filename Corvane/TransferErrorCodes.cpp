@@ -52,7 +52,7 @@ struct ErrorCodesLifetime {
   ~ErrorCodesLifetime() {
     const std::unique_ptr<TransferErrorMap> map(sm_ErrorMap.load(std::memory_order_relaxed));
     if (map == nullptr) return;
-    ZErrorDict::Unregister(TRANSFER_FACILITY);
+    ZErrorDict::Unregister(TRANSFER_FACILITY, map.get());  // not a table that the host has put in its place
     sm_ErrorMap.store(nullptr, std::memory_order_relaxed);
   }
   ErrorCodesLifetime(const ErrorCodesLifetime&) = delete;

@@ -83,6 +83,12 @@ void ZErrorDict::Register(unsigned int facility, const ZErrorMap* map) {
 
 void ZErrorDict::Unregister(unsigned int facility) { Register(facility, nullptr); }
 
+void ZErrorDict::Unregister(unsigned int facility, const ZErrorMap* map) {
+  if (!IsReplaceable(facility)) return;
+  const auto lock = LockToWrite();
+  if (facilityMaps[facility] == map) facilityMaps[facility] = nullptr;
+}
+
 std::size_t ZErrorDict::CountMessages(unsigned int facility) {
   if (!IsReplaceable(facility)) return 0;
   const auto lock = LockToRead();

@@ -113,6 +113,19 @@ TEST_F(ErrorTable, SecondUnloadPassDoesNothing) {
   ZErrorDict::Unregister(1);
 }
 
+TEST_F(ErrorTable, UnloadLeavesATableThatAHostHasPutInItsPlace) {
+  const ZErrorMap theirs{{TRANSFER_E_ABORTED, L"Cancelled"}};
+  const std::size_t before = CorvaneTest::LiveAllocations();
+  LoadErrors();
+  ZErrorDict::Register(1, &theirs);
+  Unload();
+  EXPECT_EQ(sm_ErrorMap.load(), nullptr);
+  EXPECT_EQ(CorvaneTest::LiveAllocations(), before);
+  EXPECT_EQ(ZErrorDict::CountMessages(1), 1u);
+  EXPECT_EQ(ZGetErrorMsg(TRANSFER_E_ABORTED), L"Cancelled");
+  ZErrorDict::Unregister(1);
+}
+
 TEST_F(ErrorTable, CanBeLoadedAgainAfterTheUnload) {
   LoadErrors();
   Unload();

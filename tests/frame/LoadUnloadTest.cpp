@@ -140,6 +140,18 @@ TEST(LoadUnload, StaysRegisteredUntilTheLastHandleIsClosed) {
   ExpectGone();
 }
 
+// A host that has its own words for the library's codes keeps them when the library goes.
+TEST(LoadUnload, LeavesATableThatTheHostHasPutInItsPlace) {
+  const ZErrorMap theirs{{0x80011003, L"Cancelled"}};
+  SharedObject library(kLibrary);
+  ZErrorDict::Register(1, &theirs);
+  ASSERT_TRUE(library.Close());
+  EXPECT_EQ(ZErrorDict::CountMessages(1), 1u);
+  EXPECT_EQ(ZGetErrorMsg(0x80011003), ZString(L"Cancelled"));
+  ZErrorDict::Unregister(1);
+  ExpectGone();
+}
+
 TEST(LoadUnload, CanBeLoadedAndUnloadedByAnotherThreadEachTime) {
   for (int i = 0; i < 20; ++i) {
     std::thread([] {

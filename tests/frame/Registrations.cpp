@@ -60,4 +60,11 @@ CORVANE_TEST_REPLACES void ZErrorDict::Unregister(unsigned int facility) {
   NextFunction<void(unsigned int)>("_ZN7Corvane10ZErrorDict10UnregisterEj")(facility);
 }
 
+CORVANE_TEST_REPLACES void ZErrorDict::Unregister(unsigned int facility, const ZErrorMap* map) {
+  const Nesting nesting;
+  CorvaneTest::Report({Registration::UnregisterCodes, ZString(), facility, map});
+  NextFunction<void(unsigned int, const ZErrorMap*)>(
+      "_ZN7Corvane10ZErrorDict10UnregisterEjPKSt3mapIjNS_7ZStringESt4lessIjESaISt4pairIKjS2_EEE")(facility, map);
+}
+
 }  // namespace Corvane

@@ -14,7 +14,7 @@ struct RegistrationCall {
   Registration what;
   Corvane::ZString module;                  // for modules: the name
   unsigned int facility = 0;                // for codes
-  const Corvane::ZErrorMap* map = nullptr;  // for RegisterCodes
+  const Corvane::ZErrorMap* map = nullptr;  // for codes: the one to register, or the only one to withdraw
 };
 
 // Called before each call is passed on to the base library, also for calls of the library under test while it is being

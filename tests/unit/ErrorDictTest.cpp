@@ -259,6 +259,24 @@ TEST(ZErrorDict, LetsReadersReadAtTheSameTime) {
   stop.goOn.Open();
 }
 
+TEST(ZErrorDict, WithdrawsAMapOnlyWhileItIsTheOneRegistered) {
+  const ZErrorMap mine = {{kCode, L"Mine"}};
+  const ZErrorMap theirs = {{kCode, L"Theirs"}};
+  ZErrorDict::Register(kFacility, &mine);
+  ZErrorDict::Register(kFacility, &theirs);
+  ZErrorDict::Unregister(kFacility, &mine);
+  EXPECT_EQ(ZGetErrorMsg(kCode), ZString(L"Theirs"));
+  ZErrorDict::Unregister(kFacility, nullptr);
+  EXPECT_EQ(ZGetErrorMsg(kCode), ZString(L"Theirs"));
+  ZErrorDict::Unregister(kFacility + 1, &theirs);
+  EXPECT_EQ(ZGetErrorMsg(kCode), ZString(L"Theirs"));
+  ZErrorDict::Unregister(kFacility, &theirs);
+  EXPECT_EQ(ZErrorDict::CountMessages(kFacility), 0u);
+  ZErrorDict::Unregister(kFacility, &theirs);
+  for (const unsigned int facility : {0u, 0x800u, 0xFFFFFFFFu}) ZErrorDict::Unregister(facility, &mine);
+  EXPECT_EQ(ZGetErrorMsg(BASE_E_BUSY), ZString(L"Object is busy"));
+}
+
 // Libraries register their codes before main and withdraw them after it.
 struct RegistersOutsideMain {
   RegistersOutsideMain() { ZErrorDict::Register(0x124, &map); }
