@@ -22,6 +22,13 @@ void Report(ZResult* result, ZResult code) noexcept {
   if (result != nullptr) *result = code;
 }
 
+bool HasType(const ZString& path, mode_t type, ZResult* result) {
+  struct stat status {};
+  const ZResult code = GetStatus(path, status);
+  Report(result, code);
+  return code == BASE_S_OK && (status.st_mode & S_IFMT) == type;
+}
+
 }  // namespace
 
 bool ZFile::Exists(const ZString& path, int /*flags*/, ZResult* result) {
@@ -31,11 +38,10 @@ bool ZFile::Exists(const ZString& path, int /*flags*/, ZResult* result) {
   return code == BASE_S_OK;
 }
 
-bool ZFile::IsDirectory(const ZString& path, int /*flags*/, ZResult* result) {
-  struct stat status {};
-  const ZResult code = GetStatus(path, status);
-  Report(result, code);
-  return code == BASE_S_OK && S_ISDIR(status.st_mode);
+bool ZFile::IsDirectory(const ZString& path, int /*flags*/, ZResult* result) { return HasType(path, S_IFDIR, result); }
+
+bool ZFile::IsRegularFile(const ZString& path, int /*flags*/, ZResult* result) {
+  return HasType(path, S_IFREG, result);
 }
 
 ZResult ZFile::GetSize(const ZString& path, unsigned long long& size) {
@@ -69,6 +75,7 @@ ZResult ZFileInfo::Update() {
   const ZResult code = GetStatus(m_path, status);
   // On a failure `status` still holds zeros.
   m_valid = code == BASE_S_OK;
+  m_regular = S_ISREG(status.st_mode);
   m_size = static_cast<unsigned long long>(status.st_size);
   m_modTime = status.st_mtim.tv_sec;
   return code;

@@ -14,6 +14,8 @@ class CORVANE_ZPS_API ZFile {
   [[nodiscard]] static bool Exists(const ZString& path, int flags, ZResult* result);
   // Whether the name is a directory's; `result` as in Exists.
   [[nodiscard]] static bool IsDirectory(const ZString& path, int flags, ZResult* result);
+  // Whether the name is a regular file's: not a directory's, device's, FIFO's or socket's. `result` as in Exists.
+  [[nodiscard]] static bool IsRegularFile(const ZString& path, int flags, ZResult* result);
   // The size in bytes. On a failure `size` is left as it was.
   static ZResult GetSize(const ZString& path, unsigned long long& size);
   // Removes a regular file or a symbolic link (the link itself). Anything else is refused with BASE_E_NOT_A_FILE: a failed
@@ -36,12 +38,15 @@ class CORVANE_ZPS_API ZFileInfo {
 
   [[nodiscard]] const ZString& Name() const noexcept { return m_path; }  // the path as given
   [[nodiscard]] bool IsValid() const noexcept { return m_valid; }
+  // As ZFile::IsRegularFile; false when not valid.
+  [[nodiscard]] bool IsRegularFile() const noexcept { return m_regular; }
   [[nodiscard]] unsigned long long Size() const noexcept { return m_size; }  // bytes; 0 when not valid
   [[nodiscard]] long ModTime() const noexcept { return m_modTime; }  // seconds since the epoch; 0 when not valid
 
  private:
   ZString m_path;
   bool m_valid = false;
+  bool m_regular = false;
   unsigned long long m_size = 0;
   long m_modTime = 0;
 };

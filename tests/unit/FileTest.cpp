@@ -97,6 +97,39 @@ TEST(ZFile, IsDirectoryForDirectoriesAndLinksToThemOnly) {
   }
 }
 
+TEST(ZFile, IsRegularFileForFilesAndLinksToThemOnly) {
+  const TempDir dir;
+  WriteFile(dir / "file", "x");
+  std::filesystem::create_directory(dir / "folder");
+  std::filesystem::create_symlink("file", dir / "link");
+  std::filesystem::create_symlink("link", dir / "link to link");
+  std::filesystem::create_directory_symlink("folder", dir / "link to folder");
+  std::filesystem::create_symlink("nowhere", dir / "dangling");
+  ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
+  struct Case {
+    std::filesystem::path path;
+    bool isRegular;
+    ZResult result;
+  };
+  const Case cases[] = {{dir / "file", true, BASE_S_OK},
+                        {dir / "link", true, BASE_S_OK},
+                        {dir / "link to link", true, BASE_S_OK},
+                        {dir / "folder", false, BASE_S_OK},
+                        {dir / "link to folder", false, BASE_S_OK},
+                        {dir / "pipe", false, BASE_S_OK},
+                        {"/dev/null", false, BASE_S_OK},
+                        {dir / "dangling", false, ResultFromErrno(ENOENT)},
+                        {dir / "missing", false, ResultFromErrno(ENOENT)},
+                        {dir / "file/", false, ResultFromErrno(ENOTDIR)}};
+  for (const Case& c : cases) {
+    ZResult result = 77;
+    EXPECT_EQ(ZFile::IsRegularFile(ToZString(c.path), 0, &result), c.isRegular) << c.path;
+    EXPECT_EQ(result, c.result) << c.path;
+    EXPECT_EQ(ZFile::IsRegularFile(ToZString(c.path), 0, nullptr), c.isRegular) << c.path;
+    EXPECT_EQ(ZFileInfo(ToZString(c.path), 0).IsRegularFile(), c.isRegular) << c.path;
+  }
+}
+
 TEST(ZFile, GetSizeGivesTheBytesOfTheFileOrOfWhatALinkLeadsTo) {
   const TempDir dir;
   WriteFile(dir / "empty", "");
@@ -223,6 +256,11 @@ const std::vector<std::pair<const char*, Operation>>& AllOperations() {
          ZResult result = 77;
          return ZFile::IsDirectory(path, 0, &result) ? 77 : result;  // it is none
        }},
+      {"IsRegularFile",
+       [](const ZString& path) {
+         ZResult result = 77;
+         return ZFile::IsRegularFile(path, 0, &result) ? BASE_S_OK : result;
+       }},
       {"GetSize",
        [](const ZString& path) {
          unsigned long long size = 0;
@@ -316,6 +354,7 @@ TEST(ZFileInfo, UpdateSeesTheFileComeChangeAndGo) {
   ASSERT_EQ(ZFile::Remove(path, 0), BASE_S_OK);
   EXPECT_EQ(info.Update(), ResultFromErrno(ENOENT));
   EXPECT_FALSE(info.IsValid());
+  EXPECT_FALSE(info.IsRegularFile());
   EXPECT_EQ(info.Size(), 0u);
   EXPECT_EQ(info.ModTime(), 0);
 }
