@@ -36,7 +36,7 @@ class CORVANE_ZN_API ZGetHostByName {
   [[nodiscard]] hostent* GetHostEnt() const noexcept;
 
  private:
-  struct Block;
+  struct CORVANE_ZN_HIDDEN Block;
   std::unique_ptr<Block> m_block;
 };
 

@@ -23,7 +23,8 @@ class CORVANE_ZPS_API ZSingleton {
   }
 
  private:
-  // One lock for all slots: creation is rare, and a single recursive lock cannot be taken in two orders.
+  // One lock for all slots: creation is rare, and a single recursive lock cannot be taken in two orders. Exported, since CheckInit
+  // is compiled into whoever calls it.
   static ZRecursiveMutex& CreationLock();
 };
 

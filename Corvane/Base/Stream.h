@@ -82,7 +82,7 @@ class CORVANE_ZPS_API ZDynamicMemoryStream : public ZMemoryStream {
   [[nodiscard]] std::size_t Write(const void* data, std::size_t bytes) noexcept;
 
  private:
-  bool Grow(std::size_t needed) noexcept;
+  CORVANE_ZPS_HIDDEN bool Grow(std::size_t needed) noexcept;
 
   std::size_t m_initialBytes;
   std::size_t m_capacity = 0;

@@ -109,7 +109,7 @@ class CORVANE_ZPS_API ZString {
  private:
   using Span = std::pair<size_type, size_type>;  // begin and end position
 
-  void CutFilled(size_type from, size_type to) noexcept;
+  CORVANE_ZPS_HIDDEN void CutFilled(size_type from, size_type to) noexcept;
 
   std::wstring m_text;
   // What Arg inserted, ascending and disjoint; never searched for placeholders. An empty value leaves an empty span, so
