@@ -1,5 +1,6 @@
 #include <Corvane/Base/Sys.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,29 +8,92 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <string>
 
 namespace Corvane::Wrappers::Sys {
 
 namespace {
 
 struct FileDeleter {
-  void operator()(std::FILE* file) const noexcept {
-    std::fclose(file);
-  }  // nothing was written yet, so nothing can be lost
+  // Nothing was written yet, so nothing can be lost.
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 using OpenFile = std::unique_ptr<std::FILE, FileDeleter>;
 
-// The code of a failed stdio call; some of them fail without setting errno.
-ZResult LastFailure() noexcept { return ResultFromErrno(errno != 0 ? errno : EIO); }
+// An open descriptor, closed at the end unless a stream has taken it over; -1 when the open failed.
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) noexcept : m_descriptor(descriptor) {}
+  ~Descriptor() {
+    if (m_descriptor >= 0) close(m_descriptor);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
 
-constexpr std::size_t kLongestMode = 30;
+  [[nodiscard]] int Get() const noexcept { return m_descriptor; }
+  void Release() noexcept { m_descriptor = -1; }
+
+ private:
+  int m_descriptor;
+};
+
+// The code of a failed call; some of stdio's fail without setting errno.
+ZResult LastFailure() noexcept { return ResultFromErrno(errno != 0 ? errno : EIO); }
 
 bool IsForWriting(const char* mode) noexcept { return std::strpbrk(mode, "wa+") != nullptr; }
 
-bool IsDirectory(std::FILE* file) noexcept {
+bool IsKnownMode(const char* mode) noexcept {
+  if (mode == nullptr || *mode == '\0' || std::strchr("rwa", *mode) == nullptr) return false;
+  for (const char* option = mode + 1; *option != '\0'; ++option) {
+    if (std::strchr("+bxe", *option) == nullptr || std::strchr(option + 1, *option) != nullptr) return false;
+  }
+  return true;
+}
+
+// What fopen(3) makes of a mode for open(2).
+int OpenFlags(const char* mode) noexcept {
+  const bool isForUpdate = std::strchr(mode, '+') != nullptr;
+  if (*mode == 'r') return isForUpdate ? O_RDWR : O_RDONLY;
+  const int access = isForUpdate ? O_RDWR : O_WRONLY;
+  const int exclusive = std::strchr(mode, 'x') != nullptr ? O_EXCL : 0;
+  return access | O_CREAT | exclusive | (*mode == 'w' ? O_TRUNC : O_APPEND);
+}
+
+bool IsDirectory(int descriptor) noexcept {
   struct stat status {};
-  return fstat(fileno(file), &status) == 0 && S_ISDIR(status.st_mode);
+  return fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool IsRegularFile(const char* path) noexcept {
+  struct stat status {};
+  return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// Opens without waiting for the other side of a FIFO, which may never come: no time limit reaches into open(2).
+int OpenWithoutPeer(const char* path, int flags) noexcept {
+  constexpr mode_t kEverybody = 0666;  // open(2) subtracts the umask
+  const int descriptor = open(path, flags | O_NONBLOCK, kEverybody);
+  if (descriptor >= 0 || errno != EWOULDBLOCK) return descriptor;
+  // Somebody, a file server perhaps, holds a lease on the file (fcntl(2)) and has been told to give it back. The system gives
+  // him some seconds, which are worth waiting for.
+  const bool isFile = IsRegularFile(path);
+  errno = EWOULDBLOCK;
+  return isFile ? open(path, flags, kEverybody) : -1;
+}
+
+// Makes reads and writes wait again, which only the open was not to do.
+bool ClearNonBlocking(int descriptor) noexcept {
+  const int flags = fcntl(descriptor, F_GETFL);
+  return flags >= 0 && fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
+}
+
+// Null on failure; otherwise the stream owns the descriptor.
+std::FILE* MakeStream(int descriptor, const char* mode) noexcept {
+  const bool isForUpdate = std::strchr(mode, '+') != nullptr;
+  // Where fopen begins, and fdopen does not. A FIFO has no end to go to.
+  if (*mode == 'a' && !isForUpdate) static_cast<void>(lseek(descriptor, 0, SEEK_END));
+  // The other letters were for the open; C libraries look at the first few letters only.
+  const char plainMode[] = {*mode, isForUpdate ? '+' : '\0', '\0'};
+  return fdopen(descriptor, plainMode);
 }
 
 }  // namespace
@@ -37,18 +101,17 @@ bool IsDirectory(std::FILE* file) noexcept {
 ZResult Fopen(std::FILE** file, const char* path, const char* mode) noexcept {
   *file = nullptr;
   if (path == nullptr) return BASE_E_INVALID_NAME;
-  const std::size_t modeLength = mode == nullptr ? 0 : std::strlen(mode);
-  if (modeLength == 0 || modeLength > kLongestMode) return ResultFromErrno(EINVAL);
-
-  // "e" closes the descriptor on exec. It goes behind the first letter, because a "," may end the letters.
-  char fullMode[kLongestMode + 2] = {mode[0], 'e'};
-  std::memcpy(fullMode + 2, mode + 1, modeLength - 1);
+  if (!IsKnownMode(mode)) return ResultFromErrno(EINVAL);
+  Descriptor descriptor(OpenWithoutPeer(path, OpenFlags(mode) | O_CLOEXEC));
+  if (descriptor.Get() < 0) return LastFailure();
+  // The system opens a directory for reading and lets only the reads fail; for writing it refuses by itself.
+  if (IsDirectory(descriptor.Get())) return ResultFromErrno(EISDIR);
+  if (!ClearNonBlocking(descriptor.Get())) return LastFailure();
 
   errno = 0;
-  OpenFile opened(std::fopen(path, fullMode));
+  OpenFile opened(MakeStream(descriptor.Get(), mode));
   if (opened == nullptr) return LastFailure();
-  // The system opens a directory for reading and lets only the reads fail; for writing it refuses by itself.
-  if (mode[0] == 'r' && IsDirectory(opened.get())) return ResultFromErrno(EISDIR);
+  descriptor.Release();
   errno = 0;
   if (IsForWriting(mode) && std::setvbuf(opened.get(), nullptr, _IONBF, 0) != 0) return LastFailure();
   *file = opened.release();

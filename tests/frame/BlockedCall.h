@@ -6,7 +6,6 @@
 #include <atomic>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <utility>
@@ -56,7 +55,9 @@ class BlockedCall {
   // As in ps(1): 'S' sleeps, 'R' runs.
   [[nodiscard]] char State() const {
     std::ifstream file("/proc/self/task/" + std::to_string(m_id.load()) + "/stat");
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // Not by iterators: they throw when the thread ends between the opening of the file and the reading.
+    std::string text;
+    std::getline(file, text);
     const std::string::size_type name = text.rfind(") ");
     return name == std::string::npos ? '?' : text[name + 2];
   }

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +21,7 @@
 #include <string_view>
 #include <thread>
 
+#include "tests/frame/BlockedCall.h"
 #include "tests/support/FileDescriptor.h"
 #include "tests/support/TempDir.h"
 
@@ -44,6 +46,7 @@ extern "C" __attribute__((visibility("default"))) int setvbuf(std::FILE* file, c
 namespace Corvane::Wrappers::Sys {
 namespace {
 
+using CorvaneTest::FileDescriptor;
 using CorvaneTest::ReadFile;
 using CorvaneTest::TempDir;
 using CorvaneTest::WriteFile;
@@ -69,6 +72,25 @@ void WriteAll(std::FILE* file, std::string_view bytes) {
   EXPECT_EQ(Write(file, bytes, written), BASE_S_OK);
   EXPECT_EQ(written, bytes.size());
 }
+
+std::atomic<int> signalsTaken{0};
+
+// Installs a handler after which blocked calls do not go on by themselves.
+class InterruptingHandler {
+ public:
+  explicit InterruptingHandler(int signal) : m_signal(signal) {
+    struct sigaction action {};
+    action.sa_handler = [](int) { ++signalsTaken; };
+    sigaction(m_signal, &action, &m_former);
+  }
+  ~InterruptingHandler() { sigaction(m_signal, &m_former, nullptr); }
+  InterruptingHandler(const InterruptingHandler&) = delete;
+  InterruptingHandler& operator=(const InterruptingHandler&) = delete;
+
+ private:
+  int m_signal;
+  struct sigaction m_former {};
+};
 
 std::size_t CountOpenDescriptors() {
   std::size_t count = 0;
@@ -136,6 +158,9 @@ const FailureCase kFailureCases[] = {
     {"file", "wx", ResultFromErrno(EEXIST)},
     {"file", "", ResultFromErrno(EINVAL)},
     {"file", "?", ResultFromErrno(EINVAL)},
+    {"file", "+", ResultFromErrno(EINVAL)},
+    {"file", "rw", ResultFromErrno(EINVAL)},
+    {"file", "r,ccs=UTF-8", ResultFromErrno(EINVAL)},
     {"file", "rbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb", ResultFromErrno(EINVAL)},
     {"file", nullptr, ResultFromErrno(EINVAL)},
     {nullptr, "w", BASE_E_INVALID_NAME},
@@ -178,6 +203,115 @@ TEST(Fopen, ClosesTheDescriptorOnExec) {
   for (const char* mode : {"r", "rb", "w", "a", "r+", "w+b", "a+"}) {
     const Stream stream = Open(dir / "file", mode);
     EXPECT_NE(fcntl(fileno(stream.get()), F_GETFD) & FD_CLOEXEC, 0) << mode;
+  }
+}
+
+std::filesystem::path MakePipe(const TempDir& dir) {
+  const std::filesystem::path path = dir / "pipe";
+  EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+  return path;
+}
+
+// The open must come back by itself; if it waits, the other side is opened so that the test can end.
+TEST(Fopen, DoesNotWaitForTheReaderOfAPipe) {
+  const TempDir dir;
+  const std::filesystem::path pipe = MakePipe(dir);
+  const std::size_t before = CountOpenDescriptors();
+  for (const char* mode : {"w", "wb", "a", "wx"}) {
+    std::FILE* file = stdin;
+    ZResult result = 77;
+    CorvaneTest::BlockedCall call([&] { result = Fopen(&file, pipe.c_str(), mode); });
+    EXPECT_FALSE(call.IsBlocked()) << mode;
+    const FileDescriptor reader(call.IsDone() ? -1 : open(pipe.c_str(), O_RDONLY | O_NONBLOCK));
+    call.Join();
+    EXPECT_EQ(result, ResultFromErrno(mode == std::string_view("wx") ? EEXIST : ENXIO)) << mode;
+    EXPECT_EQ(file, nullptr) << mode;
+  }
+  EXPECT_EQ(CountOpenDescriptors(), before);
+}
+
+TEST(Fopen, DoesNotWaitForTheWriterOfAPipe) {
+  const TempDir dir;
+  const std::filesystem::path pipe = MakePipe(dir);
+  Stream stream;
+  CorvaneTest::BlockedCall call([&] { stream = Open(pipe, "r"); });
+  EXPECT_FALSE(call.IsBlocked());
+  FileDescriptor writer(call.IsDone() ? -1 : open(pipe.c_str(), O_WRONLY | O_NONBLOCK));
+  call.Join();
+  writer.Close();
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(std::fgetc(stream.get()), EOF);
+}
+
+TEST(Fopen, WaitsForWhatTheWriterOfAPipeHasYetToWrite) {
+  const TempDir dir;
+  const std::filesystem::path pipe = MakePipe(dir);
+  const FileDescriptor writer(open(pipe.c_str(), O_RDWR));
+  const Stream stream = Open(pipe, "r");
+  int first = EOF;
+  CorvaneTest::BlockedCall call([&] { first = std::fgetc(stream.get()); });
+  EXPECT_TRUE(call.IsBlocked());
+  EXPECT_EQ(write(writer.Get(), "x", 1), 1);
+  call.Join();
+  EXPECT_EQ(first, 'x');
+}
+
+TEST(Fopen, LeavesNoStreamThatDoesNotWait) {
+  const TempDir dir;
+  WriteFile(dir / "file", "");
+  const std::filesystem::path pipe = MakePipe(dir);
+  const FileDescriptor otherSide(open(pipe.c_str(), O_RDWR));
+  for (const auto& path : {dir / "file", pipe, std::filesystem::path("/dev/null")}) {
+    for (const char* mode : {"r", "w", "a", "r+", "w+", "a+"}) {
+      const Stream stream = Open(path, mode);
+      ASSERT_NE(stream, nullptr) << path << ' ' << mode;
+      EXPECT_EQ(fcntl(fileno(stream.get()), F_GETFL) & O_NONBLOCK, 0) << path << ' ' << mode;
+    }
+  }
+}
+
+// Who holds a lease on a file, as file servers do, is told when somebody opens it, and has some time to give it back.
+TEST(Fopen, WaitsForTheHolderOfALease) {
+  const InterruptingHandler handler(SIGIO);  // tells the holder; left alone, it ends the process
+  for (const char* mode : {"r", "r+", "a", "w"}) {
+    FileDescriptor file(memfd_create("leased", MFD_CLOEXEC));
+    ASSERT_EQ(write(file.Get(), "content", 7), 7);
+    const FileDescriptor holder(open(("/proc/self/fd/" + std::to_string(file.Get())).c_str(), O_RDONLY | O_CLOEXEC));
+    file.Close();
+    ASSERT_EQ(fcntl(holder.Get(), F_SETLEASE, F_WRLCK), 0);
+    const std::string path = "/proc/self/fd/" + std::to_string(holder.Get());
+    Stream stream;
+    CorvaneTest::BlockedCall call([&] { stream = Open(path, mode); });
+    EXPECT_TRUE(call.IsBlocked()) << mode;
+    EXPECT_EQ(fcntl(holder.Get(), F_SETLEASE, F_UNLCK), 0);
+    call.Join();
+    EXPECT_NE(stream, nullptr) << mode;
+  }
+}
+
+TEST(Fopen, CreatesFilesWithTheModeThatTheUmaskLeaves) {
+  const TempDir dir;
+  for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
+    const mode_t former = umask(mask);
+    for (const char* mode : {"w", "a", "w+", "a+", "wx"}) {
+      const std::filesystem::path path = dir / (std::to_string(mask) + mode);
+      Open(path, mode);
+      struct stat status {};
+      EXPECT_EQ(stat(path.c_str(), &status), 0);
+      EXPECT_EQ(status.st_mode & 07777, 0666 & ~mask) << path;
+    }
+    umask(former);
+  }
+}
+
+TEST(Fopen, BeginsWhereFopenBegins) {
+  const TempDir dir;
+  for (const char* mode : {"r", "w", "a", "r+", "w+", "a+"}) {
+    WriteFile(dir / "ours", "0123456789");
+    WriteFile(dir / "theirs", "0123456789");
+    const Stream ours = Open(dir / "ours", mode);
+    const Stream theirs(std::fopen((dir / "theirs").c_str(), mode));
+    EXPECT_EQ(std::ftell(ours.get()), std::ftell(theirs.get())) << mode;
   }
 }
 
@@ -247,25 +381,6 @@ TEST(Fwrite, WritesLargeAndBinaryBlocks) {
   WriteAll(stream.get(), bytes);
   EXPECT_TRUE(ReadFile(dir / "file") == bytes);
 }
-
-std::atomic<int> signalsTaken{0};
-
-// Installs a handler after which blocked calls do not go on by themselves.
-class InterruptingHandler {
- public:
-  explicit InterruptingHandler(int signal) : m_signal(signal) {
-    struct sigaction action {};
-    action.sa_handler = [](int) { ++signalsTaken; };
-    sigaction(m_signal, &action, &m_former);
-  }
-  ~InterruptingHandler() { sigaction(m_signal, &m_former, nullptr); }
-  InterruptingHandler(const InterruptingHandler&) = delete;
-  InterruptingHandler& operator=(const InterruptingHandler&) = delete;
-
- private:
-  int m_signal;
-  struct sigaction m_former {};
-};
 
 // The writer is interrupted again and again while it waits for room in the pipe; every byte must arrive once.
 TEST(Fwrite, GoesOnAfterASignal) {
