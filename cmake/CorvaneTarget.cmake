@@ -1,18 +1,46 @@
 # corvane_configure_target(<target>): the settings that every target built here shares. All of them are PRIVATE, so
 # that a consumer never inherits our warnings or hardening.
 #
-# corvane_configure_library(<target>): in addition, soname, include path and install rules of a shared library whose
-# public headers are in its file set HEADERS.
+# corvane_configure_library(<target>): in addition, soname and install rules of a shared library whose public headers are
+# in its file set HEADERS.
 
 include_guard(GLOBAL)
 include(CheckCXXCompilerFlag)
+include(CheckCXXSourceCompiles)
 include(CheckPIESupported)
+include(CMakePushCheckState)
 
 check_pie_supported()
 
 # A GNU unique symbol pins its library in the process: dlclose would then unload nothing. Clang never emits them and
 # does not know the option.
 check_cxx_compiler_flag(-fno-gnu-unique CORVANE_HAS_NO_GNU_UNIQUE)
+
+# Not every compiler knows these, nor every processor.
+check_cxx_compiler_flag(-fstack-clash-protection CORVANE_HAS_STACK_CLASH_PROTECTION)
+check_cxx_compiler_flag(-fcf-protection CORVANE_HAS_CF_PROTECTION)
+
+# What is shipped: these builds are hardened in full.
+set(_corvane_shipped "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
+
+# Sets `result` to whether the compiler or the flags of this build define a fortify level. The answer is not kept, since the
+# flags may change.
+function(_corvane_find_fortify_level result)
+  string(TOUPPER "${CMAKE_BUILD_TYPE}" config)
+  cmake_push_check_state()
+  set(CMAKE_REQUIRED_FLAGS "-O2 ${CMAKE_CXX_FLAGS_${config}}") # some compilers define it only when they optimise
+  set(CMAKE_REQUIRED_QUIET ON)
+  unset(CORVANE_FORTIFY_LEVEL_IS_SET CACHE)
+  check_cxx_source_compiles("
+#ifndef _FORTIFY_SOURCE
+#error no level
+#endif
+int main() {}" CORVANE_FORTIFY_LEVEL_IS_SET)
+  cmake_pop_check_state()
+  set(${result} "${CORVANE_FORTIFY_LEVEL_IS_SET}" PARENT_SCOPE)
+endfunction()
+
+_corvane_find_fortify_level(_corvane_fortify_level_is_set)
 
 function(corvane_configure_target target)
   target_compile_features(${target} PRIVATE cxx_std_20)
@@ -41,12 +69,20 @@ endfunction()
 function(_corvane_harden target)
   target_compile_options(${target} PRIVATE -fstack-protector-strong)
   target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now)
-  if(NOT CORVANE_SANITIZE)
+  if(CORVANE_SANITIZE)
+    return()
+  endif()
+  # A sanitized library resolves the run-time's symbols from the program, so this check is for the others.
+  target_link_options(${target} PRIVATE -Wl,-z,defs)
+  if(CORVANE_HAS_STACK_CLASH_PROTECTION)
+    target_compile_options(${target} PRIVATE -fstack-clash-protection)
+  endif()
+  if(CORVANE_HAS_CF_PROTECTION)
+    target_compile_options(${target} PRIVATE -fcf-protection)
+  endif()
+  if(NOT _corvane_fortify_level_is_set)
     # The fortified functions need the optimiser, and they would hide calls from the sanitizers' interceptors.
-    target_compile_options(
-      ${target} PRIVATE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
-    # A sanitized library resolves the run-time's symbols from the program, so this check is for the others.
-    target_link_options(${target} PRIVATE -Wl,-z,defs)
+    target_compile_options(${target} PRIVATE $<${_corvane_shipped}:-D_FORTIFY_SOURCE=2>)
   endif()
 endfunction()
 

@@ -84,13 +84,14 @@ endfunction()
 
 # corvane_add_script_test(NAME <name> COMMAND <argument>... [TIMEOUT <seconds>] [LABELS <label>...] [RUN_SERIAL])
 #
-# Registers a command as a test, under the same rules as the programs above. Exit status 77 means skipped.
+# Registers a command as a test, under the same rules as the programs above. Exit status 77 means skipped. A generator
+# expression that is a list becomes as many arguments.
 function(corvane_add_script_test)
   cmake_parse_arguments(PARSE_ARGV 0 arg "RUN_SERIAL" "NAME;TIMEOUT" "COMMAND;LABELS")
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
-  add_test(NAME ${arg_NAME} COMMAND ${arg_COMMAND})
+  add_test(NAME ${arg_NAME} COMMAND ${arg_COMMAND} COMMAND_EXPAND_LISTS)
   set_tests_properties(
     ${arg_NAME}
     PROPERTIES TIMEOUT ${arg_TIMEOUT}
