@@ -20,7 +20,7 @@ check_cxx_compiler_flag(-fno-gnu-unique CORVANE_HAS_NO_GNU_UNIQUE)
 check_cxx_compiler_flag(-fstack-clash-protection CORVANE_HAS_STACK_CLASH_PROTECTION)
 check_cxx_compiler_flag(-fcf-protection CORVANE_HAS_CF_PROTECTION)
 
-# What is shipped: these builds are hardened in full.
+# What is shipped: these builds are hardened in full, and come out the same wherever they are made.
 set(_corvane_shipped "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
 
 # Sets `result` to whether the compiler or the flags of this build define a fortify level. The answer is not kept, since the
@@ -63,6 +63,7 @@ function(corvane_configure_target target)
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
   endif()
   _corvane_harden(${target})
+  _corvane_make_reproducible(${target})
   _corvane_instrument(${target})
 endfunction()
 
@@ -86,6 +87,16 @@ function(_corvane_harden target)
   endif()
 endfunction()
 
+# Nothing of the folders and of the time of the build comes into what is shipped: whoever builds the same sources gets the same
+# bytes. An absolute path in the run path would leave its length behind even after the installation has replaced it.
+function(_corvane_make_reproducible target)
+  set_target_properties(${target} PROPERTIES BUILD_RPATH_USE_ORIGIN ON)
+  target_compile_options(
+    ${target} PRIVATE $<${_corvane_shipped}:-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>
+                      $<${_corvane_shipped}:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build>
+                      $<${_corvane_shipped}:-Wdate-time>)
+endfunction()
+
 function(_corvane_instrument target)
   if(CORVANE_SANITIZE)
     set(flags -fsanitize=${CORVANE_SANITIZE} -fno-omit-frame-pointer)
@@ -104,11 +115,7 @@ function(_corvane_instrument target)
 endfunction()
 
 function(corvane_configure_library target)
-  set_target_properties(
-    ${target}
-    PROPERTIES VERSION 1.0
-               SOVERSION 1.0
-               INSTALL_RPATH "$ORIGIN")
+  set_target_properties(${target} PROPERTIES VERSION 1.0 SOVERSION 1.0)
   install(
     TARGETS ${target}
     EXPORT CorvaneTargets
