@@ -41,6 +41,11 @@ install(
 
 file(RELATIVE_PATH prefix_from_pkgconfig "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" prefix_from_pkgconfig "${prefix_from_pkgconfig}")
+set(pkgconfig_prefix "\${pcfiledir}/${prefix_from_pkgconfig}")
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  # pkg-config leaves out the folders that the compiler searches anyway only when it sees them by these names.
+  set(pkgconfig_prefix /usr)
+endif()
 foreach(name IN ITEMS zn zps)
   configure_file("${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in" "${PROJECT_BINARY_DIR}/cmake/${name}.pc" @ONLY)
   install(
