@@ -1,19 +1,15 @@
 #include <Corvane/MultiDownload.h>
 
-#include <algorithm>
-#include <array>
 #include <limits>
-#include <string_view>
 #include <utility>
 
 #include <Corvane/Base/Dir.h>
 #include <Corvane/Base/ErrorDict.h>
-#include <Corvane/Base/TokenScannerImpl.h>
 #include <Corvane/LogLineImpl.h>
 #include <Corvane/MultiDownloadImpl.h>
 
 // This source holds, in this order: the object and its run guard, the fetch of the listing, the check of what is there and of the disk
-// space, the fetch loop with its verification, the two listing parsers, and the public class.
+// space, the fetch loop with its verification, and the public class.
 
 namespace Corvane {
 namespace {
@@ -183,14 +179,23 @@ ZResult Impl::FetchFileList() {
     if (IsHttp()) {
       ZString page;
       m_transfer.GetHeader(page);
-      ParseHttpListing(page.Append(body));
+      TakeFiles(ParseHttpListing(page.Append(body)));
     } else {
-      ParseFtpListing(body);
+      TakeFiles(ParseFtpListing(body));
     }
   }
   UpdateStatus();
   m_listing = false;
   return fetched;
+}
+
+void Impl::TakeFiles(Listing listing) {
+  for (ListingEntry& entry : listing.entries) {
+    // Most listings are sorted; the hint then saves the search.
+    if (entry.kind == ListingKind::File) {
+      m_fileSizes.insert_or_assign(m_fileSizes.end(), std::move(entry.name), entry.size);
+    }
+  }
 }
 
 FileState Impl::GetFileState(const ZFileInfo& local, unsigned long long expectedSize, long expectedTime) {
@@ -388,202 +393,6 @@ bool Impl::UpdateTimeStamp(const ZString& path, long time) {
       },
       1276);
   return false;
-}
-
-// ---------------------------------------------------------------------------------------------------------------------
-// Listing parsers
-// ---------------------------------------------------------------------------------------------------------------------
-
-namespace {
-
-constexpr ZString::size_type npos = ZString::npos;
-
-// The character as ZString::Lower maps it.
-wchar_t LowerOf(wchar_t character) {
-  if (character >= L'A' && character <= L'Z') return static_cast<wchar_t>(character - L'A' + L'a');
-  return character >= 0 && character < 0x80 ? character : ZString(&character, 1).Lower()[0];
-}
-
-bool BeginsLowered(std::wstring_view text, std::wstring_view pattern) {
-  return text.size() >= pattern.size() &&
-         std::equal(pattern.begin(), pattern.end(), text.begin(), [](wchar_t a, wchar_t b) { return a == LowerOf(b); });
-}
-
-// The next place at or after `from` where `text`, in lower case, has `pattern`. A page may be very large, so it is not copied for
-// that: what the system's search looks for is the pattern's punctuation mark, which no other character maps to.
-ZString::size_type FindLowered(std::wstring_view text, std::wstring_view pattern, ZString::size_type from) {
-  const ZString::size_type mark = pattern.find_first_of(L"<:");
-  for (from = text.find(pattern[mark], from + mark); from != npos; from = text.find(pattern[mark], from + 1)) {
-    if (BeginsLowered(text.substr(from - mark), pattern)) return from - mark;
-  }
-  return npos;
-}
-
-// Finds the next occurrence of one character at or after positions that only grow. The last find is remembered, so that all
-// searches together scan the text once, also for a character that does not occur.
-class ForwardFinder {
- public:
-  ForwardFinder(std::wstring_view text, wchar_t character) : m_text(text), m_character(character) {}
-
-  ZString::size_type At(ZString::size_type from) {
-    if (!m_searched || (m_found != npos && m_found < from)) m_found = m_text.find(m_character, from);
-    m_searched = true;
-    return m_found;
-  }
-
- private:
-  std::wstring_view m_text;
-  wchar_t m_character;
-  ZString::size_type m_found = 0;
-  bool m_searched = false;
-};
-
-struct Anchor {
-  ZString::size_type begin = 0;  // of "<a"
-  ZString::size_type end = 0;    // of "</a>"
-  std::wstring_view target;      // the first quoted value, decoded; valid until the next anchor is read
-  std::wstring_view label;       // the text
-};
-
-// Walks over the anchors between the first "<pre>" and the first "</pre>" of a directory page. Tags are found in any case; what is
-// taken comes from the text as received. Nothing is copied but a target that has something to decode.
-class AnchorReader {
- public:
-  explicit AnchorReader(std::wstring_view text) : m_text(text), m_doubleQuote(text, L'"'), m_singleQuote(text, L'\'') {
-    m_position = FindLowered(text, L"<pre>", 0);
-    m_end = FindLowered(text, L"</pre>", 0);
-    m_iis = FindLowered(text, L"server: microsoft-iis", 0) != npos;
-  }
-
-  [[nodiscard]] bool HasListing() const noexcept { return m_position != npos && m_end != npos; }
-  [[nodiscard]] bool IsIis() const noexcept { return m_iis; }
-
-  // False at the end, and at an anchor that is not quoted as directory pages quote them.
-  bool Next(Anchor& anchor) {
-    anchor.begin = FindLowered(m_text, L"<a", m_position);
-    if (anchor.begin == npos || anchor.begin > m_end) return false;
-    anchor.end = FindLowered(m_text, L"</a>", anchor.begin);
-    if (anchor.end == npos || anchor.end > m_end) return false;
-    m_position = anchor.end;
-    const ZString::size_type quote = std::min(m_doubleQuote.At(anchor.begin), m_singleQuote.At(anchor.begin));
-    if (quote == npos || quote > anchor.end) return false;
-    const ZString::size_type quoteEnd = m_text.find(m_text[quote], quote + 1);
-    if (quoteEnd == npos || quoteEnd > anchor.end) return false;
-    const ZString::size_type tagEnd = m_text.find(L'>', quoteEnd);
-    if (tagEnd == npos || tagEnd > anchor.end) return false;
-    anchor.target = Decoded(m_text.substr(quote + 1, quoteEnd - quote - 1));
-    anchor.label = m_text.substr(tagEnd + 1, anchor.end - tagEnd - 1);
-    return true;
-  }
-
- private:
-  // Only a "%" begins what decodes to something else.
-  std::wstring_view Decoded(std::wstring_view target) {
-    if (target.find(L'%') == npos) return target;
-    ZUrl::Decode(ZString(target.data(), target.size()), m_decoded);
-    return m_decoded.Str();
-  }
-
-  std::wstring_view m_text;
-  ForwardFinder m_doubleQuote;
-  ForwardFinder m_singleQuote;
-  ZString m_decoded;
-  ZString::size_type m_position = 0;
-  ZString::size_type m_end = 0;
-  bool m_iis = false;
-};
-
-// The label shows the target's name, with or without its extension. Sort links, parent links and shortened labels do not.
-bool IsFileLink(const Anchor& anchor) {
-  return anchor.target.ends_with(anchor.label) ||
-         anchor.target.substr(0, anchor.target.rfind(L'.')).ends_with(anchor.label);
-}
-
-// What follows the last slash; empty for a directory.
-std::wstring_view FileNameOf(std::wstring_view path) { return path.substr(path.rfind(L'/') + 1); }  // npos + 1 is 0
-
-constexpr bool IsDigit(wchar_t character) noexcept { return character >= L'0' && character <= L'9'; }
-
-// The digits of the size that an IIS page shows in the column before the anchor at `anchor`; empty when it shows none. The column is
-// the 14 characters that end two places before the anchor. The result lies in `column`, which keeps its memory from call to call.
-std::wstring_view IisSize(std::wstring_view text, ZString::size_type anchor, ZString& column) {
-  constexpr ZString::size_type kColumn = 14;
-  const std::wstring_view shown =
-      anchor < kColumn + 2 ? text.substr(0, anchor - 1) : text.substr(anchor - kColumn - 1, kColumn);
-  const std::wstring_view trimmed = column.Clear().Append(shown.data(), shown.size()).TrimLeft().TrimRight().Str();
-  const auto last = std::find_if_not(trimmed.rbegin(), trimmed.rend(), IsDigit);
-  return last == trimmed.rend() ? std::wstring_view() : trimmed.substr(static_cast<std::size_t>(trimmed.rend() - last));
-}
-
-// The number that `text` begins with. `memory` saves an allocation for each call.
-unsigned long long NumberIn(std::wstring_view text, ZString& memory) {
-  return memory.Clear().Append(text.data(), text.size()).ToULongLong(10);
-}
-
-void LogEntry(const wchar_t* message, std::wstring_view name, int line) {
-  LogLine(
-      ZLogLevel::Information, kMultiDownloadArea,
-      [&] { return ZString(message).Arg(ZString(name.data(), name.size())); }, line);
-}
-
-// Servers are not trusted: a name must stay inside the target directory.
-bool IsPlainFileName(std::wstring_view name) {
-  return !name.empty() && name != L"." && name != L".." && name.find(L'/') == npos && name.find(L'\0') == npos;
-}
-
-}  // namespace
-
-void Impl::StoreEntry(std::wstring_view name, unsigned long long size) {
-  // Most listings are sorted; the hint then saves the search.
-  if (IsPlainFileName(name)) m_fileSizes.insert_or_assign(m_fileSizes.end(), ZString(name.data(), name.size()), size);
-}
-
-void Impl::ParseHttpListing(const ZString& text) {
-  AnchorReader reader(text.Str());
-  if (!reader.HasListing()) return;
-  Anchor anchor;
-  ZString column;
-  ZString number;
-  while (reader.Next(anchor)) {
-    if (!IsFileLink(anchor)) continue;
-    const std::wstring_view name = FileNameOf(anchor.target);
-    if (name.empty()) continue;
-    std::wstring_view size;
-    if (!reader.IsIis()) {
-      LogEntry(L"Found valid non IIS HTTP directory entry. Name = %1. Size = unknown (will determine from header)",
-               name, 1413);
-    } else if ((size = IisSize(text.Str(), anchor.begin, column)).empty()) {
-      LogEntry(L"Found valid IIS HTTP directory entry. Name = %1. Size = unknown (will determine from header)", name,
-               1432);
-    }
-    StoreEntry(name, NumberIn(size, number));
-  }
-}
-
-// Takes regular files from listings in the Unix long format and in the DOS format; other lines are skipped.
-void Impl::ParseFtpListing(const ZString& text) {
-  constexpr std::size_t kMostFields = 9;
-  const DelimiterSet lineEnds(L"\n\r");
-  const DelimiterSet blanks(L" \t");
-  ZString line;
-  ZString number;
-  TokenScanner lines(text.Str(), lineEnds);
-  while (lines.HasMore()) {
-    const std::wstring_view received = lines.Next();
-    line.Clear().Append(received.data(), received.size()).TrimLeft().TrimRight();
-    const bool dos = !line.IsEmpty() && IsDigit(line[0]);
-    if (!dos && !line.Str().starts_with(L'-')) continue;
-    const std::size_t fieldCount = dos ? 4 : kMostFields;  // the last field is the name, blanks included
-    std::array<std::wstring_view, kMostFields> fields;
-    TokenScanner scanner(line.Str(), blanks);
-    for (std::size_t i = 0; i + 1 < fieldCount; ++i) fields[i] = scanner.Next();
-    const std::wstring_view name = scanner.Remainder();
-    if (name.empty()) continue;  // fields are missing
-    const std::wstring_view size = fields[dos ? 2 : 4];
-    // The third field of a DOS line is a size or a marker such as <DIR>.
-    if (dos && !std::all_of(size.begin(), size.end(), IsDigit)) continue;
-    StoreEntry(FileNameOf(name), NumberIn(size, number));
-  }
 }
 
 // ---------------------------------------------------------------------------------------------------------------------

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <string_view>
 
 #include <Corvane/Base/DateTime.h>
 #include <Corvane/Base/File.h>
@@ -10,6 +9,7 @@
 #include <Corvane/Base/Sync.h>
 #include <Corvane/Base/Url.h>
 #include <Corvane/MultiDownload.h>
+#include <Corvane/MultiDownload/ListingImpl.h>
 #include <Corvane/PublishedTextImpl.h>
 
 namespace Corvane {
@@ -50,8 +50,6 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
 
   [[nodiscard]] Statistics GetStatistics();
 
-  void ParseHttpListing(const ZString& text);
-  void ParseFtpListing(const ZString& text);
   [[nodiscard]] static FileState GetFileState(const ZFileInfo& local, unsigned long long expectedSize,
                                               long expectedTime);
 
@@ -100,7 +98,7 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   void AddCompleted(unsigned long long bytes);
   void BeginFile(const ZString& name, unsigned long long resumeOffset);
   void EndFile(std::size_t Statistics::*count);
-  void StoreEntry(std::wstring_view name, unsigned long long size);
+  void TakeFiles(Listing listing);
   void SetStatus(ZResult status, ZString text);
 };
 

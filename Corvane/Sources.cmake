@@ -25,5 +25,8 @@ set(CORVANE_ZN_SOURCES
     TransferModule.cpp
     TransferErrorCodes.cpp
     GetHostByName.cpp
-    MultiDownload.cpp)
+    MultiDownload.cpp
+    MultiDownload/FtpListing.cpp
+    MultiDownload/HttpListing.cpp
+    MultiDownload/Listing.cpp)
 list(TRANSFORM CORVANE_ZN_SOURCES PREPEND "${CMAKE_CURRENT_LIST_DIR}/")

@@ -1,18 +1,23 @@
-// Parses directory listings of growing size: the time per entry must stay flat, whatever is or is not on the page.
+// Makes the list of files from directory listings of growing size: the time per entry must stay flat, whatever is or is not
+// on the page.
 //
 // BM_FileSizeList_Build only makes the list that the parsers fill, which nobody can save: what its own time per entry grows by with the
 // number of entries is the caches and the system's fresh memory, not a parser.
 
+#include <functional>
 #include <string>
+#include <utility>
 
 #include <benchmark/benchmark.h>
 
-#include <Corvane/MultiDownloadImpl.h>
+#include <Corvane/Base/Container.h>
+#include <Corvane/MultiDownload/ListingImpl.h>
 
 namespace {
 
-using Impl = Corvane::ZMultiDownload::ZMultiDownloadImpl;
+using Corvane::ListingEntry;
 using Corvane::ZString;
+using FileSizeList = Corvane::Container::ZMap<ZString, unsigned long long, std::less<ZString>>;
 
 std::string Number(long long number) {
   std::string digits = std::to_string(number);
@@ -52,22 +57,33 @@ ZString DosListing(long long entries) {
               [](const std::string& n) { return "11-20-26  10:00AM                12345 file" + n + ".bin\r\n"; });
 }
 
-template <class Parse>
-void Measure(benchmark::State& state, const ZString& text, Parse parse) {
-  Impl run;
+// `build` makes the list of files.
+template <class Build>
+void Measure(benchmark::State& state, Build build) {
   for (auto _ : state) {
-    parse(run, text);
+    FileSizeList files = build();
     state.PauseTiming();
-    if (run.m_fileSizes.size() != static_cast<std::size_t>(state.range(0))) state.SkipWithError("entries are missing");
-    run.m_fileSizes.clear();
+    if (files.size() != static_cast<std::size_t>(state.range(0))) state.SkipWithError("entries are missing");
+    files.clear();
     state.ResumeTiming();
   }
   state.counters["per_entry"] = benchmark::Counter(
       static_cast<double>(state.range(0)), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-void ParseHttp(Impl& run, const ZString& text) { run.ParseHttpListing(text); }
-void ParseFtp(Impl& run, const ZString& text) { run.ParseFtpListing(text); }
+// Parses, and puts what was found in order, as a mirror does.
+template <class Parse>
+void Measure(benchmark::State& state, const ZString& text, Parse parse) {
+  Measure(state, [&] {
+    FileSizeList files;
+    auto listing = parse(text);
+    for (ListingEntry& entry : listing.entries) files.insert_or_assign(files.end(), std::move(entry.name), entry.size);
+    return files;
+  });
+}
+
+const auto ParseHttp = [](const ZString& text) { return Corvane::ParseHttpListing(text); };
+const auto ParseFtp = [](const ZString& text) { return Corvane::ParseFtpListing(text); };
 
 void BM_ZMultiDownload_ParseHttp_NoApostrophe(benchmark::State& state) {
   Measure(state, NginxPage(state.range(0), '"'), ParseHttp);
@@ -81,13 +97,15 @@ void BM_ZMultiDownload_ParseFtp_Dos(benchmark::State& state) { Measure(state, Do
 
 void BM_FileSizeList_Build(benchmark::State& state) {
   std::wstring name = L"file00000000.bin";
-  Measure(state, ZString(), [&](Impl& run, const ZString&) {
+  Measure(state, [&] {
+    FileSizeList files;
     for (long long i = 0; i < state.range(0); ++i) {
       long long rest = i;
       for (std::size_t digit = 11; digit >= 4; --digit, rest /= 10)
         name[digit] = static_cast<wchar_t>(L'0' + rest % 10);
-      run.m_fileSizes.insert_or_assign(run.m_fileSizes.end(), ZString(name), 0);
+      files.insert_or_assign(files.end(), ZString(name), 0);
     }
+    return files;
   });
 }
 

@@ -1,20 +1,23 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 
+#include <Corvane/Base/Container.h>
 #include <Corvane/Base/Stream.h>
-#include <Corvane/MultiDownloadImpl.h>
+#include <Corvane/MultiDownload/ListingImpl.h>
 
 // What the fuzzers of the listing parsers share.
 namespace CorvaneFuzz {
 
-using Corvane::FileSizeList;
+using Corvane::Listing;
 using Corvane::ZString;
-using Impl = Corvane::ZMultiDownload::ZMultiDownloadImpl;
-using Parser = void (Impl::*)(const ZString&);
+using FileSizeList = Corvane::Container::ZMap<ZString, unsigned long long, std::less<ZString>>;
+using Parser = Listing (*)(const ZString&);
 
 // Ends the process, which a fuzzer takes for a crash, unless the property holds. Not assert: the checks stay in every build.
 inline void Require(bool holds, const char* property) {
@@ -32,15 +35,26 @@ inline ZString TextOf(const std::uint8_t* data, std::size_t size) {
   return text;
 }
 
-// The entries that `run` holds after the text was parsed on top of those that it had. Every name is a plain file name.
-inline const FileSizeList& Parse(Impl& run, Parser parser, const ZString& text) {
-  (run.*parser)(text);
-  for (const auto& [name, size] : run.m_fileSizes) {
+// Adds the files of the listing to `files`, as a mirror does. Every name of an entry is a plain file name.
+inline void Parse(Parser parser, const ZString& text, FileSizeList& files) {
+  const Listing listing = parser(text);
+  for (const Corvane::ListingEntry& entry : listing.entries) {
+    const ZString& name = entry.name;
     Require(!name.IsEmpty() && name != L"." && name != L"..", "a name names a file");
     Require(name.Find(L'/') == ZString::npos && name.Find(L'\0') == ZString::npos, "a name stays inside its folder");
+    if (entry.kind == Corvane::ListingKind::File) files.insert_or_assign(name, entry.size);
   }
-  Require(run.m_status == Corvane::TRANSFER_E_NOT_STARTED, "a listing is never an error");
-  return run.m_fileSizes;
+  Require(listing.leftOutNames.size() == std::min(listing.leftOut, Corvane::kMostLeftOutNames),
+          "what is left out is named, up to a bound");
+  for (const Corvane::LeftOutName& left : listing.leftOutNames) {
+    Require(left.name.Length() <= Corvane::kMostLeftOutLength, "no name left out is longer than the bound");
+  }
+}
+
+inline FileSizeList Parse(Parser parser, const ZString& text) {
+  FileSizeList files;
+  Parse(parser, text, files);
+  return files;
 }
 
 }  // namespace CorvaneFuzz

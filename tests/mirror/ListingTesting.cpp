@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <Corvane/MultiDownloadImpl.h>
+#include <Corvane/MultiDownload/ListingImpl.h>
 
 #include "tests/loopback/TransferTesting.h"
 #include "tests/support/TempDir.h"
@@ -10,37 +10,33 @@
 namespace CorvaneTest {
 namespace {
 
-using Impl = Corvane::ZMultiDownload::ZMultiDownloadImpl;
-using Parser = void (Impl::*)(const Corvane::ZString&);
+using Corvane::Listing;
+using Corvane::ListingKind;
+using Parser = Listing (*)(const Corvane::ZString&);
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Ne;
 using testing::Not;
 
+// The files alone; of those with the same name the last, as a mirror takes them.
 Entries Parse(Parser parser, std::string_view text) {
-  Impl run;
-  (run.*parser)(Wide(text));
-  EXPECT_THAT(run.m_status.load(), IsCode(Corvane::TRANSFER_E_NOT_STARTED));
   Entries entries;
-  for (const auto& [name, size] : run.m_fileSizes) entries.emplace(Narrow(name), size);
-  for (const auto& [name, size] : entries) {
-    EXPECT_THAT(name, AllOf(Ne(""), Ne("."), Ne(".."), Not(HasSubstr("/")), Not(HasSubstr(std::string(1, '\0')))));
+  for (const auto& [name, size, kind] : parser(Wide(text)).entries) {
+    EXPECT_THAT(Narrow(name),
+                AllOf(Ne(""), Ne("."), Ne(".."), Not(HasSubstr("/")), Not(HasSubstr(std::string(1, '\0')))));
+    if (kind == ListingKind::File) entries.insert_or_assign(Narrow(name), size);
   }
   return entries;
 }
 
-std::size_t Count(Parser parser, const std::string& text) {
-  Impl run;
-  (run.*parser)(Wide(text));
-  return run.m_fileSizes.size();
-}
+std::size_t Count(Parser parser, const std::string& text) { return parser(Wide(text)).entries.size(); }
 
 }  // namespace
 
-Entries ParseHttp(std::string_view text) { return Parse(&Impl::ParseHttpListing, text); }
-Entries ParseFtp(std::string_view text) { return Parse(&Impl::ParseFtpListing, text); }
-std::size_t CountHttp(const std::string& text) { return Count(&Impl::ParseHttpListing, text); }
-std::size_t CountFtp(const std::string& text) { return Count(&Impl::ParseFtpListing, text); }
+Entries ParseHttp(std::string_view text) { return Parse(&Corvane::ParseHttpListing, text); }
+Entries ParseFtp(std::string_view text) { return Parse(&Corvane::ParseFtpListing, text); }
+std::size_t CountHttp(const std::string& text) { return Count(&Corvane::ParseHttpListing, text); }
+std::size_t CountFtp(const std::string& text) { return Count(&Corvane::ParseFtpListing, text); }
 
 std::string Fixture(const std::string& name) { return ReadFile(std::string(CORVANE_MIRROR_FIXTURES "/") + name); }
 

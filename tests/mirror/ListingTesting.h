@@ -9,8 +9,7 @@ namespace CorvaneTest {
 
 using Entries = std::map<std::string, unsigned long long>;  // size by name
 
-// The entries that a parser takes from a text in UTF-8. Fails the test when one of the names is more than a plain file
-// name, and when the object's status has changed: a listing is never an error.
+// The files that a parser takes from a text in UTF-8. Fails the test when the name of an entry is more than a plain file name.
 Entries ParseHttp(std::string_view text);
 Entries ParseFtp(std::string_view text);
 
