@@ -25,8 +25,14 @@ set(CORVANE_ZN_SOURCES
     TransferModule.cpp
     TransferErrorCodes.cpp
     GetHostByName.cpp
-    MultiDownload.cpp
+    MultiDownload/Counters.cpp
+    MultiDownload/FetchFiles.cpp
+    MultiDownload/FileList.cpp
+    MultiDownload/FileState.cpp
+    MultiDownload/FreeSpace.cpp
     MultiDownload/FtpListing.cpp
     MultiDownload/HttpListing.cpp
-    MultiDownload/Listing.cpp)
+    MultiDownload/Listing.cpp
+    MultiDownload/MultiDownload.cpp
+    MultiDownload/Run.cpp)
 list(TRANSFORM CORVANE_ZN_SOURCES PREPEND "${CMAKE_CURRENT_LIST_DIR}/")

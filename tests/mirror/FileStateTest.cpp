@@ -1,13 +1,6 @@
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <sys/stat.h>
+#include <gtest/gtest.h>
 
-#include <string>
-
-#include <Corvane/MultiDownloadImpl.h>
-
-#include "tests/loopback/TransferTesting.h"
-#include "tests/support/TempDir.h"
+#include <Corvane/MultiDownload/FileStateImpl.h>
 
 namespace CorvaneTest {
 namespace {
@@ -17,16 +10,11 @@ using namespace Corvane;
 constexpr long kTime = 1500000000;
 
 // A file of this many bytes, last changed at this time.
-ZFileInfo MakeLocalFile(const TempDir& folder, std::size_t size, long time = kTime) {
-  WriteFile(folder / "file", std::string(size, 'x'));
-  const timespec times[2] = {{time, 0}, {time, 0}};
-  EXPECT_EQ(utimensat(AT_FDCWD, (folder / "file").c_str(), times, 0), 0);
-  return ZFileInfo(WidePath(folder / "file"), 0);
-}
+constexpr LocalFile FileOf(unsigned long long size, long time = kTime) { return {true, size, time}; }
 
 struct StateCase {
   const char* name;
-  std::size_t localSize;
+  unsigned long long localSize;
   unsigned long long expectedSize;
   long expectedTime;
   FileState state;
@@ -51,27 +39,19 @@ constexpr StateCase kStateCases[] = {
 
 TEST(FileState, IsTheFirstRuleThatApplies) {
   for (const StateCase& c : kStateCases) {
-    const TempDir folder;
-    const ZFileInfo local = MakeLocalFile(folder, c.localSize);
-    EXPECT_EQ(ZMultiDownload::ZMultiDownloadImpl::GetFileState(local, c.expectedSize, c.expectedTime), c.state)
-        << c.name;
+    EXPECT_EQ(GetFileState(FileOf(c.localSize), {c.expectedSize, c.expectedTime}), c.state) << c.name;
   }
 }
 
 TEST(FileState, OfAFileFromBeforeTheEpochIsStaleToo) {
-  const TempDir folder;
-  const ZFileInfo local = MakeLocalFile(folder, 40, -1);
-  EXPECT_EQ(ZMultiDownload::ZMultiDownloadImpl::GetFileState(local, 40, 1), FILE_REFETCH);
-  EXPECT_EQ(ZMultiDownload::ZMultiDownloadImpl::GetFileState(local, 40, 0), FILE_COMPLETE) << "the time is unknown";
+  EXPECT_EQ(GetFileState(FileOf(40, -1), {40, 1}), FILE_REFETCH);
+  EXPECT_EQ(GetFileState(FileOf(40, -1), {40, 0}), FILE_COMPLETE) << "the time is unknown";
 }
 
 TEST(FileState, OfAMissingFileIsRefetchWhateverIsExpected) {
-  const TempDir folder;
-  const ZFileInfo local(WidePath(folder / "missing"), 0);
   for (const unsigned long long size : {0ULL, 1ULL, ~0ULL}) {
     for (const long time : {0L, -1L, kTime}) {
-      EXPECT_EQ(ZMultiDownload::ZMultiDownloadImpl::GetFileState(local, size, time), FILE_REFETCH)
-          << size << ' ' << time;
+      EXPECT_EQ(GetFileState(LocalFile(), {size, time}), FILE_REFETCH) << size << ' ' << time;
     }
   }
 }
@@ -80,6 +60,41 @@ TEST(FileState, HasFixedNumbers) {
   EXPECT_EQ(FILE_COMPLETE, 0);
   EXPECT_EQ(FILE_PARTIAL, 1);
   EXPECT_EQ(FILE_REFETCH, 2);
+}
+
+// --- the plan
+
+struct PlanCase {
+  const char* name;
+  LocalFile local;
+  ExpectedFile expected;
+  FilePlan resuming;
+  FilePlan afresh;
+};
+
+constexpr PlanCase kPlanCases[] = {
+    {"missing", {}, {100, 0}, {FileAction::Replace, 0, 100}, {FileAction::Replace, 0, 100}},
+    {"complete", FileOf(40), {40, 0}, {FileAction::Keep, 40, 0}, {FileAction::Overwrite, 0, 0}},
+    {"partial", FileOf(40), {100, 0}, {FileAction::Continue, 40, 60}, {FileAction::Replace, 0, 100}},
+    {"empty", FileOf(0), {100, 0}, {FileAction::Continue, 0, 100}, {FileAction::Replace, 0, 100}},
+    {"too large", FileOf(41), {40, 0}, {FileAction::Replace, 0, 40}, {FileAction::Replace, 0, 40}},
+    {"size unknown", FileOf(40), {0, 0}, {FileAction::Replace, 0, 0}, {FileAction::Replace, 0, 0}},
+    {"stale", FileOf(40), {40, kTime + 1}, {FileAction::Replace, 0, 40}, {FileAction::Replace, 0, 40}},
+    {"the largest", FileOf(1), {~0ULL, 0}, {FileAction::Continue, 1, ~0ULL - 1}, {FileAction::Replace, 0, ~0ULL}},
+};
+
+void ExpectPlan(const PlanCase& c, bool resume, const FilePlan& expected) {
+  const FilePlan plan = PlanFile(c.local, c.expected, resume);
+  EXPECT_EQ(plan.action, expected.action) << c.name;
+  EXPECT_EQ(plan.bytesPresent, expected.bytesPresent) << c.name;
+  EXPECT_EQ(plan.bytesNeeded, expected.bytesNeeded) << c.name;
+}
+
+TEST(FilePlan, FollowsFromTheStateAndWhetherToResume) {
+  for (const PlanCase& c : kPlanCases) {
+    ExpectPlan(c, true, c.resuming);
+    ExpectPlan(c, false, c.afresh);
+  }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <limits>
 
 #include <Corvane/Base/DateTime.h>
 #include <Corvane/Base/File.h>
@@ -9,20 +10,24 @@
 #include <Corvane/Base/Sync.h>
 #include <Corvane/Base/Url.h>
 #include <Corvane/MultiDownload.h>
+#include <Corvane/MultiDownload/FileStateImpl.h>
 #include <Corvane/MultiDownload/ListingImpl.h>
 #include <Corvane/PublishedTextImpl.h>
 
+// This area mirrors one remote directory into one local directory. It owns the run over the list of files, what is counted on the
+// way, and every decision about a local file. It uses the base library and one ZTransfer, of which it knows the public interface
+// alone (and that it follows the run's abort); nothing else of the library uses it. Its rooms, from the bottom up:
+//
+//   ListingImpl.h     HttpListing.cpp, FtpListing.cpp, Listing.cpp: what servers show of a directory; functions over values
+//   FileStateImpl.h   FileState.cpp: what is to be done about one file; functions over values
+//   this header       FileList.cpp: the list of files and what it says of a name     FreeSpace.cpp: what is there and what room
+//                     the rest needs     FetchFiles.cpp: the loop over the files     Counters.cpp: what the getters tell
+//                     Run.cpp: the object and the bracket of a run                   MultiDownload.cpp: the public class
 namespace Corvane {
 
 using FileSizeList = Container::ZMap<ZString, unsigned long long, std::less<ZString>>;
 using FileTimeList = Container::ZMap<ZString, long, std::less<ZString>>;
-
-// What is to be done about one file.
-enum FileState {
-  FILE_COMPLETE = 0,  // as large as expected and not stale
-  FILE_PARTIAL = 1,   // smaller than expected: to be continued when resuming
-  FILE_REFETCH = 2    // missing, stale, too large or of unknown size: to be fetched from its beginning
-};
+using ObjectGuard = ZGuardImpl<ZRecursiveMutex>;
 
 // The state and the work behind one ZMultiDownload. The recursive mutex is held for short bookkeeping steps only, never across a
 // network transfer.
@@ -41,17 +46,23 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
 
   // Runs `set` under the lock unless a Download runs.
   template <class Set>
-  ZResult WhenIdle(Set set);
+  ZResult WhenIdle(Set set) {
+    const ObjectGuard guard(*this);
+    return m_inProgress ? BASE_E_BUSY : set();
+  }
 
   ZResult Download(const ZString& url, const ZString& dir, bool resume);
   void Abort();
   bool WaitUntilIdle(unsigned long milliseconds);
   void Reset();
 
+  // What the counters say, under the lock.
+  [[nodiscard]] long long GetDownloadTime();
+  [[nodiscard]] unsigned long long GetDownloadSize();
+  [[nodiscard]] unsigned long long GetTransferSize();
+  [[nodiscard]] unsigned int GetTransferRate();
   [[nodiscard]] Statistics GetStatistics();
-
-  [[nodiscard]] static FileState GetFileState(const ZFileInfo& local, unsigned long long expectedSize,
-                                              long expectedTime);
+  ZResult GetCause(ZString& text, ZString& header);
 
   // --- Members in the order of their construction. ---
   ZTransfer m_transfer;                       // for the listing and every file, one after the other
@@ -77,29 +88,47 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   Failure m_failure;                   // guarded by the lock
 
  private:
+  // Run.cpp
   ZResult Config(const ZString& url, const ZString& dir, bool resume);
-  ZResult FetchFileList();
-  ZResult FetchFiles();
-  bool FetchFile(const ZString& name, unsigned long long expectedSize, FileTimeList& fetched);
-  bool CheckFreeSpaceAndUpdateCurSize();
-  void CountKnownFiles();
-  void KeepFailure();
-  unsigned long long PrepareFile(const ZString& name, unsigned long long expectedSize);
-  [[nodiscard]] unsigned long long SizeToldByServer() const;
-  bool VerifyFile(ZFileInfo& local, unsigned long long expected);
-  static bool UpdateTimeStamp(const ZString& path, long time);
-  void UpdateStatus();
-  [[nodiscard]] unsigned long long BytesReceivedByTransfer() const;
+  void SetStatus(ZResult status, ZString text);
 
+  // FileList.cpp
+  ZResult FetchFileList();
+  void TakeFiles(Listing listing);
   [[nodiscard]] bool IsHttp() const;
   [[nodiscard]] bool IsIgnored(const ZString& name) const;
   [[nodiscard]] long GetFileTime(const ZString& name) const;
   [[nodiscard]] ZString GetFullPath(const ZString& name) const;
+  [[nodiscard]] FilePlan PlanFor(const ZString& name, unsigned long long expectedSize, const ZFileInfo& local) const;
+
+  // FreeSpace.cpp
+  bool CheckFreeSpaceAndUpdateCurSize();
+  unsigned long long PrepareFile(const ZString& name, unsigned long long expectedSize);
+
+  // FetchFiles.cpp
+  ZResult FetchFiles();
+  bool FetchFile(const ZString& name, unsigned long long expectedSize, FileTimeList& fetched);
+  [[nodiscard]] unsigned long long SizeToldByServer() const;
+  bool VerifyFile(ZFileInfo& local, unsigned long long expected);
+  static bool UpdateTimeStamp(const ZString& path, long time);
+
+  // Counters.cpp
+  void CountKnownFiles();
   void AddCompleted(unsigned long long bytes);
   void BeginFile(const ZString& name, unsigned long long resumeOffset);
   void EndFile(std::size_t Statistics::*count);
-  void TakeFiles(Listing listing);
-  void SetStatus(ZResult status, ZString text);
+  void UpdateStatus();
+  void KeepFailure();
+  [[nodiscard]] unsigned long long BytesReceivedByTransfer() const;
 };
+
+// --- What the sources of the area share. ---
+
+inline ZString UnsignedNumber(unsigned long long number) { return ZString().SetNum(number, 'u'); }
+
+// Sizes come from servers: a sum that would wrap stays at its largest value, so that no listing can talk the space check out.
+inline unsigned long long AddSaturated(unsigned long long a, unsigned long long b) noexcept {
+  return a + b < a ? std::numeric_limits<unsigned long long>::max() : a + b;
+}
 
 }  // namespace Corvane

@@ -1,0 +1,62 @@
+#include <utility>
+
+#include <Corvane/MultiDownload/MultiDownloadImpl.h>
+
+// The list of files: where it comes from when the host gave none, and what is known of each name.
+namespace Corvane {
+
+using Impl = ZMultiDownload::ZMultiDownloadImpl;
+
+ZResult Impl::FetchFileList() {
+  m_fileSizes.clear();
+  m_listing = true;
+  ZString body;
+  const ZResult fetched = m_transfer.Download(m_url.ToString(), body);
+  if (IsFailure(fetched)) {
+    KeepFailure();
+    // An aborted listing leaves the status as it is: nothing has been started.
+    if (!m_abort) SetStatus(fetched, L"Failed to obtain the list of files to download: " + m_transfer.GetError());
+  } else if (!m_abort) {
+    if (IsHttp()) {
+      ZString page;
+      m_transfer.GetHeader(page);
+      TakeFiles(ParseHttpListing(page.Append(body)));
+    } else {
+      TakeFiles(ParseFtpListing(body));
+    }
+  }
+  UpdateStatus();
+  m_listing = false;
+  return fetched;
+}
+
+void Impl::TakeFiles(Listing listing) {
+  for (ListingEntry& entry : listing.entries) {
+    if (entry.kind != ListingKind::File) continue;
+    // Most listings are sorted; the hint then saves the search.
+    m_fileSizes.insert_or_assign(m_fileSizes.end(), std::move(entry.name), entry.size);
+  }
+}
+
+// "https" too.
+bool Impl::IsHttp() const { return m_url.GetProtocol().StartsWith(L"http", false); }
+
+bool Impl::IsIgnored(const ZString& name) const {
+  for (const ZString& ignored : m_ignoreList) {
+    if (ignored.Compare(name) == 0) return true;
+  }
+  return false;
+}
+
+long Impl::GetFileTime(const ZString& name) const {
+  const auto found = m_fileTimes.find(name);
+  return found == m_fileTimes.end() ? 0 : found->second;
+}
+
+ZString Impl::GetFullPath(const ZString& name) const { return (m_targetDirectory / name).ToString(); }
+
+FilePlan Impl::PlanFor(const ZString& name, unsigned long long expectedSize, const ZFileInfo& local) const {
+  return PlanFile({local.IsValid(), local.Size(), local.ModTime()}, {expectedSize, GetFileTime(name)}, m_resume);
+}
+
+}  // namespace Corvane
