@@ -13,7 +13,7 @@ ZResult Impl::FetchFiles() {
   CountKnownFiles();
   if (!CheckFreeSpaceAndUpdateCurSize()) return m_status;
   SetStatus(TRANSFER_S_FINISHED, ZGetErrorMsg(TRANSFER_S_FINISHED));
-  FileTimeList fetched;  // full path to expected time
+  FileTimeList fetched;  // full path to expected time, where one is known
   for (const auto& [name, expectedSize] : m_fileSizes) {
     if (m_abort || !FetchFile(name, expectedSize, fetched)) break;
   }
@@ -30,8 +30,7 @@ bool Impl::FetchFile(const ZString& name, unsigned long long expectedSize, FileT
     UpdateStatus();
     return true;
   }
-  const ZString path = GetFullPath(name);
-  ZFileInfo local(path, 0);
+  ZFileInfo local(GetFullPath(name), 0);
   // Decided anew: a file may have changed since the space was checked.
   const FilePlan plan = PlanFor(name, expectedSize, local);
   if (plan.action == FileAction::Keep) {
@@ -40,15 +39,16 @@ bool Impl::FetchFile(const ZString& name, unsigned long long expectedSize, FileT
   }
   const bool resume = plan.action == FileAction::Continue;
   BeginFile(name, plan.bytesPresent);
-  m_status = m_transfer.DownloadFile((m_url / name).ToString(), path, resume);
+  m_status = m_transfer.DownloadFile((m_url / name).ToString(), local.Name(), resume);
   if (IsFailure(m_status)) {
     m_error.Set(m_transfer.GetError());
     KeepFailure();
     return false;
   }
-  fetched.insert_or_assign(fetched.end(), path, GetFileTime(name));  // names come in order: the hint saves the search
+  // Names come in order: the hint saves the search.
+  if (const long time = GetFileTime(name); time != 0) fetched.insert_or_assign(fetched.end(), local.Name(), time);
   if (!VerifyFile(local, expectedSize != 0 ? expectedSize : SizeToldByServer())) return false;
-  ZFile::Chmod(path, 0755, 0);
+  ZFile::Chmod(local.Name(), 0755, 0);
   EndFile(resume ? &Statistics::filesResumed : &Statistics::filesFetched);
   return true;
 }
