@@ -105,7 +105,8 @@ class CORVANE_ZN_API ZMultiDownload {
   // --- The operation. ---
 
   // Mirrors the directory `url` into the directory `dir`, which is made when it is missing. A URL without a scheme is taken
-  // as http. With `resume`, files that are complete are skipped and partial ones continued; without, all are fetched afresh.
+  // as http. A query ("?C=M&O=D" orders the page) is sent when the directory's page is asked for and no file's URL has it; a
+  // fragment ("#top") is dropped. With `resume`, files that are complete are skipped and partial ones continued; without, all are fetched afresh.
   // Needs the expected sizes to tell complete from partial: a file whose size is not known is always fetched again.
   // Stops at the first file that cannot be fetched. Files fetched until then stay, with their times.
   ZResult Download(const ZString& url, const ZString& dir, bool resume);

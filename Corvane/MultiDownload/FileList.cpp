@@ -11,7 +11,7 @@ ZResult Impl::FetchFileList() {
   m_fileSizes.clear();
   m_listing = true;
   ZString body;
-  const ZResult fetched = m_transfer.Download(m_url.ToString(), body);
+  const ZResult fetched = m_transfer.Download(m_url.ToString() + m_query, body);
   if (IsFailure(fetched)) {
     KeepFailure();
     // An aborted listing leaves the status as it is: nothing has been started.

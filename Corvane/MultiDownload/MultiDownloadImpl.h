@@ -86,6 +86,7 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   std::atomic<bool> m_listing{false};  // the listing, not a file, is being fetched
   Statistics m_statistics;             // guarded by the lock; receivedBytes without those of the running transfer
   Failure m_failure;                   // guarded by the lock
+  ZString m_query;                     // of the directory's page, with its "?"; empty without
 
  private:
   // Run.cpp

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include <Corvane/Base/ErrorDict.h>
@@ -62,12 +63,17 @@ ZResult Impl::Download(const ZString& url, const ZString& dir, bool resume) {
   return FetchFiles();
 }
 
+// What an address bar shows may end with a query, which orders the directory's page, and with a fragment, which no server is sent.
+// The names of files join the path before both.
 ZResult Impl::Config(const ZString& url, const ZString& dir, bool resume) {
   m_targetDirectory = dir;
   m_resume = resume;
-  m_url = url + L"/";
+  const ZString sent = url.Substr(0, url.Find(L'#'));
+  const ZString::size_type query = std::min(sent.Find(L'?'), sent.Length());
+  m_query = sent.Substr(query);
+  m_url = sent.Substr(0, query) + L"/";
   if (m_url.GetProtocol().Length() == 0) m_url.SetProtocol(L"http");
-  if (m_url.IsValid()) return BASE_S_OK;
+  if (m_url.IsValid() && ZUrl(m_url.ToString() + m_query).IsValid()) return BASE_S_OK;
   SetStatus(TRANSFER_E_INVALID_URL, ZGetErrorMsg(TRANSFER_E_INVALID_URL) + L", " + url);
   return m_status;
 }

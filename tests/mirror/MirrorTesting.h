@@ -1,5 +1,8 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <map>
@@ -11,6 +14,7 @@
 
 #include "tests/loopback/TransferTesting.h"
 #include "tests/support/ScriptedServer.h"
+#include "tests/support/TempDir.h"
 
 // What the tests of ZMultiDownload share.
 namespace CorvaneTest {
@@ -25,6 +29,20 @@ std::string ErrorOf(const Corvane::ZMultiDownload& mirror);
 // many bytes and files.
 void LookAtEverything(Corvane::ZMultiDownload& mirror, const std::vector<Corvane::ZResult>& statuses,
                       unsigned long long mostBytes, std::size_t mostFiles);
+
+// One mirror and the folder that its runs fetch into.
+class MirrorFixture : public testing::Test {
+ protected:
+  std::filesystem::path Local(const std::string& name) const { return m_folder / name; }
+  Corvane::ZString Folder() const { return WidePath(m_folder.Path()); }
+  std::vector<std::string> Names() const { return NamesIn(m_folder.Path()); }
+  Corvane::ZResult Run(const std::string& url, bool resume = false) {
+    return m_mirror.Download(Wide(url), Folder(), resume);
+  }
+
+  const TempDir m_folder;
+  Corvane::ZMultiDownload m_mirror;
+};
 
 // A directory page that links these names, which must need no escaping.
 std::string PageOf(const std::vector<std::string>& names);

@@ -27,20 +27,13 @@ namespace fs = std::filesystem;
 
 static_assert(!std::is_copy_constructible_v<ZMultiDownload> && !std::is_copy_assignable_v<ZMultiDownload>);
 
-class ZMultiDownloadTest : public testing::Test {
+class ZMultiDownloadTest : public MirrorFixture {
  protected:
-  fs::path Local(const std::string& name) const { return m_folder / name; }
-  ZString Folder() const { return WidePath(m_folder.Path()); }
-  ZResult Run(const std::string& url, bool resume = false) { return m_mirror.Download(Wide(url), Folder(), resume); }
-  std::vector<std::string> Names() const { return NamesIn(m_folder.Path()); }
   static long TimeOf(const fs::path& file) {
     struct stat status {};
     EXPECT_EQ(stat(file.c_str(), &status), 0);
     return status.st_mtim.tv_sec;
   }
-
-  TempDir m_folder;
-  ZMultiDownload m_mirror;
 };
 
 // --- the object
@@ -85,42 +78,6 @@ TEST_F(ZMultiDownloadTest, AbortWhileIdleHasNoEffectOnTheNextRun) {
   EXPECT_THAT(m_mirror.Abort(), IsCode(BASE_S_OK));
   EXPECT_THAT(m_mirror.GetStatus(), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(Run(server.Url("/dir/")), IsCode(TRANSFER_S_FINISHED));
-}
-
-// --- URLs
-
-TEST_F(ZMultiDownloadTest, AsksForADirectoryWithOneSlashAtItsEnd) {
-  ScriptedServer server(KeepAlive(Status(200, PageOf({}))));
-  for (const std::string& url :
-       {server.Url("/dir"), server.Url("/dir/"), server.Url("/dir//"), server.Url(""), server.Url("/")}) {
-    EXPECT_THAT(Run(url), IsCode(TRANSFER_S_FINISHED)) << url;
-  }
-  EXPECT_THAT(TargetsOf(server), ElementsAre("/dir/", "/dir/", "/dir//", "/", "/"));
-}
-
-TEST_F(ZMultiDownloadTest, CompletesAUrlWithoutASchemeWithHttp) {
-  ScriptedServer server(KeepAlive(Directory({{"a", "1"}})));
-  EXPECT_THAT(Run(server.Url("/dir").substr(sizeof "http://" - 1)), IsCode(TRANSFER_S_FINISHED));
-  EXPECT_THAT(TargetsOf(server), ElementsAre("/dir/", "/dir/a"));
-}
-
-TEST_F(ZMultiDownloadTest, RefusesAnInvalidUrlBeforeAnythingHappens) {
-  const fs::path folder = Local("never made");
-  for (const std::string url : {"", "http://", "http://a host/", "http://host:port/"}) {
-    EXPECT_THAT(m_mirror.Download(Wide(url), WidePath(folder), false), IsCode(TRANSFER_E_INVALID_URL)) << url;
-    EXPECT_THAT(m_mirror.GetStatus(), IsCode(TRANSFER_E_INVALID_URL)) << url;
-    EXPECT_EQ(ErrorOf(m_mirror), "Invalid URL, " + url);
-    EXPECT_TRUE(m_mirror.Wait(0));
-  }
-  EXPECT_FALSE(fs::exists(folder));
-}
-
-TEST_F(ZMultiDownloadTest, EscapesNamesInTheirUrls) {
-  ScriptedServer server(KeepAlive(Status(200, "x")));
-  m_mirror.SetFileSizeList(Sizes{{L"100%2", 1}, {L"a b#c?d+e;f", 1}, {L"%2e%2e", 1}});
-  EXPECT_THAT(Run(server.Url("/dir")), IsCode(TRANSFER_S_FINISHED));
-  EXPECT_THAT(TargetsOf(server), ElementsAre("/dir/%252e%252e", "/dir/100%252", "/dir/a%20b%23c%3Fd%2Be%3Bf"));
-  EXPECT_THAT(Names(), ElementsAre("%2e%2e", "100%2", "a b#c?d+e;f"));
 }
 
 // --- the list of files

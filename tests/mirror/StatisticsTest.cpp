@@ -16,13 +16,7 @@ namespace {
 using namespace Corvane;
 using Statistics = ZMultiDownload::Statistics;
 
-class AMirror : public testing::Test {
- protected:
-  ZString Folder() const { return WidePath(m_folder.Path()); }
-
-  const TempDir m_folder;
-  ZMultiDownload m_mirror;
-};
+class AMirror : public MirrorFixture {};
 
 void ExpectCounts(const Statistics& statistics, const std::vector<std::size_t>& counts) {
   EXPECT_EQ((std::vector<std::size_t>{statistics.filesKnown, statistics.filesFetched, statistics.filesResumed,
