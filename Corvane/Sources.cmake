@@ -33,6 +33,7 @@ set(CORVANE_ZN_SOURCES
     MultiDownload/FtpListing.cpp
     MultiDownload/HttpListing.cpp
     MultiDownload/Listing.cpp
+    MultiDownload/LocalFiles.cpp
     MultiDownload/MultiDownload.cpp
     MultiDownload/Run.cpp)
 list(TRANSFORM CORVANE_ZN_SOURCES PREPEND "${CMAKE_CURRENT_LIST_DIR}/")

@@ -2,7 +2,9 @@
 
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/LogLineImpl.h>
+#include <Corvane/MultiDownload/LocalFilesImpl.h>
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
+#include <Corvane/NumberTextImpl.h>
 
 // The loop over the files: the fetch of each with its verification, and the times in the end.
 namespace Corvane {
@@ -39,6 +41,11 @@ bool Impl::FetchFile(const ZString& name, unsigned long long expectedSize, FileT
   }
   const bool resume = plan.action == FileAction::Continue;
   BeginFile(name, plan.bytesPresent);
+  if (plan.action == FileAction::Replace && local.IsValid() && !IsRegularFile(local.Name())) {
+    SetStatus(TRANSFER_E_DOWNLOAD,
+              ZString(L"Failed to open output file %1: %2").Arg(local.Name()).Arg(ZGetErrorMsg(BASE_E_NOT_A_FILE)));
+    return false;
+  }
   m_status = m_transfer.DownloadFile((m_url / name).ToString(), local.Name(), resume);
   if (IsFailure(m_status)) {
     m_error.Set(m_transfer.GetError());

@@ -1,5 +1,6 @@
 #include <utility>
 
+#include <Corvane/MultiDownload/LocalFilesImpl.h>
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
 
 // The list of files: where it comes from when the host gave none, and what is known of each name.
@@ -55,8 +56,17 @@ long Impl::GetFileTime(const ZString& name) const {
 
 ZString Impl::GetFullPath(const ZString& name) const { return (m_targetDirectory / name).ToString(); }
 
+// What is no regular file is planned for as if it were missing: the walk removes what it may (a link), the fetch refuses the rest.
 FilePlan Impl::PlanFor(const ZString& name, unsigned long long expectedSize, const ZFileInfo& local) const {
-  return PlanFile({local.IsValid(), local.Size(), local.ModTime()}, {expectedSize, GetFileTime(name)}, m_resume);
+  constexpr long kLatestEverywhere = 0x7FFFFFFF;  // in 2038; no file system in use ends earlier
+  ExpectedFile expected{expectedSize, GetFileTime(name)};
+  // A file cannot be given a time that its file system does not know, and would be stale for ever.
+  if (expected.time > kLatestEverywhere && local.IsValid() && expected.time > local.ModTime()) {
+    expected.time = TimeKeptFor(local.Name(), expected.time);
+  }
+  const FilePlan plan = PlanFile({local.IsValid(), local.Size(), local.ModTime()}, expected, m_resume);
+  if (plan.action == FileAction::Replace || IsRegularFile(local.Name())) return plan;
+  return PlanFile({}, expected, m_resume);
 }
 
 }  // namespace Corvane

@@ -1,6 +1,7 @@
 #include <Corvane/Base/Dir.h>
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
+#include <Corvane/NumberTextImpl.h>
 
 // The walk over the files before the first of them is fetched.
 namespace Corvane {

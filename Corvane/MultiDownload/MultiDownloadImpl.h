@@ -20,6 +20,7 @@
 //
 //   ListingImpl.h     HttpListing.cpp, FtpListing.cpp, Listing.cpp: what servers show of a directory; functions over values
 //   FileStateImpl.h   FileState.cpp: what is to be done about one file; functions over values
+//   LocalFilesImpl.h  LocalFiles.cpp: what the file system says of one file
 //   this header       FileList.cpp: the list of files and what it says of a name     FreeSpace.cpp: what is there and what room
 //                     the rest needs     FetchFiles.cpp: the loop over the files     Counters.cpp: what the getters tell
 //                     Run.cpp: the object and the bracket of a run                   MultiDownload.cpp: the public class
@@ -124,8 +125,6 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
 };
 
 // --- What the sources of the area share. ---
-
-inline ZString UnsignedNumber(unsigned long long number) { return ZString().SetNum(number, 'u'); }
 
 // Sizes come from servers: a sum that would wrap stays at its largest value, so that no listing can talk the space check out.
 inline unsigned long long AddSaturated(unsigned long long a, unsigned long long b) noexcept {

@@ -4,6 +4,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <stdexcept>
@@ -25,6 +26,10 @@ std::string Octal(mode_t mode) {
   char text[16];
   std::snprintf(text, sizeof text, "%o", static_cast<unsigned int>(mode));
   return text;
+}
+
+std::string Seconds(const timespec& time) {
+  return time.tv_nsec == UTIME_OMIT ? "as it is" : std::to_string(time.tv_sec);
 }
 
 }  // namespace
@@ -105,9 +110,12 @@ CORVANE_TEST_STANDS_IN int utimensat(int folder, const char* path, const timespe
   ScriptedSystem* const script = ScriptedSystem::OfThisThread();
   if (script == nullptr) return next(folder, path, times, flags);
   const std::string name = script->NameOf(path);
-  script->Note("times " + name + ' ' + std::to_string(times[0].tv_sec) + ' ' + std::to_string(times[1].tv_sec));
+  script->Note("times " + name + ' ' + CorvaneTest::Seconds(times[0]) + ' ' + CorvaneTest::Seconds(times[1]));
   const auto found = script->timeError.find(name);
-  return found != script->timeError.end() ? CorvaneTest::FailWith(found->second) : next(folder, path, times, flags);
+  if (found != script->timeError.end()) return CorvaneTest::FailWith(found->second);
+  timespec kept[2] = {times[0], times[1]};
+  for (timespec& time : kept) time.tv_sec = std::min(time.tv_sec, script->latestTime.value_or(time.tv_sec));
+  return next(folder, path, kept, flags);
 }
 
 CORVANE_TEST_STANDS_IN int clock_gettime(clockid_t clock, timespec* result) noexcept {

@@ -28,6 +28,7 @@ class ScriptedSystem {
   std::map<std::string, int> unreadable;                // errno of stat by file name, for files with content
   std::map<std::string, long> additionalSize;           // what stat adds to the sizes of files with content
   std::map<std::string, int> timeError;                 // errno of utimensat by file name
+  std::optional<long> latestTime;                       // what utimensat makes of later ones, as file systems do
   std::map<std::string, int> modeError;                 // errno of chmod by file name
   std::function<void(const std::string& call)> onCall;  // told about each noted call before it is made
   std::function<void()> onClock;                        // told before each look at the system clock, which is not noted

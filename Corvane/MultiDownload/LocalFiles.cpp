@@ -1,0 +1,25 @@
+#include <Corvane/MultiDownload/LocalFilesImpl.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <Corvane/Base/StringCoding.h>
+
+namespace Corvane {
+
+bool IsRegularFile(const ZString& path) {
+  const ZStringEncoder local(path, ZStringEncoder::Local);
+  struct stat status {};
+  return local.CStr() != nullptr && stat(local.CStr(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+long TimeKeptFor(const ZString& path, long time) {
+  const ZStringEncoder local(path, ZStringEncoder::Local);
+  if (local.CStr() == nullptr) return time;
+  const timespec times[2] = {{time, 0}, {0, UTIME_OMIT}};
+  struct stat status {};
+  const bool isAsked = utimensat(AT_FDCWD, local.CStr(), times, AT_SYMLINK_NOFOLLOW) == 0;
+  return isAsked && lstat(local.CStr(), &status) == 0 ? status.st_atim.tv_sec : time;
+}
+
+}  // namespace Corvane
