@@ -25,8 +25,4 @@ struct Explanation {
 // Why the transfer failed, in words, and what to do about it.
 [[nodiscard]] Explanation Explain(const Report& report, const Circumstances& circumstances);
 
-// The last HTTP status line of `header`, such as "404 Not Found", with the usual phrase when the server sent none (HTTP/2).
-// `status` receives the number; empty text and 0 when there is none.
-[[nodiscard]] std::string LastHttpStatus(const std::string& header, int& status);
-
 }  // namespace CorvaneCli

@@ -17,6 +17,7 @@
 #include <Corvane/MultiDownload.h>
 
 #include "apps/corvane/Command.h"
+#include "apps/corvane/Explain/HttpAnswer.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/FileList.h"
 #include "apps/corvane/Files.h"

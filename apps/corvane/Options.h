@@ -64,9 +64,11 @@ struct ResolveCommand {
   Corvane::ZString host;
 };
 
+using AnyCommand = std::variant<GetCommand, PostCommand, MirrorCommand, ResolveCommand>;
+
 struct CommandLine {
   CommonOptions common;
-  std::variant<GetCommand, PostCommand, MirrorCommand, ResolveCommand> command;
+  AnyCommand command;
   // The command as it would be typed again, without -o and --resume: for messages that tell how to go on.
   std::vector<std::string> words;
 };

@@ -8,6 +8,7 @@
 
 #include <Corvane/Base/ErrorDict.h>
 
+#include "apps/corvane/Explain/HttpAnswer.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Password.h"
 #include "apps/corvane/Text.h"

@@ -1,19 +1,16 @@
-// corvane mirror.
+// corvane mirror: what is fetched, and what the command line must be.
 
 #include <gmock/gmock.h>
-#include <signal.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "tests/cli/CliTesting.h"
+#include "tests/cli/MirrorPages.h"
 #include "tests/support/Daemons.h"
-#include "tests/support/Gate.h"
-#include "tests/support/Pki.h"
 #include "tests/support/ScriptedFtpServer.h"
 #include "tests/support/TempDir.h"
 
@@ -24,35 +21,6 @@ namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-
-// A page in the style of most servers, in which no sizes can be found.
-std::string PageOf(const std::vector<std::string>& names) {
-  std::string page = "<html><body><pre>\n<a href=\"../\">../</a>\n";
-  for (const std::string& name : names) {
-    page.append("<a href=\"").append(name).append("\">").append(name).append("</a>  01-Jan-2026 00:00  5\n");
-  }
-  return page + "</pre></body></html>\n";
-}
-
-// A directory with these files under /d/, whose page lists them.
-Responder Directory(const std::map<std::string, Responder>& files) {
-  std::vector<std::string> names;
-  std::map<std::string, Responder> table;
-  for (const auto& [name, responder] : files) {
-    names.push_back(name);
-    table["/d/" + name] = responder;
-  }
-  table["/d/"] = Content(PageOf(names));
-  return Routes(table);
-}
-
-std::vector<std::string> PathsAskedOf(const ScriptedServer& server) {
-  std::vector<std::string> paths;
-  for (const Request& request : server.Requests()) paths.push_back(request.Path());
-  return paths;
-}
 
 // --- what is fetched
 
@@ -147,170 +115,6 @@ TEST(Mirror, CompletesAUrlWithoutScheme) {
   EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("a"));
 }
 
-// --- failures
-
-TEST(MirrorFailure, WithoutAListingTouchesNothing) {
-  const ScriptedServer server(
-      KeepAlive(Routes({{"/401/", Status(401)}, {"/500/", Status(500)}, {"/moved/", Redirect("/x/")}})));
-  struct Case {
-    std::string url;
-    int code;
-    const char* reason;
-  };
-  const Case cases[] = {
-      {"http://no-such-host.invalid/", 1, "cannot be resolved"},
-      {RefusedUrl(), 1, "the connection failed"},
-      {RefusedUrl("ftp"), 1, "the connection failed"},
-      {server.Url("/404/"), 1, "404 Not Found; check the path"},
-      {server.Url("/500/"), 1, "500 Internal Server Error"},
-      {server.Url("/moved/"), 1, "ask for /x/ instead"},
-      {server.Url("/401/"), 4, "401 Unauthorized; give --user NAME"},
-  };
-  const TempDir folder;
-  WriteFile(folder / "dir/a", "old");
-  WriteFile(folder / "sizes", "a\t5\n");
-  for (const Case& c : cases) {
-    const ProgramResult result = RunCorvane({"mirror", c.url, folder / "dir"});
-    EXPECT_EQ(result.exitCode, c.code) << result.Describe();
-    EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("cannot mirror " + c.url), HasSubstr(c.reason)));
-    EXPECT_EQ(ReadFile(folder / "dir/a"), "old");
-  }
-}
-
-TEST(MirrorFailure, UnreachableServerCostsNoFileOfAList) {
-  const ScriptedServer server(KeepAlive(Routes({{"/401/", Status(401)}})));
-  const TempDir folder;
-  WriteFile(folder / "dir/a", "old");
-  WriteFile(folder / "sizes", "a\t5\n");
-  for (const std::string& url : {std::string("http://no-such-host.invalid/"), RefusedUrl(), RefusedUrl("https"),
-                                 RefusedUrl("ftp"), server.Url("/401/")}) {
-    for (const char* const resume : {"--resume", "--no-throttle"}) {
-      const ProgramResult result = RunCorvane({"mirror", url, folder / "dir", "--sizes", folder / "sizes", resume});
-      EXPECT_THAT(result.exitCode, testing::AnyOf(1, 4)) << result.Describe();
-      EXPECT_THAT(OnlyErrorLine(result), HasSubstr("cannot mirror " + url));
-      EXPECT_EQ(ReadFile(folder / "dir/a"), "old") << url;
-    }
-  }
-}
-
-TEST(MirrorFailure, ServerWithoutListingStillGivesTheFilesOfAList) {
-  const ScriptedServer server(KeepAlive(Routes({{"/d/", Status(403)}, {"/d/a", Content("12345")}})));
-  const TempDir folder;
-  WriteFile(folder / "dir/a", "old");
-  WriteFile(folder / "sizes", "a\t5\n");
-  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes"});
-  EXPECT_EQ(result.exitCode, 0) << result.Describe();
-  EXPECT_EQ(ReadFile(folder / "dir/a"), "12345");
-}
-
-TEST(MirrorFailure, NamesTheFileThatWasRefusedAndKeepsTheOthers) {
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}, {"b", Status(404)}, {"c", Content("c")}})));
-  const TempDir folder;
-  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder.Path()});
-  EXPECT_EQ(result.exitCode, 1) << result.Describe();
-  EXPECT_THAT(result.err,
-              AllOf(HasSubstr("cannot mirror " + server.Url("/d/") + ": file b: "), HasSubstr("404 Not Found"),
-                    HasSubstr("continue with: corvane mirror " + server.Url("/d/") + " " + folder.Path().string() +
-                              " --resume\n")));
-  EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("a"));
-}
-
-TEST(MirrorFailure, TellsASizeThatDiffersOfAnyFile) {
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}, {"b", Content("123")}})));
-  const TempDir folder;
-  for (const char* const sizes : {"a\t4\nb\t3\n", "a\t5\nb\t2\n"}) {
-    WriteFile(folder / "sizes", sizes);
-    const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes"});
-    EXPECT_EQ(result.exitCode, 1) << result.Describe();
-    EXPECT_THAT(result.err, AllOf(HasSubstr("Download file size mismatch, File: "), HasSubstr("check the sizes in "),
-                                  Not(HasSubstr("more"))));
-  }
-  WriteFile(folder / "sizes", "a\t4\nb\t2\n");
-  const ProgramResult both =
-      RunCorvane({"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes", "--json"});
-  EXPECT_EQ(both.exitCode, 1) << both.Describe();
-  EXPECT_THAT(both.err, HasSubstr("(and 1 more)"));
-  EXPECT_EQ(ParseReport(both)["files"]["mismatched"], 2);
-}
-
-TEST(MirrorFailure, AsksTheServerOnlyOnceForWhatItRefuses) {
-  const ScriptedServer server(KeepAlive(Routes({{"/d/", Status(403)}})));
-  const TempDir folder;
-  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder.Path()});
-  EXPECT_EQ(result.exitCode, 4) << result.Describe();
-  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("403 Forbidden"));
-  EXPECT_THAT(PathsAskedOf(server), ElementsAre("/d/"));
-}
-
-TEST(MirrorFailure, TellsWhatToRemoveWhenTheServerCannotResume) {
-  const Responder whole = [](Connection& peer, const Request&) {
-    peer.Send(FormatHead(200, {{"Content-Length", "500"}}) + MakePattern(500));  // whatever range was asked for
-  };
-  const ScriptedServer server(KeepAlive(Routes({{"/d/a", Content("12345")}, {"/d/b%20c", whole}})));
-  const TempDir folder;
-  WriteFile(folder / "dir/b c", MakePattern(200));
-  WriteFile(folder / "sizes", "a\t5\nb c\t500\n");
-  const std::vector<std::string> command = {"mirror",  server.Url("/d/"), folder / "dir",
-                                            "--sizes", folder / "sizes",  "--resume"};
-  const ProgramResult refused = RunCorvane(command);
-  EXPECT_EQ(refused.exitCode, 1) << refused.Describe();
-  EXPECT_THAT(refused.err, AllOf(HasSubstr(": file b c: the server cannot resume: it sends only the whole content"),
-                                 HasSubstr("; remove " + (folder / "dir/b c").string() +
-                                           ", which has to be fetched from its beginning\n"),
-                                 HasSubstr("continue with: corvane mirror ")));
-  EXPECT_TRUE(ReadFile(folder / "dir/b c") == MakePattern(200)) << "what is there is kept";
-  fs::remove(folder / "dir/b c");
-  EXPECT_EQ(RunCorvane(command).exitCode, 0);
-  EXPECT_TRUE(ReadFile(folder / "dir/b c") == MakePattern(500));
-  EXPECT_EQ(ReadFile(folder / "dir/a"), "12345");
-}
-
-TEST(MirrorFailure, NeedsTheSpaceThatTheListsSay) {
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}})));
-  const TempDir folder;
-  WriteFile(folder / "sizes", "a\t9000000000000000000\n");
-  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes"});
-  EXPECT_EQ(result.exitCode, 3) << result.Describe();
-  EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("Insufficient disk space"), HasSubstr("; free some space")));
-}
-
-TEST(MirrorFailure, RefusesACertificateThatIsNotTrusted) {
-  const TempDir folder;
-  const Pki pki = MakePki(folder.Path());
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content("a")}})), pki.server);
-  WriteFile(folder / "sizes", "a\t1\n");
-  for (const std::vector<std::string>& list :
-       std::vector<std::vector<std::string>>{{}, {"--sizes", folder / "sizes"}}) {
-    std::vector<std::string> arguments = {"mirror", server.Url("/d/"), folder / "dir"};
-    arguments.insert(arguments.end(), list.begin(), list.end());
-    const ProgramResult result = RunCorvane(arguments);
-    EXPECT_EQ(result.exitCode, 4) << result.Describe();
-    EXPECT_THAT(OnlyErrorLine(result), HasSubstr("certificate was not accepted"));
-    EXPECT_THAT(NamesIn(folder / "dir"), IsEmpty());
-    arguments.insert(arguments.end(), {"--cacert", pki.caFile});
-    EXPECT_EQ(RunCorvane(arguments).exitCode, 0);
-    fs::remove_all(folder / "dir");
-  }
-}
-
-TEST(MirrorFailure, NamesADirectoryThatCannotBeWritten) {
-  const TempDir folder;
-  WriteFile(folder / "file", "x");
-  struct Case {
-    std::string path;
-    const char* reason;
-  };
-  const Case cases[] = {{folder / "file", "Not a directory"},
-                        {folder / "file/dir", "Not a directory"},
-                        {folder / "\xFF", "the locale cannot express the name"},
-                        {"/proc/new", "No such file or directory"}};
-  for (const Case& c : cases) {
-    const ProgramResult result = RunCorvane({"mirror", RefusedUrl(), c.path});
-    EXPECT_EQ(result.exitCode, 3) << result.Describe();
-    EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("cannot write into"), HasSubstr(c.reason), HasSubstr("; ")));
-  }
-}
-
 TEST(MirrorUsage, NamesTheWrongLineOfAList) {
   const TempDir folder;
   struct Case {
@@ -363,140 +167,6 @@ TEST(MirrorUsage, NeedsUrlAndDirectory) {
     const ProgramResult result = RunCorvane(arguments);
     EXPECT_EQ(result.exitCode, 2) << result.Describe();
     EXPECT_THAT(result.err, testing::EndsWith("Try: corvane mirror --help\n"));
-  }
-}
-
-// --- people
-
-TEST(MirrorInterrupt, KeepsWhatCameAndTellsHowToGoOn) {
-  Gate sent;
-  const Responder stalled = [&](Connection& peer, const Request&) {
-    peer.Send(FormatHead(200, {{"Content-Length", "5000"}}) + std::string(1000, 'x'));
-    sent.Open();
-    peer.WaitUntilStopped();
-  };
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}, {"b", stalled}, {"c", Content("c")}})));
-  const TempDir folder;
-  const auto program = StartCorvane({"mirror", server.Url("/d/"), folder.Path(), "--json"});
-  ASSERT_TRUE(sent.Wait());
-  const Deadline deadline = After(kPatience);
-  while (NamesIn(folder.Path()).size() < 2 || FileSize(folder / "b") < 1000) ASSERT_LT(Clock::now(), deadline);
-  program->Kill(SIGINT);
-  const auto result = program->Wait();
-  ASSERT_TRUE(result.has_value());
-  EXPECT_EQ(result->exitCode, 130) << result->Describe();
-  EXPECT_THAT(result->err, AllOf(HasSubstr("corvane: interrupted\n"), HasSubstr("continue with: corvane mirror ")));
-  EXPECT_EQ(ParseReport(*result)["status"], "0x80011003");
-  EXPECT_EQ(ParseReport(*result)["file"], "b");
-  EXPECT_EQ(ParseReport(*result)["receivedSize"], 1005);
-  EXPECT_EQ(ReadFile(folder / "a"), "12345");
-  EXPECT_EQ(FileSize(folder / "b"), 1000U);
-  EXPECT_FALSE(fs::exists(folder / "c"));
-}
-
-TEST(MirrorInterrupt, IsContinuedByTheSameCommandWithResume) {
-  Gate sent;
-  const std::string content = MakePattern(5000);
-  std::atomic<bool> stalls{true};
-  const Responder stalledOnce = [&](Connection& peer, const Request& request) {
-    if (!stalls.exchange(false)) return Content(content)(peer, request);
-    peer.Send(FormatHead(200, {{"Content-Length", "5000"}}) + content.substr(0, 1000));
-    sent.Open();
-    peer.WaitUntilStopped();
-  };
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}, {"b", stalledOnce}, {"c", Content("c")}})));
-  const TempDir folder;
-  WriteFile(folder / "sizes", "a\t5\nb\t5000\nc\t1\n");
-  std::vector<std::string> command = {"mirror", server.Url("/d/"), folder / "dir", "--sizes", folder / "sizes"};
-  const auto program = StartCorvane(command);
-  ASSERT_TRUE(sent.Wait());
-  const Deadline deadline = After(kPatience);
-  while (!fs::exists(folder / "dir/b") || FileSize(folder / "dir/b") < 1000) ASSERT_LT(Clock::now(), deadline);
-  program->Kill(SIGINT);
-  const auto interrupted = program->Wait();
-  ASSERT_TRUE(interrupted.has_value());
-  ASSERT_EQ(interrupted->exitCode, 130) << interrupted->Describe();
-
-  command.insert(command.end(), {"--resume", "--json"});
-  const ProgramResult result = RunCorvane(command);
-  EXPECT_EQ(result.exitCode, 0) << result.Describe();
-  EXPECT_TRUE(ReadFile(folder / "dir/b") == content);
-  EXPECT_EQ(ReadFile(folder / "dir/c"), "c");
-  EXPECT_EQ(ParseReport(result)["files"],
-            nlohmann::json({{"known", 3}, {"fetched", 1}, {"resumed", 1}, {"skipped", 1}, {"mismatched", 0}}));
-  EXPECT_EQ(ParseReport(result)["receivedSize"], 4001);
-  EXPECT_THAT(PathsAskedOf(server), ElementsAre("/d/a", "/d/b", "/d/b", "/d/c")) << "what is complete is not asked for";
-}
-
-TEST(MirrorInterrupt, StopsAStalledListing) {
-  Gate asked;
-  const ScriptedServer server([&](Connection& peer) {
-    peer.ReadRequest();
-    asked.Open();
-    peer.WaitUntilStopped();
-  });
-  const TempDir folder;
-  const auto program = StartCorvane({"mirror", server.Url("/d/"), folder.Path()});
-  ASSERT_TRUE(asked.Wait());
-  program->Kill(SIGINT);
-  const auto result = program->Wait();
-  ASSERT_TRUE(result.has_value());
-  EXPECT_EQ(result->exitCode, 130) << result->Describe();
-  EXPECT_EQ(OnlyErrorLine(*result), "corvane: interrupted");
-}
-
-TEST(MirrorProgress, CountsTheFiles) {
-  Gate goOn;
-  const Responder halved = [&](Connection& peer, const Request&) {
-    peer.Send(FormatHead(200, {{"Content-Length", "5000"}}) + std::string(2500, 'x'));
-    if (peer.WaitFor(goOn)) peer.Send(std::string(2500, 'x'));
-  };
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content(std::string(5000, 'a'))}, {"b", halved}})));
-  const TempDir folder;
-  WriteFile(folder / "sizes", "a\t5000\nb\t5000\nz\t50\n");
-  ProgramOptions options;
-  options.terminalError = true;
-  options.workingDirectory = folder.Path();
-  const auto program = StartCorvane({"mirror", server.Url("/d/"), "dir", "--sizes", "sizes", "--ignore", "z"}, options);
-  EXPECT_TRUE(program->WaitForTerminalOutput("\r\x1b[Kdir  1 of 2 files   75%  [")) << program->TerminalOutput();
-  goOn.Open();
-  const auto result = program->Wait();
-  ASSERT_TRUE(result.has_value());
-  EXPECT_EQ(result->exitCode, 0) << result->Describe();
-  EXPECT_THAT(result->terminal,
-              testing::ContainsRegex("\r.\\[Kdir  2 fetched, 0 skipped, 0 resumed; 9.8 KiB in .*/s\\)\r\n$"));
-}
-
-TEST(MirrorProgress, CountsFilesWhereSizesAreNotKnown) {
-  Gate goOn;
-  const Responder held = [&](Connection& peer, const Request&) {
-    if (peer.WaitFor(goOn)) peer.Send(FormatHead(200, {{"Content-Length", "2"}}) + "bb");
-  };
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content("a")}, {"b", held}})));
-  const TempDir folder;
-  ProgramOptions options;
-  options.terminalError = true;
-  options.workingDirectory = folder.Path();
-  const auto program = StartCorvane({"mirror", server.Url("/d/"), "dir"}, options);
-  EXPECT_TRUE(program->WaitForTerminalOutput("\r\x1b[Kdir  1 of 2 files   50%  [")) << program->TerminalOutput();
-  goOn.Open();
-  const auto result = program->Wait();
-  ASSERT_TRUE(result.has_value());
-  EXPECT_EQ(result->exitCode, 0) << result->Describe();
-}
-
-TEST(MirrorProgress, TellsOfASecondRunThatNothingWasFetched) {
-  ScriptedFtpServer server({{"/pub/a", "12345"}, {"/pub/b", "67"}});
-  const TempDir folder;
-  ProgramOptions options;
-  options.terminalError = true;
-  for (const char* const summary :
-       {"2 fetched, 0 skipped, 0 resumed; 7 B in ", "0 fetched, 2 skipped, 0 resumed; 0 B in "}) {
-    const auto program = StartCorvane({"mirror", server.Url("/pub"), folder.Path(), "--resume"}, options);
-    const auto result = program->Wait();
-    ASSERT_TRUE(result.has_value());
-    EXPECT_EQ(result->exitCode, 0) << result->Describe();
-    EXPECT_THAT(result->terminal, HasSubstr(summary));
   }
 }
 

@@ -1,0 +1,147 @@
+#include "apps/corvane/Options/Common.h"
+
+#include <fmt/core.h>
+
+#include <limits>
+
+#include <Corvane/Base/Module.h>
+
+#include "apps/corvane/Options/Values.h"
+#include "apps/corvane/Text.h"
+
+namespace CorvaneCli {
+namespace {
+
+using Corvane::ZString;
+
+std::string VersionText() {
+  std::string text = fmt::format("corvane {}", CORVANE_VERSION);
+  for (const Corvane::ZModule& module : Corvane::ZModuleRegistry::GetModules()) {
+    text += fmt::format("\nlibrary {} {}", ToUtf8(module.GetName()), ToUtf8(module.GetVersion().ToString()));
+  }
+  return text;
+}
+
+// From this mark on the library limits from the first byte, without measuring.
+constexpr unsigned int kNoMeasuring = 1000000000;
+
+}  // namespace
+
+void CommonDefinition::AddTransferOptions(CLI::App& command) {
+  AddLoginOptions(command);
+  AddSpeedOptions(command);
+  AddMessageOptions(command);
+}
+
+void CommonDefinition::AddLoginOptions(CLI::App& command) {
+  Group group(command, "TLS and login");
+  group.Add("--user", m_user, "NAME",
+            "Log in as NAME, over plain http with NTLM only. The password comes from --password-file, else from the "
+            "variable CORVANE_PASSWORD, else it is asked for");
+  group.Add("--password-file", m_passwordFile, "FILE", "The first line of FILE is the password");
+  group.Add("--cacert", m_caFile, "FILE", "Trust the certificates in FILE (PEM)");
+  group.Add("--capath", m_caDirectory, "DIR", "Trust the certificates in DIR, which openssl rehash has prepared");
+  group.AddFlag("--insecure", m_insecure, "Do not verify the server's certificate");
+}
+
+void CommonDefinition::AddSpeedOptions(CLI::App& command) {
+  Group group(command, "Time and speed");
+  group.Add("--timeout", m_timeout, "S", "Give up after S seconds without a connection or data; 0: never [300]");
+  group.Add("--limit", m_limit, "RATE", "Receive at most RATE bytes a second; k, M or G may follow the number");
+  group.Add("--limit-percent", m_limitPercent, "N",
+            "Receive at most N percent of the speed, which is measured for 10 seconds every 3 minutes");
+  group.Add("--low-water", m_lowWater, "RATE", "Measure, and limit only when the speed is below RATE [limit always]");
+  group.AddFlag("--no-throttle", m_noThrottle, "Take no part in the measuring and limiting");
+}
+
+void CommonDefinition::AddMessageOptions(CLI::App& command) {
+  Group group(command, "Messages");
+  group.AddFlag("--json", m_json, "Print one JSON object about the transfer on standard output");
+  group.AddFlag("-q,--quiet", m_quiet, "No progress line and no notes; failures are told all the same");
+  group.AddFlag("-v,--verbose", m_verbose, "Tell on standard error what is going on");
+  group.Add("--log-file", m_logFile, "FILE", "Append what is going on, with the time, to FILE");
+  AddInformationOptions(command);
+}
+
+void CommonDefinition::AddOutput(Group& group, const char* help) { group.Add("-o,--output", m_output, "FILE", help); }
+
+void CommonDefinition::AddAcceptHttpErrors(Group& group) {
+  group.AddFlag("--accept-http-errors", m_acceptHttpErrors,
+                "Take the answer to a failed request (404 ...) for a success");
+}
+
+void AddInformationOptions(CLI::App& command) {
+  command.set_help_flag("-h,--help", "Print this help")->group("Information");
+  command.set_version_flag("--version", VersionText, "Print the versions of program and library")->group("Information");
+}
+
+CommonOptions CommonDefinition::Understand(const Given& given) const {
+  // More than this libcurl cannot count in milliseconds.
+  constexpr unsigned long long kMostSeconds = std::numeric_limits<int>::max() / 1000;
+  CommonOptions common;
+  if (given.Has("--timeout")) {
+    common.timeoutSeconds =
+        static_cast<unsigned long>(UnderstandNumber("--timeout", m_timeout, 0, kMostSeconds, "number of seconds"));
+  }
+  common.user = User(given);
+  common.passwordFile = given.Path("--password-file", m_passwordFile);
+  given.Exclude({"--insecure", "--cacert", "--capath"}, "choose one of the two");
+  common.caFile = given.Path("--cacert", m_caFile);
+  common.caDirectory = given.Path("--capath", m_caDirectory);
+  common.insecure = m_insecure;
+  common.throttling = UnderstandThrottling(given);
+  common.noThrottle = m_noThrottle;
+  common.json = m_json;
+  common.quiet = m_quiet;
+  common.verbose = m_verbose;
+  common.logFile = given.Path("--log-file", m_logFile);
+  return common;
+}
+
+std::optional<ZString> CommonDefinition::User(const Given& given) const {
+  given.Require("--password-file", "--user");
+  if (!given.Has("--user")) return std::nullopt;
+  if (m_user.empty()) RefuseUsage("--user got an empty name; give the name to log in with");
+  if (m_user.find(':') != std::string::npos) {
+    // People who know other programs write NAME:PASSWORD; it must not be repeated here.
+    RefuseUsage(
+        "--user takes a name without a colon and never a password; the password comes from --password-file FILE, "
+        "from the variable CORVANE_PASSWORD or from a question");
+  }
+  return DecodeValue("--user", m_user);
+}
+
+std::optional<Throttling> CommonDefinition::UnderstandThrottling(const Given& given) const {
+  given.Exclude({"--limit", "--limit-percent"}, "choose one of the two");
+  for (const char* const option : {"--limit", "--limit-percent", "--low-water"}) {
+    given.Exclude({"--no-throttle", option}, "leave one of the two out");
+  }
+  const bool percent = given.Has("--limit-percent");
+  if (given.Has("--low-water") && !percent) given.Require("--low-water", "--limit");
+  if (!percent && !given.Has("--limit")) return std::nullopt;
+  Throttling throttling;
+  throttling.percent = percent;
+  if (percent) {
+    throttling.limit =
+        static_cast<unsigned int>(UnderstandNumber("--limit-percent", m_limitPercent, 1, 100, "percentage"));
+    // A percentage has to be measured anyway; with the highest mark every speed counts as low, so that it is always limited.
+    throttling.lowWaterMark = std::numeric_limits<unsigned int>::max();
+  } else {
+    throttling.limit = UnderstandRate("--limit", m_limit, 1024) / 1024;
+    throttling.lowWaterMark = kNoMeasuring;
+  }
+  if (given.Has("--low-water")) throttling.lowWaterMark = UnderstandRate("--low-water", m_lowWater, 1);
+  return throttling;
+}
+
+std::optional<std::string> CommonDefinition::Output(const Given& given) const {
+  std::optional<std::string> output = given.Path("-o", m_output);
+  if (output == "-") {
+    RefuseUsage(
+        "-o - names no file; leave -o out to write text to the standard output, or use -o /dev/stdout for binary data "
+        "through a pipe");
+  }
+  return output;
+}
+
+}  // namespace CorvaneCli

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+
+#include "apps/corvane/Options.h"
+#include "apps/corvane/Options/Definition.h"
+#include "apps/corvane/Options/Given.h"
+
+namespace CorvaneCli {
+
+// The options that commands share. One object serves all of them: only one command is ever parsed.
+class CommonDefinition {
+ public:
+  // Those of a command that transfers: all of them.
+  void AddTransferOptions(CLI::App& command);
+  // Those of a command that does not.
+  void AddMessageOptions(CLI::App& command);
+  // Into a group of the command's own.
+  void AddOutput(Group& group, const char* help);
+  void AddAcceptHttpErrors(Group& group);
+
+  // What was read. Throws Failure(kUsage).
+  [[nodiscard]] CommonOptions Understand(const Given& given) const;
+  [[nodiscard]] std::optional<std::string> Output(const Given& given) const;
+  [[nodiscard]] bool AcceptHttpErrors() const noexcept { return m_acceptHttpErrors; }
+
+ private:
+  void AddLoginOptions(CLI::App& command);
+  void AddSpeedOptions(CLI::App& command);
+  [[nodiscard]] std::optional<Corvane::ZString> User(const Given& given) const;
+  [[nodiscard]] std::optional<Throttling> UnderstandThrottling(const Given& given) const;
+
+  std::string m_output;
+  bool m_acceptHttpErrors = false;
+  std::string m_timeout;
+  std::string m_user;
+  std::string m_passwordFile;
+  std::string m_caFile;
+  std::string m_caDirectory;
+  bool m_insecure = false;
+  std::string m_limit;
+  std::string m_limitPercent;
+  std::string m_lowWater;
+  bool m_noThrottle = false;
+  bool m_json = false;
+  bool m_quiet = false;
+  bool m_verbose = false;
+  std::string m_logFile;
+};
+
+// --help and --version, for the program and for each command.
+void AddInformationOptions(CLI::App& command);
+
+}  // namespace CorvaneCli

@@ -1,0 +1,47 @@
+#include "apps/corvane/Options/Given.h"
+
+#include <fmt/core.h>
+
+#include "apps/corvane/Options/Values.h"
+
+namespace CorvaneCli {
+
+bool Given::Has(const char* option) const {
+  const CLI::Option* const found = m_command.get_option_no_throw(option);
+  return found != nullptr && found->count() > 0;
+}
+
+void Given::Exclude(std::initializer_list<const char*> options, const char* remedy) const {
+  std::vector<const char*> given;
+  for (const char* const option : options) {
+    if (Has(option)) given.push_back(option);
+  }
+  if (given.size() > 1) RefuseUsage(fmt::format("{} and {} cannot be used together; {}", given[0], given[1], remedy));
+}
+
+void Given::Require(const char* option, const char* needed) const {
+  if (Has(option) && !Has(needed)) {
+    RefuseUsage(fmt::format("{0} needs {1}; give {1} too, or leave {0} out", option, needed));
+  }
+}
+
+std::optional<std::string> Given::Path(const char* option, const std::string& value) const {
+  if (!Has(option)) return std::nullopt;
+  if (value.empty()) RefuseUsage(fmt::format("{} got an empty name; give the name of a file", option));
+  return value;
+}
+
+std::vector<std::string> Given::Words() const {
+  std::vector<std::string> words = {"corvane", m_command.get_name()};
+  for (const CLI::Option* const option : m_command.get_options()) {
+    if (option->count() == 0 || option->check_name("--output") || option->check_name("--resume")) continue;
+    const bool isFlag = option->get_expected_max() == 0;
+    for (const std::string& value : option->results()) {
+      if (!option->get_positional()) words.push_back("--" + option->get_lnames().front());
+      if (!isFlag) words.push_back(value);
+    }
+  }
+  return words;
+}
+
+}  // namespace CorvaneCli

@@ -1,0 +1,65 @@
+#include "apps/corvane/Options/HelpFormatter.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace CorvaneCli {
+namespace {
+
+constexpr std::size_t kHelpColumns = 80;
+constexpr std::size_t kTextColumn = 26;
+
+// "  NAME      text", the text wrapped at kHelpColumns.
+std::string FormatEntry(const std::string& name, std::string_view text) {
+  std::string entry = "  " + name;
+  std::size_t column = entry.size();
+  if (column + 2 > kTextColumn) {
+    entry += '\n';
+    column = 0;
+  }
+  entry.append(kTextColumn - column, ' ');
+  column = kTextColumn;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(' '), text.size());
+    if (column > kTextColumn && column + 1 + end > kHelpColumns) {
+      entry.append("\n").append(kTextColumn, ' ');
+      column = kTextColumn;
+    } else if (column > kTextColumn) {
+      entry += ' ';
+      ++column;
+    }
+    entry.append(text.substr(0, end));
+    column += end;
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return entry + '\n';
+}
+
+std::string FormatOption(const CLI::Option& option) {
+  std::string name = option.get_snames().empty() ? "    " : "-" + option.get_snames().front() + ", ";
+  name += "--" + option.get_lnames().front();
+  if (option.get_expected_max() > 0 && !option.get_type_name().empty()) name += " " + option.get_type_name();
+  return FormatEntry(name, option.get_description());
+}
+
+}  // namespace
+
+std::string HelpFormatter::make_help(const CLI::App* app, std::string /*name*/, CLI::AppFormatMode /*mode*/) const {
+  std::string help = fmt::format("Usage: corvane {}\n\n{}\n", m_texts.usage, m_texts.description);
+  const auto all = [](const CLI::App*) { return true; };
+  if (!app->get_subcommands(all).empty()) help += "\nCommands:\n";
+  for (const CLI::App* const command : app->get_subcommands(all)) {
+    help += FormatEntry(command->get_name(), command->get_description());
+  }
+  for (const std::string& group : app->get_groups()) {
+    const auto options = app->get_options(
+        [&](const CLI::Option* option) { return option->get_group() == group && !option->get_positional(); });
+    if (!options.empty()) help += fmt::format("\n{}:\n", group);
+    for (const CLI::Option* const option : options) help += FormatOption(*option);
+  }
+  return fmt::format("{}\n{}\n", help, m_texts.footer);
+}
+
+}  // namespace CorvaneCli

@@ -1,0 +1,68 @@
+#include "apps/corvane/Options/HelpTexts.h"
+
+namespace CorvaneCli {
+
+const HelpTexts kProgramHelp = {"COMMAND [ARGUMENT ...]", "Transfers files and data over HTTP, HTTPS and FTP.",
+                                R"(Exit status:
+  0  success                          3  cannot write, or no space
+  1  the transfer failed              4  TLS or authentication failed
+  2  the command line is wrong      130  interrupted
+
+Examples:
+  corvane get https://example.com/news.txt
+  corvane get https://example.com/big.iso -o big.iso
+  corvane post https://example.com/form --field name=Ada --field "note=a & b"
+  corvane mirror ftp://example.com/pub/ pub --resume
+  corvane resolve example.com
+
+"corvane COMMAND --help" tells the options of a command; see also corvane(1).)"};
+
+const HelpTexts kGetHelp = {"get URL [OPTION ...]",
+                            R"(Downloads URL to the standard output as UTF-8 text or, with -o, byte by byte
+into a file. A URL without a scheme is completed with http://.)",
+                            R"(A file that exists is replaced only when the download is complete. What a
+failed or interrupted download has received is kept, and a message tells how to
+go on.
+
+Examples:
+  corvane get example.com/list.txt | sort
+  corvane get https://example.com/big.iso -o big.iso
+  corvane get https://example.com/big.iso -o big.iso --resume
+  corvane get https://intranet.example/report --user ada --cacert ca.pem
+  corvane get https://example.com/big.iso -o big.iso --limit 500k)"};
+
+const HelpTexts kPostHelp = {
+    "post URL --field NAME=VALUE ... [OPTION ...]\n"
+    "       corvane post URL (--data TEXT | --file PATH) [OPTION ...]",
+    R"(Posts form fields, a text or a file to URL and prints the answer as UTF-8 text
+or, with -o, writes it byte by byte into a file. A URL without a scheme is
+completed with http://. The content type is application/x-www-form-urlencoded.)",
+    R"(Examples:
+  corvane post https://example.com/form --field name=Ada --field "note=a & b"
+  corvane post https://example.com/api --data "id=7&state=done"
+  corvane post https://example.com/upload --file report.csv -o answer.txt)"};
+
+const HelpTexts kMirrorHelp = {"mirror URL DIR [OPTION ...]",
+                               R"(Fetches the files of the directory URL, without its subdirectories, into the
+directory DIR. Which files there are is taken from the directory page (HTTP) or
+the listing (FTP) that the server sends, or from --sizes. Files get the mode
+0755.)",
+                               R"(Files in DIR that the server has too are given up for the new ones, unless
+--resume finds that they are complete or a beginning. A file whose size is not
+known, as on most HTTP servers, is always fetched again.
+
+A list has a line for each file: its name, a tab, and a number. On the server,
+"stat --printf '%n\t%s\n' *" writes that of the sizes in bytes and
+"stat --printf '%n\t%Y\n' *" that of the times in seconds since 1970.
+
+Examples:
+  corvane mirror ftp://example.com/pub/ pub --resume
+  corvane mirror https://example.com/pub/ pub --sizes sizes --ignore README)"};
+
+const HelpTexts kResolveHelp = {"resolve HOST [OPTION ...]",
+                                "Looks HOST up and prints its name, other names and addresses, one on a line.",
+                                R"(Examples:
+  corvane resolve localhost
+  corvane resolve example.com --json)"};
+
+}  // namespace CorvaneCli

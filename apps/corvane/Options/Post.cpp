@@ -1,0 +1,81 @@
+#include <fmt/core.h>
+
+#include "apps/corvane/Options/Common.h"
+#include "apps/corvane/Options/Definition.h"
+#include "apps/corvane/Options/Values.h"
+#include "apps/corvane/Text.h"
+
+// The options of corvane post.
+
+namespace CorvaneCli {
+namespace {
+
+using Corvane::ZString;
+
+// The order and the repetitions of the fields stay as they were given.
+ZString FormBody(const std::vector<std::string>& fields) {
+  std::string body;
+  for (const std::string& field : fields) {
+    const std::string text = ToUtf8(DecodeValue("--field", field));
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos) {
+      RefuseUsage(fmt::format("--field {} has no \"=\"; give NAME=VALUE", ShownValue(field)));
+    }
+    if (!body.empty()) body += '&';
+    body += PercentEncode(text.substr(0, equals)) + '=' + PercentEncode(text.substr(equals + 1));
+  }
+  return FromUtf8(body);
+}
+
+class PostDefinition : public CommandDefinition {
+ public:
+  explicit PostDefinition(CommonDefinition& common) : m_common(common) {}
+
+  [[nodiscard]] const char* Name() const override { return "post"; }
+
+  void AddTo(CLI::App& program) override {
+    CLI::App& command = AddCommand(program, Name(), "Send form fields, a text or a file to a URL", kPostHelp);
+    command.add_option("URL", m_url)->required();
+    Group content(command, "Content");
+    content.AddList("--field", m_fields, "NAME=VALUE", "A form field, percent-encoded on its way; may be repeated");
+    content.Add("--data", m_data, "TEXT", "A text, sent as it is in UTF-8");
+    content.Add("--file", m_file, "PATH", "The content of a file, sent as it is");
+    Group group(command, "Output");
+    m_common.AddOutput(group, "Write the answer into FILE instead of to the standard output");
+    m_common.AddAcceptHttpErrors(group);
+    m_common.AddTransferOptions(command);
+  }
+
+  [[nodiscard]] AnyCommand Understand(const Given& given) const override {
+    given.Exclude({"--field", "--data", "--file"}, "choose one of the two");
+    PostCommand command{MakeTarget(m_url), m_common.Output(given), m_common.AcceptHttpErrors(), ZString()};
+    if (command.target.scheme == "ftp") {
+      RefuseUsage(fmt::format("cannot post to {}: FTP has no posts; use an http or https URL", command.target.display));
+    }
+    if (given.Has("--field")) {
+      command.content = FormBody(m_fields);
+    } else if (given.Has("--data")) {
+      command.content = DecodeValue("--data", m_data);
+    } else if (const std::optional<std::string> file = given.Path("--file", m_file)) {
+      command.content = *file;
+    } else {
+      RefuseUsage("nothing to post; give --field NAME=VALUE, --data TEXT or --file PATH");
+    }
+    return command;
+  }
+
+ private:
+  CommonDefinition& m_common;
+  std::string m_url;
+  std::vector<std::string> m_fields;
+  std::string m_data;
+  std::string m_file;
+};
+
+}  // namespace
+
+std::unique_ptr<CommandDefinition> DefinePost(CommonDefinition& common) {
+  return std::make_unique<PostDefinition>(common);
+}
+
+}  // namespace CorvaneCli

@@ -1,0 +1,120 @@
+// The progress line and the summaries, without a transfer.
+
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include "apps/corvane/Progress.h"
+#include "apps/corvane/Text.h"
+
+namespace CorvaneCli {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+ProgressLine HalfWay() {
+  ProgressLine line;
+  line.label = "big.iso";
+  line.sample = {5 << 20, 10 << 20, std::nullopt, std::nullopt};
+  line.bytesPerSecond = 1 << 20;
+  line.elapsedSeconds = 7;
+  return line;
+}
+
+TEST(FormatProgress, ShowsBarPercentBytesRateAndTimeLeft) {
+  EXPECT_EQ(FormatProgress(HalfWay(), 80),
+            "big.iso   50%  [========>          ]  5.0 MiB of 10.0 MiB  1.0 MiB/s  0:05 left");
+}
+
+TEST(FormatProgress, IsAlwaysNarrowerThanTheTerminal) {
+  ProgressLine line = HalfWay();
+  for (const char* const label : {"", "big.iso", "a-very-long-name-that-does-not-fit-anywhere-at-all.iso"}) {
+    line.label = label;
+    for (std::size_t columns = 0; columns < 200; ++columns) {
+      const std::size_t width = DisplayWidth(FormatProgress(line, columns));
+      EXPECT_TRUE(width == 0 || width < columns) << columns;
+    }
+  }
+}
+
+TEST(FormatProgress, LeavesTheBarOutFirst) {
+  EXPECT_EQ(FormatProgress(HalfWay(), 64), "big.iso   50%  5.0 MiB of 10.0 MiB  1.0 MiB/s  0:05 left");
+}
+
+TEST(FormatProgress, ShowsTheTimeSpentWhenTheLengthIsUnknown) {
+  ProgressLine line = HalfWay();
+  line.sample.total.reset();
+  EXPECT_EQ(FormatProgress(line, 80), "big.iso  5.0 MiB  1.0 MiB/s  0:07");
+}
+
+TEST(FormatProgress, SaysThatItWaitsBeforeTheFirstByte) {
+  ProgressLine line;
+  line.label = "big.iso";
+  line.elapsedSeconds = 3;
+  EXPECT_EQ(FormatProgress(line, 80), "big.iso  waiting  0:03");
+}
+
+TEST(FormatProgress, ShowsTheFilesOfAMirror) {
+  ProgressLine line = HalfWay();
+  line.label = "pub";
+  line.sample.files = FileProgress{12, 1000};
+  EXPECT_EQ(FormatProgress(line, 100),
+            "pub  12 of 1000 files   50%  [===========>             ]  5.0 MiB of 10.0 MiB  1.0 MiB/s  0:05 left");
+}
+
+TEST(FormatProgress, CountsFilesWhileTheNumberOfBytesIsNotKnown) {
+  ProgressLine line = HalfWay();
+  line.label = "pub";
+  line.sample.total.reset();
+  line.sample.files = FileProgress{3, 8};
+  line.elapsedSeconds = 10;
+  EXPECT_EQ(FormatProgress(line, 80),
+            "pub  3 of 8 files   37%  [======>              ]  5.0 MiB  1.0 MiB/s  0:17 left");
+  line.sample.files = FileProgress{0, 8};
+  EXPECT_THAT(FormatProgress(line, 80), AllOf(HasSubstr("  0 of 8 files    0%  "), HasSubstr("  0:10")));
+  line.sample.files = FileProgress{8, 8};
+  EXPECT_THAT(FormatProgress(line, 80), AllOf(HasSubstr("100%"), HasSubstr("0:00 left")));
+}
+
+TEST(FormatSummary, TellsWhatAMirrorDid) {
+  EXPECT_EQ(FormatSummary("pub", {12, 3, 1, 5 << 20, 2000}),
+            "pub  12 fetched, 3 skipped, 1 resumed; 5.0 MiB in 2.0 s (2.5 MiB/s)");
+}
+
+TEST(FormatProgress, SurvivesMoreBytesThanTheServerPromised) {
+  ProgressLine line = HalfWay();
+  line.sample.bytes = 20 << 20;
+  EXPECT_THAT(FormatProgress(line, 80), AllOf(HasSubstr("100%"), Not(HasSubstr("left"))));
+  line.sample = {0, 0, std::nullopt, std::nullopt};
+  EXPECT_THAT(FormatProgress(line, 80), HasSubstr("100%"));
+}
+
+TEST(RateWindow, MeasuresTheLastSecondsOnly) {
+  RateWindow window;
+  const RateWindow::Clock::time_point start;
+  window.Add(start, 0);
+  EXPECT_EQ(window.BytesPerSecond(), 0U);
+  window.Add(start, 100);  // no time has passed
+  EXPECT_EQ(window.BytesPerSecond(), 0U);
+  for (int second = 1; second <= 20; ++second) window.Add(start + std::chrono::seconds(second), 100);
+  EXPECT_EQ(window.BytesPerSecond(), 0U);
+  for (int second = 21; second <= 30; ++second) {
+    window.Add(start + std::chrono::seconds(second), static_cast<unsigned long long>(second) * 1000);
+  }
+  EXPECT_EQ(window.BytesPerSecond(), 1000U);
+}
+
+TEST(RateWindow, BeginsAnewWhenTheCountGoesDown) {
+  RateWindow window;
+  const RateWindow::Clock::time_point start;
+  window.Add(start, 1000000);
+  window.Add(start + std::chrono::seconds(1), 10);
+  EXPECT_EQ(window.BytesPerSecond(), 0U);
+  window.Add(start + std::chrono::seconds(2), 30);
+  EXPECT_EQ(window.BytesPerSecond(), 20U);
+}
+
+}  // namespace
+}  // namespace CorvaneCli
