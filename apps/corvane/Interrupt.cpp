@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <ctime>
 #include <system_error>
 #include <utility>
 
@@ -40,7 +42,38 @@ bool IsIgnored(int signal) {
   return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-void ExitFromHandler(int /*signal*/) { _exit(static_cast<int>(ExitCode::kInterrupted)); }
+[[noreturn]] void Exit() { _exit(static_cast<int>(ExitCode::kInterrupted)); }
+
+void ExitFromHandler(int /*signal*/) { Exit(); }
+
+// --- the first signal and those after it. The process has one first signal, and the handler below needs to know it.
+
+constexpr long long kSameMs = 500;               // signals within this time of the first count as one with it
+constinit std::atomic<long long> sm_firstMs{0};  // when it came; 0 before
+static_assert(std::atomic<long long>::is_always_lock_free);  // so that a handler may read it
+
+// Milliseconds of a clock that never goes back; for handlers, too.
+long long NowMs() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+bool IsSecondSignal() noexcept { return NowMs() - sm_firstMs.load(std::memory_order_relaxed) >= kSameMs; }
+
+void ExitFromHandlerAtSecond(int /*signal*/) {
+  if (IsSecondSignal()) Exit();
+}
+
+// For the time after the transfer: what is left to be printed must not be lost to the rest of the first signal.
+void ExitAtSecondSignal(const sigset_t& signals) {
+  struct sigaction action {};
+  action.sa_handler = ExitFromHandlerAtSecond;
+  action.sa_flags = SA_RESTART;
+  for (const int signal : kEndingSignals) {
+    if (sigismember(&signals, signal) == 1) sigaction(signal, &action, nullptr);
+  }
+}
 
 }  // namespace
 
@@ -66,6 +99,7 @@ Interrupt::Interrupt() {
 Interrupt::~Interrupt() {
   Raise(m_stop);
   m_watcher.join();
+  if (HasHappened()) ExitAtSecondSignal(m_signals);
   pthread_sigmask(SIG_SETMASK, &m_formerMask, nullptr);
 }
 
@@ -102,8 +136,12 @@ void Interrupt::Watch() {
 void Interrupt::HandleSignal() {
   signalfd_siginfo arrival{};
   while (read(m_arrivals.Get(), &arrival, sizeof(arrival)) == static_cast<ssize_t>(sizeof(arrival))) {
-    if (HasHappened()) _exit(static_cast<int>(ExitCode::kInterrupted));
-    Raise(m_happened);
+    if (!HasHappened()) {
+      sm_firstMs.store(NowMs(), std::memory_order_relaxed);
+      Raise(m_happened);
+    } else if (IsSecondSignal()) {
+      Exit();
+    }
   }
 }
 

@@ -15,11 +15,12 @@ namespace CorvaneCli {
 void ExitOnSignals();
 
 // Watches for SIGINT, SIGTERM and SIGHUP on a thread of its own, with the signals blocked everywhere else; one that the
-// program was started to ignore (by nohup, say) stays ignored. The first signal asks what is armed to end; a second one ends
-// the process at once with status 130, whatever it is doing.
+// program was started to ignore (by nohup, say) stays ignored. The first signal asks what is armed to end; a second one, at
+// least half a second later, ends the process at once with status 130, whatever it is doing. One that comes sooner
+// belongs to the first: timeout(1), for one, sends to the process and then to its group.
 //
 // Construct it before any other thread, which then inherits the blocked signals. The destructor unblocks them again, so that
-// afterwards a signal ends the program in the ordinary way.
+// afterwards a signal ends the program in the ordinary way, or as a second one when it is one.
 // Thread safety: HasHappened from any thread; the rest from the thread that constructed it.
 class Interrupt {
  public:

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 
 #include "tests/cli/CliTesting.h"
 #include "tests/support/Gate.h"
@@ -164,12 +165,32 @@ TEST(Interrupt, SecondSignalEndsAtOnce) {
   ASSERT_TRUE(program->WaitForTerminalOutput(" of 8.6 MiB"));
   program->Kill(SIGINT);
   ASSERT_TRUE(program->WaitForTerminalOutput("once more ends at once"));
-  program->Kill(SIGINT);
+  const auto first = Clock::now();
+  while (program->IsRunning() && Clock::now() < first + kPatience) program->Kill(SIGINT);
   const auto result = program->Wait();
+  EXPECT_GE(Clock::now() - first, std::chrono::milliseconds(400)) << "those within half a second belong to the first";
+  EXPECT_LT(Clock::now() - first, std::chrono::seconds(5)) << "it did not wait for the throttle";
   ASSERT_TRUE(result.has_value());
   EXPECT_EQ(result->exitCode, kInterrupted) << result->Describe();
   EXPECT_THAT(result->terminal, testing::Not(HasSubstr("corvane: interrupted")));  // it did not wait for the transfer
   EXPECT_GT(FileSize(folder / "f"), 0U);
+}
+
+// timeout(1) sends its signal to the program and then to the program's group.
+TEST(Interrupt, SignalsWithinHalfASecondAreOne) {
+  const StallingServer server;
+  for (const auto& [first, second] : {std::pair(SIGINT, SIGTERM), std::pair(SIGTERM, SIGHUP)}) {
+    const TempDir folder;
+    const auto program = StartCorvane({"get", server.Url(), "-o", folder / "f", "--json"});
+    ASSERT_TRUE(AwaitSize(folder / "f", 1000));
+    program->Kill(first);
+    program->Kill(second);
+    const auto result = program->Wait();
+    ASSERT_TRUE(result.has_value());
+    EXPECT_EQ(result->exitCode, kInterrupted) << result->Describe();
+    EXPECT_THAT(result->err, AllOf(HasSubstr("corvane: interrupted\n"), HasSubstr("continue with: ")));
+    EXPECT_EQ(ParseReport(*result)["error"], "interrupted");
+  }
 }
 
 // As nohup and shells starting a program in the background do.
