@@ -25,10 +25,10 @@ int WriteStandardOutput(const std::string& bytes) {
 
 void TellFailure(const Report& report, Environment& environment) {
   environment.console.Error(report.error);
-  environment.logging.TellError(report.error);
+  environment.logging.RecordError(report.error);
   for (const std::string& note : report.notes) {
     environment.console.Error(note);
-    environment.logging.Tell(note);
+    environment.logging.Record(note);
   }
 }
 

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cerrno>
 #include <mutex>
-#include <vector>
 
 #include <Corvane/Base/Log.h>
 
@@ -71,12 +70,17 @@ spdlog::sink_ptr MakeFileSink(const std::string& file) {
 // Takes the libraries' lines. What a server or a file name put into them must not forge further lines.
 class Logging::Bridge : public ZLogger {
  public:
-  Bridge(std::vector<spdlog::sink_ptr> sinks, Console& console) : m_logger("corvane", sinks.begin(), sinks.end()) {
-    m_logger.flush_on(spdlog::level::info);
-    m_logger.set_error_handler([this, &console](const std::string& reason) {
-      if (!m_hasFailed.exchange(true))
-        console.Error("cannot write to the log: " + reason + "; lines are missing in it");
-    });
+  // Either sink may be null.
+  Bridge(const spdlog::sink_ptr& console, const spdlog::sink_ptr& file, Console& errors) {
+    if (console != nullptr) m_all.sinks().push_back(console);
+    for (spdlog::logger* const logger : {&m_all, &m_file}) {
+      if (file != nullptr) logger->sinks().push_back(file);
+      logger->flush_on(spdlog::level::info);
+      logger->set_error_handler([this, &errors](const std::string& reason) {
+        if (!m_hasFailed.exchange(true))
+          errors.Error("cannot write to the log: " + reason + "; lines are missing in it");
+      });
+    }
     EnableUpTo(ZLogLevel::Information);
     m_former = ZLog::SetLogger(this);
   }
@@ -87,8 +91,9 @@ class Logging::Bridge : public ZLogger {
   void Write(ZLogLevel level, const ZString& message, const char* file, int line) override {
     Log(LevelOf(level), fmt::format("{} ({}:{})", OneLine(ToUtf8(message)), file, line));
   }
-  void Log(spdlog::level::level_enum level, const std::string& text) {
-    m_logger.log(level, spdlog::string_view_t(text));
+  void Log(spdlog::level::level_enum level, const std::string& text) { m_all.log(level, spdlog::string_view_t(text)); }
+  void LogToFile(spdlog::level::level_enum level, const std::string& text) {
+    m_file.log(level, spdlog::string_view_t(text));
   }
 
   static std::string OneLine(std::string text) {
@@ -100,16 +105,16 @@ class Logging::Bridge : public ZLogger {
   }
 
  private:
-  spdlog::logger m_logger;
+  spdlog::logger m_all{"corvane"};
+  spdlog::logger m_file{"corvane"};
   std::atomic<bool> m_hasFailed{false};
   ZLogger* m_former = nullptr;
 };
 
 Logging::Logging(bool verbose, const std::optional<std::string>& file, Console& console) {
-  std::vector<spdlog::sink_ptr> sinks;
-  if (verbose) sinks.push_back(std::make_shared<ConsoleSink>(console));
-  if (file) sinks.push_back(MakeFileSink(*file));
-  if (!sinks.empty()) m_bridge = std::make_unique<Bridge>(std::move(sinks), console);
+  if (!verbose && !file) return;
+  m_bridge = std::make_unique<Bridge>(verbose ? std::make_shared<ConsoleSink>(console) : nullptr,
+                                      file ? MakeFileSink(*file) : nullptr, console);
 }
 
 Logging::~Logging() = default;
@@ -118,8 +123,12 @@ void Logging::Tell(std::string_view text) {
   if (m_bridge != nullptr) m_bridge->Log(spdlog::level::info, Bridge::OneLine(std::string(text)));
 }
 
-void Logging::TellError(std::string_view text) {
-  if (m_bridge != nullptr) m_bridge->Log(spdlog::level::err, Bridge::OneLine(std::string(text)));
+void Logging::Record(std::string_view text) {
+  if (m_bridge != nullptr) m_bridge->LogToFile(spdlog::level::info, Bridge::OneLine(std::string(text)));
+}
+
+void Logging::RecordError(std::string_view text) {
+  if (m_bridge != nullptr) m_bridge->LogToFile(spdlog::level::err, Bridge::OneLine(std::string(text)));
 }
 
 }  // namespace CorvaneCli

@@ -11,7 +11,7 @@ namespace CorvaneCli {
 
 // Where log lines go, the libraries' and the program's own: to the console with -v, with their times to a file with
 // --log-file. While one exists it is the libraries' logger.
-// Thread safety: Tell from any thread. Errors: a line that cannot be written is lost, and the first such loss is told.
+// Thread safety: Tell and its kin from any thread. Errors: a line that cannot be written is lost, and the first such loss is told.
 class Logging {
  public:
   // Throws Failure(kLocal) when the file cannot be opened. `console` must outlive this object.
@@ -22,7 +22,9 @@ class Logging {
 
   // A line of the program's own, in UTF-8.
   void Tell(std::string_view text);
-  void TellError(std::string_view text);
+  // The same of what the console has been told already: into the file only.
+  void Record(std::string_view text);
+  void RecordError(std::string_view text);
 
  private:
   class Bridge;

@@ -54,7 +54,7 @@ ExitCode RunResolve(const ResolveCommand& command, Environment& environment) {
     code = ExitCode::kTransfer;
     report.error = fmt::format("cannot resolve {}: no address was found; check the name and the network", shown);
     environment.console.Error(report.error);
-    environment.logging.TellError(report.error);
+    environment.logging.RecordError(report.error);
   }
   if (environment.line.common.json) return PrintOutput(FormatJson(report), code, environment);
   return code == ExitCode::kSuccess ? PrintOutput(FormatLines(report), code, environment) : code;

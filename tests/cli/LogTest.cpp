@@ -24,6 +24,28 @@ TEST(Verbose, TellsWhatTheLibraryDoes) {
                                 HasSubstr("CurlGlobalInit: "), HasSubstr("ended with 0x00010000, 1 bytes")));
 }
 
+std::size_t CountOf(const std::string& part, const std::string& text) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+TEST(Verbose, TellsAFailureAndWhatIsKeptOnce) {
+  const ScriptedServer server([](Connection& peer) {
+    if (peer.ReadRequest()) peer.Send(FormatHead(200, {{"Content-Length", "500"}}) + MakePattern(200));
+  });
+  const TempDir folder;
+  const ProgramResult result =
+      RunCorvane({"get", server.Url("/a"), "-o", folder / "f", "-v", "--log-file", folder / "log"});
+  EXPECT_EQ(result.exitCode, 1) << result.Describe();
+  for (const std::string& text : {result.err, ReadFile(folder / "log")}) {
+    EXPECT_EQ(CountOf("cannot get " + server.Url("/a"), text), 1U) << text;
+    EXPECT_EQ(CountOf("200 B are kept in ", text), 1U) << text;
+  }
+  const ProgramResult unknown = RunCorvane({"resolve", std::string(64, 'x') + ".invalid", "-v"});
+  EXPECT_EQ(CountOf("cannot resolve", unknown.err), 1U) << unknown.err;
+}
+
 TEST(LogFile, GetsEveryLineWithItsTime) {
   const ScriptedServer server(KeepAlive(Content("x")));
   const TempDir folder;
