@@ -25,6 +25,7 @@ set(CORVANE_ZN_SOURCES
     TransferModule.cpp
     TransferErrorCodes.cpp
     GetHostByName.cpp
+    SystemTrust.cpp
     MultiDownload/Counters.cpp
     MultiDownload/FetchFiles.cpp
     MultiDownload/FileList.cpp

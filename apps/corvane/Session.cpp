@@ -23,7 +23,7 @@ using Corvane::ZTransfer;
 TrustStore ChooseTrust(const CommonOptions& common, const Target& target) {
   if (common.caFile) return UseTrustFile(*common.caFile);
   if (common.caDirectory) return UseTrustDirectory(*common.caDirectory);
-  return common.insecure || !target.IsHttps() ? TrustStore() : FindSystemTrust();
+  return common.insecure || !target.IsHttps() ? TrustStore() : UseSystemTrust();
 }
 
 std::optional<unsigned long long> Known(unsigned long long size) {

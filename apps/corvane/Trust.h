@@ -1,9 +1,9 @@
 #pragma once
 
-#include <initializer_list>
 #include <string>
 
 #include <Corvane/Base/String.h>
+#include <Corvane/SystemTrust.h>
 
 namespace CorvaneCli {
 
@@ -13,11 +13,8 @@ struct TrustStore {
   Corvane::ZString directory;  // names as openssl-rehash(1) makes them
 };
 
-// The system's own, from the usual places. Throws Failure(kSecurity), naming the remedy, when there is none.
-[[nodiscard]] TrustStore FindSystemTrust();
-// The same over other places: the first directory with a certificate in it, or else the first file that can be read.
-[[nodiscard]] TrustStore FindTrust(std::initializer_list<const char*> directories,
-                                   std::initializer_list<const char*> files);
+// The system's own. Throws Failure(kSecurity), naming the remedy, when there is none.
+[[nodiscard]] TrustStore UseSystemTrust(const Corvane::ZSystemTrust& found = Corvane::ZFindSystemTrust());
 
 // What --cacert and --capath name. Throw Failure(kSecurity) when it cannot be used: the library would go on unverified.
 [[nodiscard]] TrustStore UseTrustFile(const std::string& path);

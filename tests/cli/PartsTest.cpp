@@ -11,12 +11,11 @@
 #include "apps/corvane/Text.h"
 #include "apps/corvane/Trust.h"
 #include "tests/support/Env.h"
-#include "tests/support/Pki.h"
-#include "tests/support/TempDir.h"
 
 namespace CorvaneCli {
 namespace {
 
+using Corvane::ZString;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -144,26 +143,11 @@ TEST(Target, LabelIsTheLastPartOfThePathOrElseTheHost) {
 
 // --- certificates
 
-TEST(FindTrust, PrefersADirectoryWithCertificates) {
-  const CorvaneTest::TempDir folder;
-  const CorvaneTest::Pki pki = CorvaneTest::MakePki(folder.Path());
-  const std::string empty = folder / "empty";
-  std::filesystem::create_directory(empty);
-  const TrustStore both = FindTrust({empty.c_str(), pki.caDirectory.c_str()}, {pki.caFile.c_str()});
-  EXPECT_EQ(ToUtf8(both.directory), pki.caDirectory);
-  EXPECT_TRUE(both.file.IsEmpty());
-  const TrustStore file = FindTrust({empty.c_str()}, {"/no/such/file", pki.caFile.c_str()});
-  EXPECT_EQ(ToUtf8(file.file), pki.caFile);
-  EXPECT_TRUE(file.directory.IsEmpty());
-}
-
-TEST(FindTrust, RefusesASystemWithoutCertificates) {
-  const CorvaneTest::TempDir folder;
-  CorvaneTest::WriteFile(folder / "empty.pem", "");
-  const std::string path = folder.Path();
-  const std::string file = folder / "empty.pem";
+TEST(UseSystemTrust, RefusesASystemWithoutCertificates) {
+  EXPECT_EQ(UseSystemTrust({L"/a.pem", ZString()}).file, ZString(L"/a.pem"));
+  EXPECT_EQ(UseSystemTrust({ZString(), L"/certs"}).directory, ZString(L"/certs"));
   try {
-    static_cast<void>(FindTrust({path.c_str(), "/no/such/directory"}, {file.c_str(), path.c_str()}));
+    static_cast<void>(UseSystemTrust({}));
     FAIL();
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.Code(), ExitCode::kSecurity);

@@ -114,7 +114,7 @@ TEST(Trust, UnusableFilesAreRefusedBeforeAnyRequest) {
   };
   const Case cases[] = {
       {"--cacert", folder / "missing", "No such file or directory"},
-      {"--cacert", folder / "empty.pem", "it is empty"},
+      {"--cacert", folder / "empty.pem", "no certificate is in it"},
       {"--cacert", folder.Path(), "it is a directory; use --capath"},
       {"--cacert", folder / "\xFF", "the locale cannot express the name"},
       {"--capath", folder / "missing", "No such file or directory"},
