@@ -33,7 +33,8 @@ void GetFile(const GetCommand& command, Environment& environment, Report& report
   if (Corvane::IsFailure(report.status)) session.Fail(kDoing, &file, true, report);
   file.Commit();
   if (!environment.line.common.quiet && !environment.line.common.json) {
-    environment.console.FinishStatus(FormatSummary(label, report.downloadSize, report.transferTimeMs));
+    environment.console.FinishStatus(
+        FormatSummary(label, report.downloadSize, file.ResumeOffset(), report.transferTimeMs));
   }
 }
 

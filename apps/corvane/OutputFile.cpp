@@ -100,6 +100,7 @@ void OutputFile::ChooseKind(bool resume) {
     Refuse("it is also where the standard output goes, and holds data", "choose another file with -o");
   } else {
     m_kind = resume && status.st_size > kResumeThreshold ? Kind::kResume : Kind::kReplace;
+    if (IsResumed()) m_resumeOffset = static_cast<unsigned long long>(status.st_size - kResumeMargin);
   }
 }
 

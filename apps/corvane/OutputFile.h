@@ -13,6 +13,8 @@ namespace CorvaneCli {
 
 // In bytes. What the library takes for too short to be resumed: it would truncate such a file before an answer has come.
 inline constexpr off_t kResumeThreshold = 64;
+// In bytes. How much of the end of a resumed file the library fetches again.
+inline constexpr off_t kResumeMargin = 32;
 
 // The file that -o names, written so that nothing the user had is lost when the transfer fails:
 //
@@ -49,6 +51,8 @@ class OutputFile {
   [[nodiscard]] const std::string& Path() const noexcept { return m_path; }
   [[nodiscard]] bool IsReplacement() const noexcept { return m_kind == Kind::kReplace; }
   [[nodiscard]] bool IsResumed() const noexcept { return m_kind == Kind::kResume; }
+  // Bytes that a resumed transfer counts without having received them; 0 for any other.
+  [[nodiscard]] unsigned long long ResumeOffset() const noexcept { return m_resumeOffset; }
   [[nodiscard]] bool IsRegular() const noexcept { return m_kind != Kind::kDevice; }
 
   // After a success: puts the new file in the place of the old one.
@@ -73,6 +77,7 @@ class OutputFile {
   std::string m_path;   // what it leads to
   std::string m_workPath;
   Kind m_kind = Kind::kNew;
+  unsigned long long m_resumeOffset = 0;
   bool m_isSettled = false;
   Descriptor m_held;  // open on the work file with Options::keepRefused
   Corvane::ZString m_workName;

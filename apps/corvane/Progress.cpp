@@ -27,7 +27,7 @@ std::string FormatBar(unsigned int percent, std::size_t columns) {
 }
 
 std::string FormatAmount(const ProgressSample& sample) {
-  if (!sample.total) return FormatBytes(sample.bytes);
+  if (!sample.total || sample.bytes > *sample.total) return FormatBytes(sample.bytes);
   return fmt::format("{} of {}", FormatBytes(sample.bytes), FormatBytes(*sample.total));
 }
 
@@ -58,6 +58,7 @@ unsigned int Percent(double part, double whole) {
 
 // Unset while there is no telling.
 std::optional<unsigned int> PercentOf(const ProgressSample& sample) {
+  if (sample.total && sample.bytes > *sample.total) return std::nullopt;
   if (sample.total) return Percent(static_cast<double>(sample.bytes), static_cast<double>(*sample.total));
   if (!sample.files) return std::nullopt;
   return Percent(static_cast<double>(sample.files->done), static_cast<double>(sample.files->known));
@@ -94,8 +95,11 @@ std::string FormatProgress(const ProgressLine& line, std::size_t columns) {
   return Shorten(begin + amount, room);
 }
 
-std::string FormatSummary(const std::string& label, unsigned long long bytes, long long milliseconds) {
-  return fmt::format("{}  {}", label, FormatSpeed(bytes, milliseconds));
+std::string FormatSummary(const std::string& label, unsigned long long bytes, unsigned long long before,
+                          long long milliseconds) {
+  if (before == 0) return fmt::format("{}  {}", label, FormatSpeed(bytes, milliseconds));
+  return fmt::format("{}  {}; {}", label, FormatBytes(bytes),
+                     FormatSpeed(bytes - std::min(before, bytes), milliseconds));
 }
 
 std::string FormatSummary(const std::string& label, const MirrorSummary& summary) {

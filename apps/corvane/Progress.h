@@ -38,8 +38,9 @@ struct ProgressLine {
 // those of the bytes, or of the files while the number of bytes is not known. What does not fit is left out: the bar
 // first, then the rate, then the time; the result is always shorter than `columns`.
 [[nodiscard]] std::string FormatProgress(const ProgressLine& line, std::size_t columns);
-// The line that stays when a transfer is done.
-[[nodiscard]] std::string FormatSummary(const std::string& label, unsigned long long bytes, long long milliseconds);
+// The line that stays when a transfer is done. before: how many of the bytes were there before.
+[[nodiscard]] std::string FormatSummary(const std::string& label, unsigned long long bytes, unsigned long long before,
+                                        long long milliseconds);
 
 // The same for a mirror.
 struct MirrorSummary {

@@ -55,6 +55,18 @@ TEST(Progress, ShowsOnATerminalAndEndsWithASummary) {
   EXPECT_THAT(result->terminal.substr(last), testing::MatchesRegex("\r.\\[Kbig.iso  1.0 MiB in [^\r\n]*/s\\)\r\n"));
 }
 
+TEST(Progress, SummaryOfAResumedDownloadCountsWhatCame) {
+  const std::string content = MakePattern(300000);
+  const ScriptedServer server(KeepAlive(Content(content)));
+  const TempDir folder;
+  WriteFile(folder / "f", content.substr(0, 250032));
+  ProgramOptions options;
+  options.terminalError = true;
+  const ProgramResult result = RunCorvane({"get", server.Url(), "-o", folder / "f", "--resume"}, options);
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_THAT(result.terminal, HasSubstr("f  293.0 KiB; 48.8 KiB in "));
+}
+
 TEST(Progress, CopesWithAnUnknownLength) {
   HalvingServer server(false);
   const TempDir folder;
