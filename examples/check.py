@@ -5,6 +5,7 @@ import http.server
 import io
 import os
 import pathlib
+import ssl
 import subprocess
 import sys
 import tempfile
@@ -12,6 +13,7 @@ import threading
 import urllib.parse
 
 SLOW_SIZE = 1 << 20
+SLOW_NAME = "sl\u00f6w.bin"
 
 
 class Handler(http.server.SimpleHTTPRequestHandler):
@@ -21,7 +23,8 @@ class Handler(http.server.SimpleHTTPRequestHandler):
     ranges = []
 
     def do_GET(self):
-        if self.path == "/slow.bin":
+        path = self.path.encode("latin-1").decode()  # the bytes that came are UTF-8, percent-encoded or not
+        if urllib.parse.unquote(path) == "/" + SLOW_NAME:
             self.send_slowly()
         else:
             super().do_GET()
@@ -66,12 +69,43 @@ class Handler(http.server.SimpleHTTPRequestHandler):
 
 
 def run(program, *arguments):
-    return subprocess.run([program, *arguments], capture_output=True, text=True, timeout=100, check=False)
+    environment = {**os.environ, "LC_ALL": "C.UTF-8"}
+    return subprocess.run(
+        [program, *arguments],
+        capture_output=True,
+        encoding="utf-8",
+        env=environment,
+        timeout=100,
+        check=False,
+    )
 
 
 def expect(condition, what, done):
     if not condition:
         sys.exit(f"{what}; exit code {done.returncode}\n{done.stdout}{done.stderr}")
+
+
+class SecureServer(http.server.ThreadingHTTPServer):
+    def handle_error(self, request, client_address):
+        pass  # the client has refused the certificate
+
+
+def expect_tls_reason(program, folder, arguments):
+    """A server with a certificate that nobody signed is refused, and the reason is told."""
+    key, certificate = folder / "key.pem", folder / "certificate.pem"
+    subject = ["-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1"]
+    form = ["-newkey", "rsa:2048", "-nodes", "-days", "1", "-keyout", str(key), "-out", str(certificate)]
+    subprocess.run(["openssl", "req", "-x509", *form, *subject], check=True, capture_output=True)
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(certificate, key)
+    server = SecureServer(("127.0.0.1", 0), Handler)
+    server.socket = context.wrap_socket(server.socket, server_side=True, do_handshake_on_connect=False)
+    threading.Thread(target=server.serve_forever, daemon=True).start()
+    try:
+        done = run(program, *arguments(f"https://127.0.0.1:{server.server_port}/"))
+        expect(done.returncode == 1 and "certificate" in done.stderr, "no reason for the refused server", done)
+    finally:
+        server.shutdown()
 
 
 def check_lookup(program, url, folder):
@@ -82,35 +116,39 @@ def check_lookup(program, url, folder):
 
 
 def check_mirror(program, url, folder):
-    contents = {"a.txt": b"first", "b c.txt": b"second file", "ignored.txt": b"not wanted"}
+    ignored = "\u00fcbergangen.txt"
+    contents = {"a.txt": b"first", "gr\u00fc\u00df e.txt": b"second file", ignored: b"not wanted"}
     for name, content in contents.items():
         (folder / "site" / name).write_bytes(content)
     target = folder / "mirror"
-    done = run(program, url, str(target), "ignored.txt")
+    done = run(program, url, str(target), ignored)
     expect(done.returncode == 0, "the mirror failed", done)
-    del contents["ignored.txt"]
+    del contents[ignored]
     here = {path.name: path.read_bytes() for path in target.iterdir()}
     expect(here == contents, f"the mirror holds {here}", done)
     expect(done.stdout == "2 of 2 files fetched, 16 bytes are here, 3 answers came\n", "the summary is wrong", done)
 
     done = run(program, url + "missing/", str(target))
     expect(done.returncode == 1 and done.stderr, "a missing directory was mirrored", done)
+    expect_tls_reason(program, folder, lambda secure: [secure, str(target)])
 
 
 def check_post_form(program, url, folder):
     done = run(program, url, "name=J\u00fcrgen & Co", "empty=")
     expect(done.stdout == "empty=&name=J%C3%BCrgen+%26+Co\n", "another body was posted", done)
+    expect_tls_reason(program, folder, lambda secure: [secure, "a=b"])
 
 
 def check_watch(program, url, folder):
-    file = folder / "slow.bin"
-    done = run(program, url + "slow.bin", str(file), "0")
+    expect_tls_reason(program, folder, lambda secure: [secure, str(folder / "secure")])
+    file = folder / SLOW_NAME
+    done = run(program, url + SLOW_NAME, str(file), "0")
     expect(done.returncode == 3 and "given up" in done.stdout, "the download was not given up", done)
     kept = file.stat().st_size if file.exists() else 0  # how far it came is a matter of the machine's speed
     expect(kept <= SLOW_SIZE // 2, f"{kept} bytes were kept", done)
 
     Handler.released.set()
-    done = run(program, url + "slow.bin", str(file))
+    done = run(program, url + SLOW_NAME, str(file))
     expect(done.stdout == f"{SLOW_SIZE} bytes\n", "the download did not go on to its end", done)
     expect(file.read_bytes() == bytes(SLOW_SIZE), "the file is not the server's", done)
     wanted = f"bytes={kept - 32}-" if kept > 64 else None

@@ -3,12 +3,14 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
+#include <clocale>
 #include <cstdio>
 
 #include <Corvane/GetHostByName.h>
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
+  std::setlocale(LC_ALL, "");  // the encoding of the argument
   const Corvane::ZGetHostByName lookup(argv[1]);
   const hostent* const host = lookup.GetHostEnt();
   if (host == nullptr) {

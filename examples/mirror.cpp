@@ -3,11 +3,14 @@
 // Shows a host's own observer, which is told when each answer begins, and its own logger: without one the libraries are
 // silent.
 
+#include <clocale>
 #include <cstdio>
 
 #include <Corvane/Base/Log.h>
 #include <Corvane/Base/StringCoding.h>
 #include <Corvane/MultiDownload.h>
+
+#include "examples/host.h"
 
 namespace {
 
@@ -36,23 +39,27 @@ class AnswerCounter : public Corvane::ZTransfer::Observer {
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
-  ErrorStreamLogger logger;  // made first, destroyed last: whoever may log to it ends before
+  std::setlocale(LC_ALL, "");  // the encoding of the arguments and of file names
+  ErrorStreamLogger logger;    // made first, destroyed last: whoever may log to it ends before
   logger.EnableUpTo(Corvane::ZLogLevel::Error);
   Corvane::ZLog::SetLogger(&logger);
 
   AnswerCounter counter;
   Corvane::Container::ZStringList ignored;
-  for (int i = 3; i < argc; ++i) ignored.push_back(Corvane::ZStringDecoder::FromUtf8(argv[i]));
+  for (int i = 3; i < argc; ++i) ignored.push_back(argv[i]);
   Corvane::ZMultiDownload mirror;
+  if (!VerifyServers(mirror)) return 1;
   mirror.SetIgnoreList(ignored);
   mirror.Attach(&counter);
 
-  const Corvane::ZResult result = mirror.Download(Corvane::ZStringDecoder::FromUtf8(argv[1]), argv[2], /*resume=*/true);
+  const Corvane::ZResult result = mirror.Download(argv[1], argv[2], /*resume=*/true);
   mirror.Detach(&counter);
   Corvane::ZLog::SetLogger(nullptr);
   if (Corvane::IsFailure(result)) {
-    const Corvane::ZStringEncoder error(mirror.GetError(), Corvane::ZStringEncoder::Utf8);
-    std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
+    Corvane::ZString cause;
+    Corvane::ZString header;
+    mirror.GetCause(cause, header);
+    TellFailure(result, mirror.GetError(), cause);
     return 1;
   }
   const Corvane::ZMultiDownload::Statistics files = mirror.GetStatistics();

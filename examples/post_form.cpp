@@ -3,12 +3,15 @@
 // Shows that fields are sent as given: a browser would percent-encode them, and so must a host whose names or values hold
 // more than letters and digits.
 
+#include <clocale>
 #include <cstdio>
 #include <string>
 #include <string_view>
 
 #include <Corvane/Base/StringCoding.h>
 #include <Corvane/Transfer.h>
+
+#include "examples/host.h"
 
 namespace {
 
@@ -34,20 +37,24 @@ std::string EncodeField(std::string_view text) {
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
+  std::setlocale(LC_ALL, "");  // the encoding of the arguments
   Corvane::ZMap<Corvane::ZString, Corvane::ZString, Corvane::ZLtstr> fields;
   for (int i = 2; i < argc; ++i) {
-    const std::string_view field = argv[i];
+    const Corvane::ZStringEncoder utf8(Corvane::ZString(argv[i]), Corvane::ZStringEncoder::Utf8);
+    const std::string_view field(utf8.CStr(), utf8.Length());
     const std::size_t equals = field.find('=');
     if (equals == std::string_view::npos) return 2;
     fields[EncodeField(field.substr(0, equals)).c_str()] = EncodeField(field.substr(equals + 1)).c_str();
   }
 
   Corvane::ZTransfer transfer;
+  if (!VerifyServers(transfer)) return 1;
   Corvane::ZString answer;
-  const Corvane::ZResult result = transfer.Post(Corvane::ZStringDecoder::FromUtf8(argv[1]), fields, answer);
+  const Corvane::ZResult result = transfer.Post(argv[1], fields, answer);
   if (Corvane::IsFailure(result)) {
-    const Corvane::ZStringEncoder error(transfer.GetError(), Corvane::ZStringEncoder::Utf8);
-    std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
+    Corvane::ZString cause;
+    transfer.GetCause(cause);
+    TellFailure(result, transfer.GetError(), cause);
     return 1;
   }
   std::printf("%s\n", Corvane::ZStringEncoder(answer, Corvane::ZStringEncoder::Utf8).CStr());

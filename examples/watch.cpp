@@ -4,13 +4,15 @@
 // on one of its own and keeps the other for its user.
 
 #include <chrono>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
 #include <string>
 
-#include <Corvane/Base/StringCoding.h>
 #include <Corvane/Transfer.h>
+
+#include "examples/host.h"
 
 namespace {
 
@@ -26,12 +28,14 @@ void ShowProgress(const Corvane::ZTransfer& transfer) {
 
 int main(int argc, char** argv) {
   if (argc != 3 && argc != 4) return 2;
-  const Corvane::ZString url = Corvane::ZStringDecoder::FromUtf8(argv[1]);
+  std::setlocale(LC_ALL, "");  // the encoding of the arguments and of file names
+  const Corvane::ZString url(argv[1]);
   const Corvane::ZString file(argv[2]);
   const auto limit = argc == 4 ? std::chrono::steady_clock::now() + std::chrono::seconds(std::atoi(argv[3]))
                                : std::chrono::steady_clock::time_point::max();
 
   Corvane::ZTransfer transfer;
+  if (!VerifyServers(transfer)) return 1;
   std::future<Corvane::ZResult> download =
       std::async(std::launch::async, [&] { return transfer.DownloadFile(url, file, /*resume=*/true); });
   while (download.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
@@ -45,8 +49,9 @@ int main(int argc, char** argv) {
     return 3;
   }
   if (Corvane::IsFailure(result)) {
-    const Corvane::ZStringEncoder error(transfer.GetError(), Corvane::ZStringEncoder::Utf8);
-    std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
+    Corvane::ZString cause;
+    transfer.GetCause(cause);
+    TellFailure(result, transfer.GetError(), cause);
     return 1;
   }
   std::printf("%llu bytes\n", transfer.GetDownloadSize());

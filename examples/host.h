@@ -1,0 +1,25 @@
+#pragma once
+
+// What every host of the library does that verifies servers and tells its user of failures.
+
+#include <cstdio>
+
+#include <Corvane/Base/StringCoding.h>
+#include <Corvane/SystemTrust.h>
+
+// Has a ZTransfer or ZMultiDownload verify servers with the certificates that the system trusts; false when it has none.
+template <class Transfer>
+bool VerifyServers(Transfer& transfer) {
+  const Corvane::ZSystemTrust trust = Corvane::ZFindSystemTrust();
+  transfer.SetSSL(true, true, trust.caFile, trust.caDirectory);
+  if (!trust.IsFound()) std::fprintf(stderr, "no trusted certificates; install the package ca-certificates\n");
+  return trust.IsFound();
+}
+
+// The library's text names the object, and libcurl's, GetCause, the reason: a certificate that was not accepted, say.
+inline void TellFailure(Corvane::ZResult result, const Corvane::ZString& text, const Corvane::ZString& cause) {
+  const Corvane::ZStringEncoder error(text, Corvane::ZStringEncoder::Utf8);
+  const Corvane::ZStringEncoder reason(cause, Corvane::ZStringEncoder::Utf8);
+  std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
+  if (reason.Length() != 0) std::fprintf(stderr, "%s\n", reason.CStr());
+}
