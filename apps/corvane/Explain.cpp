@@ -2,15 +2,30 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <initializer_list>
 #include <string_view>
+
+#include <Corvane/Base/ErrorDict.h>
 
 #include "apps/corvane/Explain/CurlFailures.h"
 #include "apps/corvane/Explain/HttpAnswer.h"
 #include "apps/corvane/Explain/WriteFailure.h"
+#include "apps/corvane/Files.h"
+#include "apps/corvane/Target.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
 namespace {
+
+// "the proxy proxy.example:3128 (https_proxy)".
+std::string Describe(const Proxy& proxy) { return fmt::format("the proxy {} ({})", proxy.name, proxy.variable); }
+
+// What to do about a file of a mirror that the server lists and does not give away, or that cannot be written here.
+std::string RemedyForFile(const Circumstances& circumstances) {
+  return fmt::format("leave the file out with --ignore {}", ShellQuote(circumstances.fileName));
+}
 
 // What a server that cannot resume needs is a file that is not there.
 std::string RemedyForResume(const Circumstances& circumstances) {
@@ -28,8 +43,9 @@ std::string RemedyForLogin(const Circumstances& circumstances) {
 std::string RemedyForStatus(int status, const Report& report, const Circumstances& circumstances) {
   if (status >= 300 && status < 400) {
     const std::string_view location = LastHeader(report.header, "location:");
-    return location.empty() ? "redirections are not followed"
-                            : fmt::format("redirections are not followed: ask for {} instead", location);
+    return location.empty()
+               ? "redirections are not followed"
+               : fmt::format("redirections are not followed: ask for {} instead", HideUserinfo(std::string(location)));
   }
   switch (status) {
     case 401:
@@ -38,9 +54,10 @@ std::string RemedyForStatus(int status, const Report& report, const Circumstance
       return circumstances.hasLogin ? "use an account that may have access" : "check the path, or give --user NAME";
     case 404:
     case 410:
-      return "check the path";
+      return circumstances.fileName.empty() ? "check the path" : RemedyForFile(circumstances);
     case 407:
-      return "put user and password of the proxy into http_proxy";
+      return fmt::format("put user and password of the proxy into {}",
+                         circumstances.proxy ? circumstances.proxy->variable : "http_proxy");
     case 408:
     case 429:
       return "wait, then try again";
@@ -51,20 +68,67 @@ std::string RemedyForStatus(int status, const Report& report, const Circumstance
   }
 }
 
+// The status may come from the server or from a proxy before it.
+std::string WhoAnswered(int status, const Circumstances& circumstances) {
+  if (!circumstances.proxy) return "the server";
+  if (status == 407) return Describe(*circumstances.proxy);
+  return status >= 500 ? "the server or " + Describe(*circumstances.proxy) : "the server";
+}
+
 bool IsAuthenticationStatus(int status) { return status == 401 || status == 403 || status == 407; }
 
-Explanation ExplainCurl(unsigned int number, const Report& report, const Circumstances& circumstances) {
-  if (number == 23 && !circumstances.outputPath.empty()) {
-    return {ExitCode::kLocal, ExplainWriteFailure(circumstances.outputPath)};
+// What libcurl's number means here, where more is known than its own text says.
+std::string MeaningOf(const CurlFailure& failure, const Circumstances& circumstances) {
+  constexpr unsigned int kResolveProxy = 5, kConnect = 7, kCertificates = 77, kProxy = 97;
+  if (failure.number == kCertificates && !circumstances.trust.empty()) {
+    return fmt::format("the trusted certificates in {} cannot be read", circumstances.trust);
   }
+  if (!circumstances.proxy) return failure.meaning;
+  const std::string proxy = Describe(*circumstances.proxy);
+  switch (failure.number) {
+    case kResolveProxy:
+      return proxy + " cannot be used";
+    case kConnect:
+      return "the connection to " + proxy + " failed";
+    case kProxy:
+      return proxy + " did not let the connection through";
+    default:
+      return failure.meaning;
+  }
+}
+
+// Whether a failure may well be that of the proxy, although it is told as one of the connection.
+bool MayBeTheProxys(unsigned int number) {
+  return number == 28 || number == 35 || number == 52 || number == 55 || number == 56;
+}
+
+std::string RemedyFor(const CurlFailure& failure, const Circumstances& circumstances) {
+  if (failure.remedy == nullptr) return RemedyForResume(circumstances);
+  const bool isMissing = failure.number == 9 || failure.number == 19 || failure.number == 78;
+  if (isMissing && !circumstances.fileName.empty()) return RemedyForFile(circumstances);
+  if (circumstances.proxy && (failure.number == 5 || failure.number == 7 || failure.number == 97)) {
+    return fmt::format("check {}, and that the proxy is running", circumstances.proxy->variable);
+  }
+  return failure.remedy;
+}
+
+Explanation ExplainStoring(const Circumstances& circumstances) {
+  // A list of files is kept in memory; so is everything that does not go into a file.
+  const bool isInMemory = circumstances.isMirror && circumstances.fileName.empty();
+  if (isInMemory) return {ExitCode::kLocal, fmt::format("cannot keep the list of files: {}", kMemoryRanOut)};
+  return {ExitCode::kLocal, ExplainWriteFailure(circumstances.outputPath)};
+}
+
+Explanation ExplainCurl(unsigned int number, const Report& report, const Circumstances& circumstances) {
+  if (number == 23 && !circumstances.outputPath.empty()) return ExplainStoring(circumstances);
   const CurlFailure& failure = FindCurlFailure(number);
-  std::string reason = failure.meaning;
+  std::string reason = MeaningOf(failure, circumstances);
   if (!report.causeText.empty()) reason += fmt::format(" ({})", report.causeText);
   if (failure.number == 0 && report.causeText.empty()) reason += fmt::format(" (libcurl's code {})", number);
   const bool hitLimit = number == 28 && circumstances.timeoutSeconds != 0;
   if (hitLimit) reason += fmt::format(", with a limit of {} seconds", circumstances.timeoutSeconds);
-  const bool canResume = failure.remedy != nullptr;
-  return {failure.code, reason + "; " + (canResume ? failure.remedy : RemedyForResume(circumstances)), canResume};
+  if (circumstances.proxy && MayBeTheProxys(number)) reason += ", through " + Describe(*circumstances.proxy);
+  return {failure.code, reason + "; " + RemedyFor(failure, circumstances), failure.remedy != nullptr};
 }
 
 bool IsCurlCode(Corvane::ZResult code) {
@@ -73,13 +137,40 @@ bool IsCurlCode(Corvane::ZResult code) {
 
 unsigned int CurlNumber(Corvane::ZResult code) { return code & 0xFFFFU; }
 
+bool EndsWith(std::string_view text, std::string_view end) {
+  return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+// What to do about a file that could not be opened, told from the system's text at the end of the library's.
+std::string RemedyForOpening(const std::string& text, const Circumstances& circumstances) {
+  const auto says = [&](std::initializer_list<int> errors) {
+    return std::any_of(errors.begin(), errors.end(), [&](int error) { return EndsWith(text, SystemText(error)); });
+  };
+  const bool isOneOfSeveral = !circumstances.fileName.empty();
+  if (!circumstances.isNameExpressible) return "set LC_ALL=C.UTF-8, whose encoding has every character";
+  if (says({ENAMETOOLONG, EINVAL, EILSEQ})) {
+    return isOneOfSeveral ? "the disk takes no such name: " + RemedyForFile(circumstances) : "choose another name";
+  }
+  if (says({EISDIR}) && isOneOfSeveral) return "remove the directory, or " + RemedyForFile(circumstances);
+  if (says({ENOSPC, EDQUOT})) return "free some space";
+  if (says({ENOMEM})) return "free some memory, then try again";
+  return "check the disk and the permissions";
+}
+
+Explanation ExplainDownload(const std::string& text, const Circumstances& circumstances) {
+  // Alone the library's message stands for memory that ran out: every other reason is told behind it.
+  static const std::string bare = ToUtf8(Corvane::ZGetErrorMsg(Corvane::TRANSFER_E_DOWNLOAD));
+  if (text == bare) return {ExitCode::kLocal, fmt::format("{}: {}", text, kMemoryRanOut)};
+  return {ExitCode::kLocal, text + "; " + RemedyForOpening(text, circumstances)};
+}
+
 // What the library found out by itself, in its own words.
-Explanation ExplainLibraryCode(const Report& report) {
+Explanation ExplainLibraryCode(const Report& report, const Circumstances& circumstances) {
   std::string text = report.libraryText.empty() ? FindCurlFailure(0).meaning : report.libraryText;
   while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
   switch (report.status) {
     case Corvane::TRANSFER_E_DOWNLOAD:
-      return {ExitCode::kLocal, text + "; check the disk and the permissions"};
+      return ExplainDownload(text, circumstances);
     case Corvane::TRANSFER_E_DISK_SPACE:
       return {ExitCode::kLocal, text + "; free some space"};
     default:
@@ -95,11 +186,13 @@ Explanation Explain(const Report& report, const Circumstances& circumstances) {
   const bool isRefusal = report.status == Corvane::TRANSFER_E_CONNECT || report.status == Corvane::TRANSFER_E_POST;
   if (isRefusal && status >= 300) {
     return {IsAuthenticationStatus(status) ? ExitCode::kSecurity : ExitCode::kTransfer,
-            fmt::format("the server answered {}; {}", answer, RemedyForStatus(status, report, circumstances)), false};
+            fmt::format("{} answered {}; {}", WhoAnswered(status, circumstances), answer,
+                        RemedyForStatus(status, report, circumstances)),
+            false};
   }
   if (IsCurlCode(report.cause)) return ExplainCurl(CurlNumber(report.cause), report, circumstances);
   if (IsCurlCode(report.status)) return ExplainCurl(CurlNumber(report.status), report, circumstances);
-  return ExplainLibraryCode(report);
+  return ExplainLibraryCode(report, circumstances);
 }
 
 }  // namespace CorvaneCli

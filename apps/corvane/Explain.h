@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "apps/corvane/ExitCode.h"
+#include "apps/corvane/Proxy.h"
 #include "apps/corvane/Report.h"
 
 namespace CorvaneCli {
@@ -14,6 +16,11 @@ struct Circumstances {
   unsigned long timeoutSeconds = 0;
   std::string outputPath;  // the file being written, for the system; empty when there is none
   bool isMirror = false;   // the file is one of several, which --resume leaves as they are
+  // Of a mirror, the name of the file that was being fetched, in UTF-8; empty when it was the list of them.
+  std::string fileName;
+  bool isNameExpressible = true;  // in the locale
+  std::string trust;              // where the trusted certificates are, in UTF-8; empty when nothing is verified
+  std::optional<Proxy> proxy;
 };
 
 struct Explanation {

@@ -18,8 +18,12 @@ Json OrNull(const std::optional<Value>& value) {
   return value ? Json(*value) : Json(nullptr);
 }
 
+// A mirror has an event for each file: they are counted.
 Json FormatEvents(const Report& report) {
   Json events = Json::array();
+  for (const auto& [event, count] : report.eventCounts) {
+    events.push_back(Json::array({event.first, FormatCode(event.second), count}));
+  }
   for (const auto& [event, value] : report.events) events.push_back(Json::array({event, FormatCode(value)}));
   return events;
 }
@@ -35,6 +39,7 @@ void AddFiles(const Report& report, Json& object) {
                      {"resumed", files.filesResumed},
                      {"skipped", files.filesSkipped},
                      {"mismatched", files.filesMismatched}};
+  object["totalSize"] = OrNull(files.totalBytes);
   object["receivedSize"] = files.receivedBytes;
 }
 

@@ -9,11 +9,13 @@
 #include <atomic>
 #include <cerrno>
 #include <mutex>
+#include <utility>
 
 #include <Corvane/Base/Log.h>
 
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Files.h"
+#include "apps/corvane/Proxy.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
@@ -97,6 +99,7 @@ class Logging::Bridge : public ZLogger {
   }
 
   static std::string OneLine(std::string text) {
+    text = HideProxySecrets(std::move(text));
     while (!text.empty() && text.back() == '\n') text.pop_back();
     for (char& character : text) {
       if (static_cast<unsigned char>(character) < 0x20 || character == 0x7F) character = ' ';

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <climits>
 #include <optional>
+#include <set>
+#include <string>
 #include <utility>
 
 #include <Corvane/Base/Dir.h>
@@ -21,6 +23,9 @@
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/FileList.h"
 #include "apps/corvane/Files.h"
+#include "apps/corvane/Mirror/FileModes.h"
+#include "apps/corvane/Mirror/Outcome.h"
+#include "apps/corvane/Proxy.h"
 #include "apps/corvane/Session.h"
 #include "apps/corvane/Text.h"
 
@@ -34,6 +39,25 @@ using Corvane::ZString;
 using Corvane::ZTransfer;
 
 constexpr const char* kDoing = "cannot mirror";
+
+// Counts the events, and notes which files something came for.
+class MirrorObserver : public ZTransfer::Observer {
+ public:
+  explicit MirrorObserver(const ZMultiDownload& mirror) : m_mirror(mirror) {}
+
+  void Update(int event, long value) override {
+    ++m_counts[{event, static_cast<unsigned int>(value)}];
+    const Corvane::ZStringEncoder name(m_mirror.GetStatistics().fileName, Corvane::ZStringEncoder::Local);
+    if (name.CStr() != nullptr && name.Length() != 0) m_fetched.insert(name.CStr());
+  }
+  [[nodiscard]] const EventCounts& Counts() const noexcept { return m_counts; }
+  [[nodiscard]] const std::set<std::string>& Fetched() const noexcept { return m_fetched; }
+
+ private:
+  const ZMultiDownload& m_mirror;
+  EventCounts m_counts;
+  std::set<std::string> m_fetched;  // names as the system has them
+};
 
 class Mirror {
  public:
@@ -54,8 +78,6 @@ class Mirror {
   [[nodiscard]] bool WouldBeGivenUp(const ZString& name, unsigned long long expectedSize) const;
   [[nodiscard]] Report AskForDirectory();
   [[nodiscard]] Circumstances TheCircumstances() const;
-  [[nodiscard]] Explanation ExplainFailure() const;
-  [[nodiscard]] Explanation ExplainMismatch() const;
   [[noreturn]] void Fail();
 
   const MirrorCommand& m_command;
@@ -65,13 +87,17 @@ class Mirror {
   ZString m_directory;
   FileList m_sizes;
   FileList m_times;
-  EventRecorder m_recorder;
 };
 
 void Mirror::Run() {
   ReadLists();
   m_settings = PrepareTransfers(m_command.target, m_environment);
   PrepareDirectory();
+  if (!m_command.fragment.empty()) {
+    m_environment.console.Note(
+        fmt::format("\"#{}\" is left out of the URL: it names a place on the page, and all of the directory is fetched",
+                    m_command.fragment));
+  }
   SpareFilesFromAnUnreachableServer();
   Transfer();
   // The library's status tells a size that differs only of the last file.
@@ -160,38 +186,44 @@ ProgressSample Sample(const ZMultiDownload& mirror) {
   const ZMultiDownload::Statistics files = mirror.GetStatistics();
   // Until it is known what there is to fetch, what comes is the listing.
   if (files.filesKnown == 0) return ProgressSample();
-  return {mirror.GetDownloadSize(), files.totalBytes, files.receivedBytes,
+  // While a resumed file waits for its first bytes, what it holds already is counted twice.
+  const unsigned long long bytes = std::min(mirror.GetDownloadSize(), files.totalBytes.value_or(ULLONG_MAX));
+  return {bytes, files.totalBytes, files.receivedBytes,
           FileProgress{files.filesFetched + files.filesResumed + files.filesSkipped, files.filesKnown}};
 }
 
 void Mirror::Transfer() {
   ZMultiDownload mirror;
   Configure(mirror, m_settings);
-  mirror.Attach(&m_recorder);
+  MirrorObserver observer(mirror);
+  mirror.Attach(&observer);
   mirror.SetIgnoreList(m_command.ignored);
   mirror.SetFileSizeList(m_sizes);
   std::map<ZString, long> times;
   for (const auto& [name, time] : m_times) times[name] = static_cast<long>(time);
   mirror.SetFileTimeList(times);
 
+  const FileModes modes(m_command.directory);
   RunWatched(
       m_environment, DisplayName(m_command.directory), true,
       [&] { mirror.Download(m_command.target.url, m_directory, m_command.resume); }, [&] { mirror.Abort(); },
       [&] { return Sample(mirror); });
+  mirror.Detach(&observer);
+  modes.Restore(observer.Fetched());
 
   ZString text;
   ZString header;
   m_report.cause = mirror.GetCause(text, header);
-  m_report.causeText = ToUtf8(text);
+  m_report.causeText = HideProxySecrets(ToUtf8(text));
   m_report.header = ToUtf8(header);
   m_report.files = mirror.GetStatistics();
   m_report.status = mirror.GetStatus();
-  m_report.libraryText = ToUtf8(mirror.GetError());
+  m_report.libraryText = HideProxySecrets(ToUtf8(mirror.GetError()));
   m_report.downloadSize = mirror.GetDownloadSize();
   m_report.transferSize = mirror.GetTransferSize();
   m_report.transferRate = mirror.GetTransferRate();
   m_report.transferTimeMs = mirror.GetDownloadTime();
-  m_report.events = m_recorder.Events();
+  m_report.eventCounts = observer.Counts();
   m_environment.logging.Tell(fmt::format("ended with 0x{:08x}, {} bytes, {} ms", m_report.status, m_report.downloadSize,
                                          m_report.transferTimeMs));
 }
@@ -208,50 +240,32 @@ void Mirror::TellSummary() const {
   const std::string summary = FormatSummary(
       DisplayName(m_command.directory),
       {files.filesFetched, files.filesSkipped, files.filesResumed, files.receivedBytes, m_report.transferTimeMs});
-  m_environment.logging.Tell(summary);
   const CommonOptions& common = m_environment.line.common;
-  if (!common.quiet && !common.json) m_environment.console.FinishStatus(summary);
+  const bool isShown = !common.quiet && !common.json && m_environment.console.IsTerminal();
+  if (!isShown) return m_environment.logging.Tell(summary);
+  m_environment.console.FinishStatus(summary);
+  m_environment.logging.Record(summary);
 }
 
 Circumstances Mirror::TheCircumstances() const {
-  const CommonOptions& common = m_environment.line.common;
+  Circumstances circumstances = CircumstancesOf(m_command.target, m_settings, m_environment);
   const ZString& name = m_report.files.fileName;
   const Corvane::ZStringEncoder path(LocalPath(name), Corvane::ZStringEncoder::Local);
-  return {m_command.target.IsHttps(), common.user.has_value(), common.timeoutSeconds,
-          name.IsEmpty() || path.CStr() == nullptr ? m_command.directory : path.CStr(), true};
-}
-
-Explanation Mirror::ExplainFailure() const {
-  if (!Corvane::IsFailure(m_report.status) || m_report.status == Corvane::TRANSFER_E_SIZE_MISMATCH) {
-    return ExplainMismatch();
-  }
-  Explanation explanation = Explain(m_report, TheCircumstances());
-  const ZString& file = m_report.files.fileName;
-  if (!file.IsEmpty()) explanation.text = fmt::format("file {}: {}", ToUtf8(file), explanation.text);
-  return explanation;
-}
-
-// The library's text is that of the last file whose size differs.
-Explanation Mirror::ExplainMismatch() const {
-  std::string text = m_report.libraryText;
-  const std::size_t count = m_report.files.filesMismatched;
-  if (count > 1) text += fmt::format(" (and {} more)", count - 1);
-  const std::string remedy =
-      m_command.sizes ? fmt::format("check the sizes in {}, or run again", DisplayName(*m_command.sizes))
-                      : "the server lists another size than it sends, or the file has just changed: run again";
-  return {ExitCode::kTransfer, fmt::format("{}; {}", text, remedy)};
+  circumstances.isMirror = true;
+  circumstances.fileName = ToUtf8(name);
+  circumstances.isNameExpressible = path.CStr() != nullptr;
+  circumstances.outputPath = name.IsEmpty() || path.CStr() == nullptr ? m_command.directory : path.CStr();
+  return circumstances;
 }
 
 void Mirror::Fail() {
-  const bool interrupted = WasInterrupted(m_environment);
-  const std::optional<Explanation> explanation = interrupted ? std::nullopt : std::optional(ExplainFailure());
-  if (m_report.downloadSize > 0) {
-    m_report.notes.push_back(fmt::format("what came is kept in {}; continue with: {}--resume",
-                                         DisplayName(m_command.directory), CommandWords(m_environment)));
-  }
-  if (interrupted) throw Failure(ExitCode::kInterrupted, "interrupted");
-  if (explanation->code == ExitCode::kLocal) throw Failure(explanation->code, explanation->text);
-  throw Failure(explanation->code, fmt::format("{} {}: {}", kDoing, m_command.target.display, explanation->text));
+  const Circumstances circumstances = TheCircumstances();
+  const std::string kept = DescribeKept(m_report, m_command, circumstances, CommandWords(m_environment));
+  if (!kept.empty()) m_report.notes.push_back(kept);
+  if (WasInterrupted(m_environment)) throw Failure(ExitCode::kInterrupted, "interrupted");
+  const Explanation explanation = ExplainMirror(m_report, m_command, circumstances);
+  if (explanation.code == ExitCode::kLocal) throw Failure(explanation.code, explanation.text);
+  throw Failure(explanation.code, fmt::format("{} {}: {}", kDoing, m_command.target.display, explanation.text));
 }
 
 }  // namespace

@@ -52,7 +52,8 @@ struct PostCommand {
 };
 
 struct MirrorCommand {
-  Target target;
+  Target target;         // without a fragment
+  std::string fragment;  // what stood behind the "#", in UTF-8
   std::string directory;
   bool resume = false;
   std::vector<Corvane::ZString> ignored;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -10,6 +11,9 @@
 #include <Corvane/TransferErrorCodes.h>
 
 namespace CorvaneCli {
+
+// How often each event came with each value.
+using EventCounts = std::map<std::pair<int, unsigned int>, unsigned long long>;
 
 // What is known of one run of a command when it has ended: what --json tells, and what messages are made from. Texts are UTF-8.
 struct Report {
@@ -29,10 +33,11 @@ struct Report {
   unsigned int transferRate = 0;  // KiB per second
   long long transferTimeMs = 0;
   std::string header;
-  std::vector<std::pair<int, unsigned int>> events;
-  Corvane::ZMultiDownload::Statistics files;  // of a mirror
-  std::optional<std::string> partial;         // where an incomplete download was kept
-  std::optional<std::string> body;            // what a command without -o received; unset when it has -o
+  std::vector<std::pair<int, unsigned int>> events;  // of a single transfer
+  EventCounts eventCounts;                           // of a mirror
+  Corvane::ZMultiDownload::Statistics files;         // of a mirror
+  std::optional<std::string> partial;                // where an incomplete download was kept
+  std::optional<std::string> body;                   // what a command without -o received; unset when it has -o
 };
 
 }  // namespace CorvaneCli

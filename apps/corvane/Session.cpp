@@ -11,6 +11,7 @@
 #include "apps/corvane/Explain/HttpAnswer.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Password.h"
+#include "apps/corvane/Proxy.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
@@ -34,9 +35,9 @@ std::optional<unsigned long long> Known(unsigned long long size) {
 void FillReport(const ZTransfer& transfer, const EventRecorder& recorder, Report& report) {
   ZString text;
   report.status = transfer.GetStatus();
-  report.libraryText = ToUtf8(transfer.GetError());
+  report.libraryText = HideProxySecrets(ToUtf8(transfer.GetError()));
   report.cause = transfer.GetCause(text);
-  report.causeText = ToUtf8(text);
+  report.causeText = HideProxySecrets(ToUtf8(text));
   report.contentSize = Known(transfer.GetContentSize());
   report.downloadSize = transfer.GetDownloadSize();
   report.transferSize = transfer.GetTransferSize();
@@ -56,6 +57,7 @@ TransferSettings PrepareTransfers(const Target& target, Environment& environment
   settings.verify = !common.insecure;
   settings.useThrottling = !common.noThrottle;
   settings.trust = ChooseTrust(common, target);
+  settings.proxy = FindProxy(target);
   if (common.insecure) environment.logging.Tell("the server's certificate is not verified (--insecure)");
   if (common.user) {
     const auto password = ObtainPassword(ToUtf8(*common.user), common.passwordFile, *environment.interrupt);
@@ -90,10 +92,21 @@ void RunWatched(Environment& environment, const std::string& label, bool writesT
   operation();
 }
 
+Circumstances CircumstancesOf(const Target& target, const TransferSettings& settings, const Environment& environment) {
+  const CommonOptions& common = environment.line.common;
+  Circumstances circumstances;
+  circumstances.isHttps = target.IsHttps();
+  circumstances.hasLogin = common.user.has_value();
+  circumstances.timeoutSeconds = common.timeoutSeconds;
+  circumstances.trust = ToUtf8(settings.trust.file.IsEmpty() ? settings.trust.directory : settings.trust.file);
+  circumstances.proxy = settings.proxy;
+  return circumstances;
+}
+
 bool WasInterrupted(const Environment& environment) { return environment.interrupt->HasHappened(); }
 
 Session::Session(const Target& target, const TransferSettings& settings, Environment& environment)
-    : m_target(target), m_environment(environment) {
+    : m_target(target), m_circumstances(CircumstancesOf(target, settings, environment)), m_environment(environment) {
   Configure(m_transfer, settings);
   m_transfer.Attach(&m_recorder);
 }
@@ -121,9 +134,8 @@ void Session::AcceptHttpError(Report& report) {
 }
 
 void Session::Fail(const char* doing, OutputFile* file, bool canBeResumed, Report& report) {
-  const CommonOptions& common = m_environment.line.common;
-  const Circumstances circumstances{m_target.IsHttps(), common.user.has_value(), common.timeoutSeconds,
-                                    file == nullptr ? std::string() : file->WorkPath()};
+  Circumstances circumstances = m_circumstances;
+  if (file != nullptr) circumstances.outputPath = file->WorkPath();
   const Explanation explanation = Explain(report, circumstances);
   const bool interrupted = WasInterrupted(m_environment);
   if (file != nullptr) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,6 +22,7 @@ struct TransferSettings {
   unsigned long timeoutSeconds = 0;
   bool verify = true;
   TrustStore trust;
+  std::optional<Proxy> proxy;
   Corvane::ZString user;
   Corvane::ZString password;
   bool useThrottling = true;
@@ -55,6 +57,10 @@ void RunWatched(Environment& environment, const std::string& label, bool writesT
                 const std::function<void()>& operation, const std::function<void()>& abort,
                 const std::function<ProgressSample()>& sample);
 
+// What is known beforehand about all transfers of a command.
+[[nodiscard]] Circumstances CircumstancesOf(const Target& target, const TransferSettings& settings,
+                                            const Environment& environment);
+
 // Whether the user has interrupted the command.
 [[nodiscard]] bool WasInterrupted(const Environment& environment);
 
@@ -78,6 +84,7 @@ class Session {
 
  private:
   const Target& m_target;
+  const Circumstances m_circumstances;
   Environment& m_environment;
   EventRecorder m_recorder;
   Corvane::ZTransfer m_transfer;

@@ -51,6 +51,22 @@ std::string Target::Label() const {
   return std::string(AuthorityOf(display));
 }
 
+std::string Target::Host() const {
+  const std::string_view authority = AuthorityOf(display);
+  const bool isAddress = !authority.empty() && authority.front() == '[';
+  const std::string_view host =
+      isAddress ? authority.substr(1, authority.find(']') - 1) : authority.substr(0, authority.find(':'));
+  return std::string(host);
+}
+
+std::string HideUserinfo(const std::string& url) {
+  const std::string_view authority = AuthorityOf(url);
+  const std::size_t at = authority.rfind('@');
+  if (at == std::string_view::npos) return url;
+  const auto begin = static_cast<std::size_t>(authority.data() - url.data());
+  return std::string(url).replace(begin, at, "***");
+}
+
 Target MakeTarget(const std::string& argument) {
   const std::optional<ZString> text = DecodeLocal(argument);
   if (!text) Refuse(argument, "the locale cannot express it; set LC_ALL=C.UTF-8, or percent-encode what is not ASCII");

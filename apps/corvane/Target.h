@@ -15,12 +15,17 @@ struct Target {
   [[nodiscard]] bool IsHttps() const { return scheme == "https"; }
   // The last part of the path, or the host when the path ends with a slash: a short name for the progress line.
   [[nodiscard]] std::string Label() const;
+  // The host alone, an IPv6 address without its brackets.
+  [[nodiscard]] std::string Host() const;
 };
 
 // Checks `argument`, the URL as it came from the command line, and puts "http://" in front when it has no scheme.
 // Throws Failure(kUsage) when the library could not fetch it, and when it holds a user or a password, which other users
 // of the machine could read in the list of processes: the text names --user instead.
 [[nodiscard]] Target MakeTarget(const std::string& argument);
+
+// `url`, a URL from a server, with its user and password replaced by "***".
+[[nodiscard]] std::string HideUserinfo(const std::string& url);
 
 // `utf8` with everything that may be a user and password in a URL replaced by "***".
 [[nodiscard]] std::string HideSecrets(const std::string& utf8);

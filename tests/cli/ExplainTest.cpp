@@ -6,11 +6,14 @@
 
 #include "apps/corvane/Explain.h"
 #include "apps/corvane/Explain/HttpAnswer.h"
+#include "tests/support/TempDir.h"
 
 namespace CorvaneCli {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 TEST(LastHttpStatus, FindsTheStatusOfTheLastAnswer) {
   struct Case {
@@ -72,6 +75,52 @@ TEST(Explain, OffersNoResumptionWhereTheServerCannot) {
     EXPECT_THAT(Explain(CurlFailure(number), {}).text, HasSubstr("without --resume")) << number;
   }
   EXPECT_TRUE(Explain(CurlFailure(18), {}).canResume);
+}
+
+TEST(Explain, TellsMemoryThatRanOutFromAFullDisk) {
+  const CorvaneTest::TempDir folder;
+  CorvaneTest::WriteFile(folder / "f", "content");
+  Circumstances circumstances;
+  circumstances.outputPath = folder / "f";
+  const Explanation file = Explain(CurlFailure(23), circumstances);
+  EXPECT_EQ(file.code, ExitCode::kLocal);
+  EXPECT_THAT(file.text, AllOf(HasSubstr((folder / "f").string()), HasSubstr("memory ran out; free some memory"),
+                               Not(HasSubstr("free some space"))));
+
+  circumstances.isMirror = true;  // and no file: it was the listing, which is kept in memory
+  circumstances.outputPath = folder.Path();
+  EXPECT_THAT(Explain(CurlFailure(23), circumstances).text,
+              AllOf(HasSubstr("the list of files"), HasSubstr("memory ran out"), Not(HasSubstr("space"))));
+
+  Report report;
+  report.status = Corvane::TRANSFER_E_DOWNLOAD;
+  for (const char* const text : {"Download failed", "Download failed: Cannot allocate memory"}) {
+    report.libraryText = text;
+    EXPECT_THAT(Explain(report, {}).text, AllOf(HasSubstr("free some memory"), Not(HasSubstr("disk")))) << text;
+  }
+}
+
+TEST(Explain, FindsTheRemedyForAFileThatCannotBeOpened) {
+  struct Case {
+    const char* reason;
+    const char* remedy;
+  };
+  const Case cases[] = {{"File name too long", "; the disk takes no such name: leave the file out with --ignore 'a b'"},
+                        {"Invalid argument", "--ignore 'a b'"},
+                        {"Is a directory", "; remove the directory, or leave the file out with --ignore 'a b'"},
+                        {"No space left on device", "; free some space"},
+                        {"Permission denied", "; check the disk and the permissions"}};
+  Circumstances circumstances;
+  circumstances.isMirror = true;
+  circumstances.fileName = "a b";
+  Report report;
+  report.status = Corvane::TRANSFER_E_DOWNLOAD;
+  for (const Case& c : cases) {
+    report.libraryText = std::string("Failed to open output file /d/a b: ") + c.reason;
+    EXPECT_THAT(Explain(report, circumstances).text, testing::EndsWith(c.remedy)) << c.reason;
+  }
+  circumstances.isNameExpressible = false;
+  EXPECT_THAT(Explain(report, circumstances).text, HasSubstr("; set LC_ALL=C.UTF-8"));
 }
 
 TEST(Explain, PrefersTheServersAnswerToTheConnectionsEnd) {

@@ -9,6 +9,7 @@
 #include "tests/cli/CliTesting.h"
 #include "tests/cli/MirrorPages.h"
 #include "tests/support/Pki.h"
+#include "tests/support/ScriptedFtpServer.h"
 #include "tests/support/TempDir.h"
 
 namespace CorvaneTest {
@@ -82,9 +83,70 @@ TEST(MirrorFailure, NamesTheFileThatWasRefusedAndKeepsTheOthers) {
   EXPECT_EQ(result.exitCode, 1) << result.Describe();
   EXPECT_THAT(result.err,
               AllOf(HasSubstr("cannot mirror " + server.Url("/d/") + ": file b: "), HasSubstr("404 Not Found"),
-                    HasSubstr("continue with: corvane mirror " + server.Url("/d/") + " " + folder.Path().string() +
-                              " --resume\n")));
+                    HasSubstr("; leave the file out with --ignore b\n"),
+                    HasSubstr("1 file is kept in " + folder.Path().string() + ", but the server's page tells no sizes"),
+                    HasSubstr("list the sizes with --sizes FILE"), Not(HasSubstr("continue with"))));
   EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("a"));
+}
+
+TEST(MirrorFailure, OverFtpIsContinued) {
+  ScriptedFtpServer server({{"/d/a", "12345"}, {"/d/b", MakePattern(5000)}});
+  server.OnCommand("RETR", [](Connection& control, const std::string& argument) {
+    if (argument != "b") return false;
+    control.Send("550 No.\r\n");
+    return true;
+  });
+  const TempDir folder;
+  const ProgramResult result = RunCorvane({"mirror", server.Url("/d"), folder.Path()});
+  EXPECT_EQ(result.exitCode, 1) << result.Describe();
+  EXPECT_THAT(result.err,
+              AllOf(HasSubstr("; leave the file out with --ignore b\n"),
+                    HasSubstr("1 file is kept in " + folder.Path().string() + "; continue with: corvane mirror " +
+                              server.Url("/d") + " " + folder.Path().string() + " --resume\n")));
+}
+
+TEST(MirrorFailure, SaysNothingOfKeptFilesWhereThereAreNone) {
+  const ScriptedServer server(KeepAlive(Directory({{"a", Status(404, "a page that is no file")}})));
+  const TempDir folder;
+  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder.Path()});
+  EXPECT_EQ(result.exitCode, 1) << result.Describe();
+  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("404"));
+  EXPECT_THAT(NamesIn(folder.Path()), IsEmpty());
+}
+
+TEST(MirrorFailure, NameThatTheDiskRefusesIsToBeIgnored) {
+  const std::string name(256, 'x');
+  const ScriptedServer server(KeepAlive(Directory({{name, Content("a")}, {"y", Content("y")}})));
+  const TempDir folder;
+  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder.Path()});
+  EXPECT_EQ(result.exitCode, 3) << result.Describe();
+  EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("File name too long"), HasSubstr("--ignore " + name)));
+  EXPECT_EQ(RunCorvane({"mirror", server.Url("/d/"), folder.Path(), "--ignore", name}).exitCode, 0);
+}
+
+TEST(MirrorFailure, NameThatTheLocaleRefusesNeedsAnotherLocale) {
+  const ScriptedServer server(KeepAlive(Directory({{"gr\xC3\xBC\xC3\x9F", Content("a")}})));
+  const TempDir folder;
+  ProgramOptions options;
+  options.environment["LC_ALL"] = "C";
+  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/"), folder.Path()}, options);
+  EXPECT_EQ(result.exitCode, 3) << result.Describe();
+  EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("invalid characters"), HasSubstr("; set LC_ALL=C.UTF-8")));
+}
+
+// Resuming would find the file complete, or fetch it again, for ever.
+TEST(MirrorFailure, SizeThatTheListingTellsWrongIsNotToBeResumed) {
+  const std::string content = MakePattern(5000);
+  ScriptedFtpServer server({{"/d/a", content}});
+  server.SetListing("/d", "-rw-r--r--   1 0        0            6000 Jan 01 00:00 a\r\n");
+  const TempDir folder;
+  for (const char* const option : {"--no-throttle", "--resume"}) {
+    const ProgramResult result = RunCorvane({"mirror", server.Url("/d"), folder.Path(), option});
+    EXPECT_EQ(result.exitCode, 1) << result.Describe();
+    EXPECT_THAT(OnlyErrorLine(result),
+                AllOf(HasSubstr("Size: 5000 Expected size: 6000"), HasSubstr("run again without --resume"),
+                      HasSubstr("--sizes FILE"), HasSubstr("--ignore NAME"), Not(HasSubstr("continue with"))));
+  }
 }
 
 TEST(MirrorFailure, TellsASizeThatDiffersOfAnyFile) {

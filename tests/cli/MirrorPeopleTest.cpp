@@ -21,6 +21,7 @@ namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 TEST(MirrorInterrupt, KeepsWhatCameAndTellsHowToGoOn) {
   Gate sent;
@@ -39,7 +40,9 @@ TEST(MirrorInterrupt, KeepsWhatCameAndTellsHowToGoOn) {
   const auto result = program->Wait();
   ASSERT_TRUE(result.has_value());
   EXPECT_EQ(result->exitCode, 130) << result->Describe();
-  EXPECT_THAT(result->err, AllOf(HasSubstr("corvane: interrupted\n"), HasSubstr("continue with: corvane mirror ")));
+  EXPECT_THAT(result->err, AllOf(HasSubstr("corvane: interrupted\n"),
+                                 HasSubstr("1 file and the beginning of b are kept in " + folder.Path().string()),
+                                 HasSubstr("list the sizes with --sizes FILE"), Not(HasSubstr("continue with"))));
   EXPECT_EQ(ParseReport(*result)["status"], "0x80011003");
   EXPECT_EQ(ParseReport(*result)["file"], "b");
   EXPECT_EQ(ParseReport(*result)["receivedSize"], 1005);
@@ -119,6 +122,28 @@ TEST(MirrorProgress, CountsTheFiles) {
   EXPECT_EQ(result->exitCode, 0) << result->Describe();
   EXPECT_THAT(result->terminal,
               testing::ContainsRegex("\r.\\[Kdir  2 fetched, 0 skipped, 0 resumed; 9.8 KiB in .*/s\\)\r\n$"));
+}
+
+TEST(MirrorProgress, NeverShowsMoreThanTheTotal) {
+  Gate goOn;
+  const std::string content = MakePattern(5000);
+  const Responder late = [&](Connection& peer, const Request& request) {
+    if (peer.WaitFor(goOn)) Content(content)(peer, request);
+  };
+  const ScriptedServer server(KeepAlive(Directory({{"a", late}})));
+  const TempDir folder;
+  WriteFile(folder / "sizes", "a\t5000\n");
+  WriteFile(folder / "dir/a", content.substr(0, 4000));
+  ProgramOptions options;
+  options.terminalError = true;
+  options.workingDirectory = folder.Path();
+  const auto program = StartCorvane({"mirror", server.Url("/d/"), "dir", "--sizes", "sizes", "--resume"}, options);
+  EXPECT_TRUE(program->WaitForTerminalOutput(" of 4.9 KiB")) << program->TerminalOutput();
+  goOn.Open();
+  const auto result = program->Wait();
+  ASSERT_TRUE(result.has_value());
+  EXPECT_EQ(result->exitCode, 0) << result->Describe();
+  EXPECT_THAT(result->terminal, Not(HasSubstr("7.8 KiB"))) << "the old bytes were counted twice";
 }
 
 TEST(MirrorProgress, CountsFilesWhereSizesAreNotKnown) {

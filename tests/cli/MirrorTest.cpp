@@ -65,7 +65,8 @@ TEST(Mirror, ResumesOverFtp) {
   EXPECT_GT(report["transferSize"], 80000);
   EXPECT_TRUE(report["transferRate"].is_number_unsigned());
   EXPECT_GE(report["transferTimeMs"], 0);
-  EXPECT_EQ(report["events"].size(), 3U);  // the listing and two files
+  EXPECT_EQ(report["events"], nlohmann::json::parse(R"([[1, "0x80011002", 3]])"));  // the listing and two files
+  EXPECT_EQ(report["totalSize"], 150000);
   EXPECT_EQ(report["file"], nullptr);
   EXPECT_EQ(report["files"],
             nlohmann::json({{"known", 3}, {"fetched", 1}, {"resumed", 1}, {"skipped", 1}, {"mismatched", 0}}));
@@ -95,7 +96,67 @@ TEST(Mirror, TakesNamesSizesAndTimesFromLists) {
   struct stat status {};
   ASSERT_EQ(stat((folder / "dir/a").c_str(), &status), 0);
   EXPECT_EQ(status.st_mtime, 1000000000);
-  EXPECT_EQ(status.st_mode & 0777, 0755U);
+}
+
+mode_t ModeOf(const fs::path& file) {
+  struct stat status {};
+  EXPECT_EQ(stat(file.c_str(), &status), 0) << file;
+  return status.st_mode & 07777;
+}
+
+TEST(Mirror, GivesFetchedFilesTheModeThatTheUmaskAllows) {
+  const std::string content = MakePattern(200);
+  ScriptedFtpServer server(
+      {{"/d/new", "12345"}, {"/d/empty", ""}, {"/d/open", content}, {"/d/secret", content}, {"/d/kept", content}});
+  const TempDir folder;
+  for (const auto& [name, mode] : {std::pair("open", 0777), std::pair("secret", 0600)}) {
+    WriteFile(folder / name, content.substr(0, 100));
+    chmod((folder / name).c_str(), static_cast<mode_t>(mode));
+  }
+  for (const char* const name : {"kept", "other"}) {  // complete, and no part of the mirror
+    WriteFile(folder / name, content);
+    chmod((folder / name).c_str(), 0755);
+  }
+  const ProgramResult result =
+      RunShell("umask 027; exec \"$0\" mirror \"$1\" \"$2\" --resume", {server.Url("/d"), folder.Path().string()});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_TRUE(ReadFile(folder / "open") == content);
+  EXPECT_EQ(ModeOf(folder / "new"), 0640U);
+  EXPECT_EQ(ModeOf(folder / "empty"), 0640U);
+  EXPECT_EQ(ModeOf(folder / "open"), 0640U);
+  EXPECT_EQ(ModeOf(folder / "secret"), 0600U) << "what was hidden from others stays so";
+  EXPECT_EQ(ModeOf(folder / "kept"), 0755U);
+  EXPECT_EQ(ModeOf(folder / "other"), 0755U);
+}
+
+TEST(Mirror, ChangesModesAlsoWhenItFails) {
+  const ScriptedServer server(KeepAlive(Directory({{"a", Content("12345")}, {"b", Status(404)}})));
+  const TempDir folder;
+  const ProgramResult result =
+      RunShell("umask 022; exec \"$0\" mirror \"$1\" \"$2\"", {server.Url("/d"), folder.Path().string()});
+  EXPECT_EQ(result.exitCode, 1) << result.Describe();
+  EXPECT_EQ(ModeOf(folder / "a"), 0644U);
+}
+
+// Thousands of files must not make thousands of entries.
+TEST(Mirror, CountsTheEventsInItsReport) {
+  std::map<std::string, Responder> files;
+  for (int number = 0; number < 20; ++number) files.emplace("f" + std::to_string(number), Content("x"));
+  const ScriptedServer server(KeepAlive(Directory(files)));
+  const TempDir folder;
+  const nlohmann::json report = ParseReport(RunCorvane({"mirror", server.Url("/d"), folder.Path(), "--json"}));
+  EXPECT_EQ(report["events"], nlohmann::json::parse(R"([[1, "0x80011002", 21]])"));
+  EXPECT_EQ(report["totalSize"], nullptr) << "the page tells no sizes";
+  EXPECT_EQ(report["receivedSize"], 20);
+}
+
+TEST(Mirror, LeavesOutTheFragmentOfTheUrlAndSaysSo) {
+  const ScriptedServer server(KeepAlive(Directory({{"a", Content("a")}})));
+  const TempDir folder;
+  const ProgramResult result = RunCorvane({"mirror", server.Url("/d/#top"), folder.Path()});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("\"#top\" is left out of the URL"));
+  EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("a"));
 }
 
 TEST(Mirror, TellsWhenTheServerListsNoFiles) {
@@ -163,7 +224,9 @@ TEST(MirrorUsage, NeedsUrlAndDirectory) {
                                              {"mirror", "http://h/"},
                                              {"mirror", "http://h/", ""},
                                              {"mirror", "http://h/", "d", "e"},
-                                             {"mirror", "http://a:b@h/", "d"}}) {
+                                             {"mirror", "http://a:b@h/", "d"},
+                                             {"mirror", "http://h/d/?sort=name", "d"},
+                                             {"mirror", "http://a:b#c@h/", "d"}}) {
     const ProgramResult result = RunCorvane(arguments);
     EXPECT_EQ(result.exitCode, 2) << result.Describe();
     EXPECT_THAT(result.err, testing::EndsWith("Try: corvane mirror --help\n"));

@@ -107,6 +107,7 @@ TEST(Trust, UnusableFilesAreRefusedBeforeAnyRequest) {
   const TlsServer server(ThePki().server);
   const TempDir folder;
   WriteFile(folder / "empty.pem", "");
+  WriteFile(folder / "text.pem", "no certificate\n");
   struct Case {
     const char* option;
     std::string value;
@@ -115,6 +116,7 @@ TEST(Trust, UnusableFilesAreRefusedBeforeAnyRequest) {
   const Case cases[] = {
       {"--cacert", folder / "missing", "No such file or directory"},
       {"--cacert", folder / "empty.pem", "no certificate is in it"},
+      {"--cacert", folder / "text.pem", "no certificate is in it"},
       {"--cacert", folder.Path(), "it is a directory; use --capath"},
       {"--cacert", folder / "\xFF", "the locale cannot express the name"},
       {"--capath", folder / "missing", "No such file or directory"},
@@ -129,12 +131,13 @@ TEST(Trust, UnusableFilesAreRefusedBeforeAnyRequest) {
   EXPECT_FALSE(server.WaitForAccess("/a.txt", Clock::now()));
 }
 
-TEST(Trust, FileWithoutCertificateIsRefused) {
+// Such a file shows only when libcurl reads it.
+TEST(Trust, FileThatCannotBeParsedIsNamed) {
   const TlsServer server(ThePki().server);
   const TempDir folder;
-  WriteFile(folder / "bad.pem", "no certificate\n");
-  const ProgramResult result = RunCorvane({"get", server.Url(), "--cacert", folder / "bad.pem"});
-  EXPECT_EQ(result.exitCode, kSecurity) << result.Describe();
+  WriteFile(folder / "bad.pem", "-----BEGIN CERTIFICATE-----\nbm9uZQ==\n-----END CERTIFICATE-----\n");
+  ExpectRefused(RunCorvane({"get", server.Url(), "--cacert", folder / "bad.pem"}),
+                "the trusted certificates in " + (folder / "bad.pem").string() + " cannot be read");
   EXPECT_FALSE(server.WaitForAccess("/a.txt", Clock::now()));
 }
 

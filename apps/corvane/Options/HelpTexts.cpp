@@ -46,7 +46,7 @@ const HelpTexts kMirrorHelp = {"mirror URL DIR [OPTION ...]",
                                R"(Fetches the files of the directory URL, without its subdirectories, into the
 directory DIR. Which files there are is taken from the directory page (HTTP) or
 the listing (FTP) that the server sends, or from --sizes. Files get the mode
-0755.)",
+that the umask allows.)",
                                R"(Files in DIR that the server has too are given up for the new ones, unless
 --resume finds that they are complete or a beginning. A file whose size is not
 known, as on most HTTP servers, is always fetched again.

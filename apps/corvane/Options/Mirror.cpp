@@ -1,6 +1,9 @@
+#include <fmt/core.h>
+
 #include "apps/corvane/Options/Common.h"
 #include "apps/corvane/Options/Definition.h"
 #include "apps/corvane/Options/Values.h"
+#include "apps/corvane/Text.h"
 
 // The options of corvane mirror.
 
@@ -28,7 +31,19 @@ class MirrorDefinition : public CommandDefinition {
   }
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {
-    MirrorCommand command{MakeTarget(m_url), m_directory, m_resume, {}, std::nullopt, std::nullopt};
+    MirrorCommand command;
+    command.target = MakeTarget(m_url);  // also for what it refuses
+    const std::size_t fragment = m_url.find('#');
+    if (fragment != std::string::npos) {
+      command.target = MakeTarget(m_url.substr(0, fragment));
+      command.fragment = DisplayName(m_url.substr(fragment + 1));
+    }
+    if (command.target.display.find('?') != std::string::npos) {
+      RefuseUsage(fmt::format("cannot mirror {}: a directory's URL has no query; leave out what begins with \"?\"",
+                              command.target.display));
+    }
+    command.directory = m_directory;
+    command.resume = m_resume;
     if (m_directory.empty()) RefuseUsage("DIR is empty; give the directory to mirror into, . for the current one");
     for (const std::string& name : m_ignored) command.ignored.push_back(DecodeValue("--ignore", name));
     command.sizes = given.Path("--sizes", m_sizes);
