@@ -7,7 +7,8 @@
 #include <Corvane/Base/StringCoding.h>
 #include <Corvane/SystemTrust.h>
 
-// Has a ZTransfer or ZMultiDownload verify servers with the certificates that the system trusts; false when it has none.
+// Has a ZTransfer or ZMultiDownload verify servers with the certificates that the system trusts; false when it has
+// none.
 template <class Transfer>
 bool VerifyServers(Transfer& transfer) {
   const Corvane::ZSystemTrust trust = Corvane::ZFindSystemTrust();

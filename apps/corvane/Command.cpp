@@ -53,7 +53,8 @@ ExitCode RunReported(Report& report, Environment& environment, const std::functi
     code = failure.Code();
     report.error = failure.what();
   }
-  // What is left to do may block on whoever reads the output; from here on a signal ends the program in the ordinary way.
+  // What is left to do may block on whoever reads the output; from here on a signal ends the program in the ordinary
+  // way.
   environment.interrupt.reset();
   if (code != ExitCode::kSuccess) TellFailure(report, environment);
   if (code == ExitCode::kUsage) return code;

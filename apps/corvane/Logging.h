@@ -11,7 +11,8 @@ namespace CorvaneCli {
 
 // Where log lines go, the libraries' and the program's own: to the console with -v, with their times to a file with
 // --log-file. While one exists it is the libraries' logger.
-// Thread safety: Tell and its kin from any thread. Errors: a line that cannot be written is lost, and the first such loss is told.
+// Thread safety: Tell and its kin from any thread. Errors: a line that cannot be written is lost, and the first such
+// loss is told.
 class Logging {
  public:
   // Throws Failure(kLocal) when the file cannot be opened. `console` must outlive this object.

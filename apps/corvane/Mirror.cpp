@@ -148,8 +148,8 @@ bool Mirror::WouldBeGivenUp(const ZString& name, unsigned long long expectedSize
   return !m_command.resume || isStale || isTooShort || local.Size() > expectedSize;
 }
 
-// With a list of its own the mirror asks for no listing, and the library gives up the old content of a file before it knows
-// whether a new one will come. So the server has to answer first when there is something to lose.
+// With a list of its own the mirror asks for no listing, and the library gives up the old content of a file before it
+// knows whether a new one will come. So the server has to answer first when there is something to lose.
 void Mirror::SpareFilesFromAnUnreachableServer() {
   if (std::none_of(m_sizes.begin(), m_sizes.end(),
                    [this](const auto& entry) { return WouldBeGivenUp(entry.first, entry.second); })) {

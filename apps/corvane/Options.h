@@ -74,8 +74,8 @@ struct CommandLine {
   std::vector<std::string> words;
 };
 
-// Understands the command line. Returns the exit status when nothing is left to do: help and version have been printed, or
-// what is wrong has been told. Never shows anything that could be a password.
+// Understands the command line. Returns the exit status when nothing is left to do: help and version have been printed,
+// or what is wrong has been told. Never shows anything that could be a password.
 [[nodiscard]] std::variant<CommandLine, ExitCode> ParseCommandLine(int argc, const char* const* argv, Console& console);
 
 }  // namespace CorvaneCli

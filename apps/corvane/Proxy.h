@@ -17,8 +17,8 @@ struct Proxy {
 // The proxy that libcurl takes for `target`; nullopt for none.
 [[nodiscard]] std::optional<Proxy> FindProxy(const Target& target);
 
-// `text` with the users and passwords of all proxies in the environment replaced by "***". libcurl repeats a proxy's URL as
-// a whole when it cannot use it.
+// `text` with the users and passwords of all proxies in the environment replaced by "***". libcurl repeats a proxy's
+// URL as a whole when it cannot use it.
 [[nodiscard]] std::string HideProxySecrets(std::string text);
 
 }  // namespace CorvaneCli

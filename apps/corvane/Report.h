@@ -15,7 +15,8 @@ namespace CorvaneCli {
 // How often each event came with each value.
 using EventCounts = std::map<std::pair<int, unsigned int>, unsigned long long>;
 
-// What is known of one run of a command when it has ended: what --json tells, and what messages are made from. Texts are UTF-8.
+// What is known of one run of a command when it has ended: what --json tells, and what messages are made from. Texts
+// are UTF-8.
 struct Report {
   std::string operation;  // "get", "post", "mirror"
   std::string url;

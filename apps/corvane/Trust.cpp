@@ -18,7 +18,8 @@ namespace {
 
 using Corvane::ZString;
 
-// 0 when there is a certificate in it that a lookup by hash would find; the errno why it cannot be read; -1 when there is none.
+// 0 when there is a certificate in it that a lookup by hash would find; the errno why it cannot be read; -1 when there
+// is none.
 int CheckDirectory(const std::string& path, const ZString& text) {
   if (!Open(path, O_RDONLY | O_DIRECTORY).IsOpen()) return errno;
   return Corvane::ZHoldsTrustedCertificates(text) ? 0 : -1;
@@ -30,8 +31,8 @@ bool HoldsCertificate(const std::string& pem) {
          holds("-----BEGIN X509 CERTIFICATE-----");
 }
 
-// 0 when a certificate seems to be in it; the errno why it cannot be read; -1 when there is none. Only a regular file is
-// read here: what comes out of a pipe comes only once.
+// 0 when a certificate seems to be in it; the errno why it cannot be read; -1 when there is none. Only a regular file
+// is read here: what comes out of a pipe comes only once.
 int CheckFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0 || faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0) return errno;

@@ -4,8 +4,8 @@
 
 namespace CorvaneCli {
 
-// A failure code of libcurl, by its number in libcurl-errors(3), which never changes: the program sees libcurl only through
-// the library's codes.
+// A failure code of libcurl, by its number in libcurl-errors(3), which never changes: the program sees libcurl only
+// through the library's codes.
 struct CurlFailure {
   unsigned int number;  // 0 for any that is not in the table
   const char* meaning;

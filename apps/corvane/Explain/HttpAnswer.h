@@ -6,8 +6,8 @@
 // What a server answered, read from the response header.
 namespace CorvaneCli {
 
-// The last HTTP status line of `header`, such as "404 Not Found", with the usual phrase when the server sent none (HTTP/2).
-// `status` receives the number; empty text and 0 when there is none.
+// The last HTTP status line of `header`, such as "404 Not Found", with the usual phrase when the server sent none
+// (HTTP/2). `status` receives the number; empty text and 0 when there is none.
 [[nodiscard]] std::string LastHttpStatus(const std::string& header, int& status);
 
 // The value of the last header `name` (in lower case, with its colon), valid as long as `header`.

@@ -26,8 +26,8 @@ std::string FreeSpaceOf(const std::string& path) {
   return FormatBytes(static_cast<unsigned long long>(status.f_bavail) * status.f_frsize);
 }
 
-// The errno with which the file system of `path` refuses another block; 0 when it takes one, or when it does not tell because
-// it has no files without a name.
+// The errno with which the file system of `path` refuses another block; 0 when it takes one, or when it does not tell
+// because it has no files without a name.
 int RefusalOf(const std::string& path) {
   const Descriptor probe = Open(DirectoryOf(path), O_TMPFILE | O_WRONLY);
   if (!probe.IsOpen()) return errno == ENOSPC || errno == EDQUOT || errno == EROFS ? errno : 0;

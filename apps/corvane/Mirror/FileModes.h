@@ -8,8 +8,8 @@
 
 namespace CorvaneCli {
 
-// Gives the files that a mirror has fetched the mode that any program's new file gets: the library makes them executable.
-// A file that was there keeps what it had denied to others.
+// Gives the files that a mirror has fetched the mode that any program's new file gets: the library makes them
+// executable. A file that was there keeps what it had denied to others.
 // Thread safety: one thread. Errors: a mode that cannot be changed stays.
 class FileModes {
  public:

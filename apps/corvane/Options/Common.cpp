@@ -124,7 +124,8 @@ std::optional<Throttling> CommonDefinition::UnderstandThrottling(const Given& gi
   if (percent) {
     throttling.limit =
         static_cast<unsigned int>(UnderstandNumber("--limit-percent", m_limitPercent, 1, 100, "percentage"));
-    // A percentage has to be measured anyway; with the highest mark every speed counts as low, so that it is always limited.
+    // A percentage has to be measured anyway; with the highest mark every speed counts as low, so that it is always
+    // limited.
     throttling.lowWaterMark = std::numeric_limits<unsigned int>::max();
   } else {
     throttling.limit = UnderstandRate("--limit", m_limit, 1024) / 1024;

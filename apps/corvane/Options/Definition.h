@@ -9,8 +9,8 @@
 #include "apps/corvane/Options/Given.h"
 #include "apps/corvane/Options/HelpTexts.h"
 
-// How a command's options are defined: each command in a source of its own, which keeps what the parser reads, and makes
-// of it what Options.h tells the rest of the program.
+// How a command's options are defined: each command in a source of its own, which keeps what the parser reads, and
+// makes of it what Options.h tells the rest of the program.
 namespace CorvaneCli {
 
 class CommonDefinition;

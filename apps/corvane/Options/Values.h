@@ -4,9 +4,9 @@
 
 #include <Corvane/Base/String.h>
 
-// Understands the values of options and arguments. Numbers come as text, so that what is wrong with them is told in words.
-// What cannot be used throws Failure(kUsage), whose text names the option, the reason and the remedy, and never shows
-// anything that could be a password.
+// Understands the values of options and arguments. Numbers come as text, so that what is wrong with them is told in
+// words. What cannot be used throws Failure(kUsage), whose text names the option, the reason and the remedy, and never
+// shows anything that could be a password.
 namespace CorvaneCli {
 
 [[noreturn]] void RefuseUsage(const std::string& text);
