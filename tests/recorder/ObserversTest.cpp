@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/frame/BlockedCall.h"
 #include "tests/recorder/Scenarios.h"
 #include "tests/recorder/TransferTest.h"
 #include "tests/support/Gate.h"
@@ -130,6 +131,35 @@ class ARunningOperation : public TransferTest {
 
   ZTransfer transfer;
 };
+
+// The end of one and the beginning of the next lie so close together that a waiter may not run between them.
+TEST_F(ARunningOperation, WakesAtItsEndWhoWaitsAlsoWhenTheNextBeginsAtOnce) {
+  for (int round = 0; round < 20; ++round) {
+    Gate firstRuns;
+    Gate firstMayEnd;
+    Gate waiterIsBack;
+    curl.perform = [&](const EasyHandle&) {
+      const bool isFirst = !firstRuns.IsOpen();
+      firstRuns.Open();
+      EXPECT_TRUE((isFirst ? firstMayEnd : waiterIsBack).Wait()) << "the waiter slept through the first one's end";
+      return CURLE_OK;
+    };
+    std::thread runner([&] {
+      ZString result;
+      for (int operation = 0; operation < 2; ++operation) EXPECT_EQ(transfer.Download(L"http://h/", result), kFinished);
+    });
+    EXPECT_TRUE(firstRuns.Wait());
+    {
+      BlockedCall waiter([&] {
+        EXPECT_TRUE(transfer.Wait(0xFFFFFFFF));
+        waiterIsBack.Open();
+      });
+      EXPECT_TRUE(waiter.IsBlocked());
+      firstMayEnd.Open();
+    }
+    runner.join();
+  }
+}
 
 TEST_F(ARunningOperation, ReportsSuccessSoFarAndNoTime) {
   ScriptedTime time;
