@@ -153,7 +153,8 @@ class CORVANE_ZN_API ZTransfer {
   // PostData that waits for another thread's operation is not running yet: the abort ends the operation that it waits for, and it
   // then takes its turn.
   ZResult Abort();
-  // Waits until no operation runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs.
+  // Waits until no operation runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs, or when the one that ran
+  // has ended and another has begun since. Not for observers, which would wait for themselves.
   bool Wait(unsigned long milliseconds);
 
   // --- Operations. ---
