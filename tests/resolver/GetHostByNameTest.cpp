@@ -1,6 +1,7 @@
 #include <Corvane/GetHostByName.h>
 
 #include <netdb.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Env.h"
+#include "tests/support/NextFunction.h"
 
 namespace {
 
@@ -31,6 +33,7 @@ struct Answer {
   bool leavesOutputs = false;  // touches neither the result nor the host error
 };
 
+bool s_asksSystem = false;  // who is then asked, and not the test's own resolver
 std::vector<Call> s_calls;
 std::function<Answer(const Call&)> s_answer;
 
@@ -48,6 +51,7 @@ const Answer kAskAgain{ERANGE, kTooSmall, false, false};
 class GetHostByName : public testing::Test {
  protected:
   void SetUp() override {
+    s_asksSystem = false;
     s_calls.clear();
     s_buffers.clear();
     s_buffersUntilFailure = -1;
@@ -68,6 +72,10 @@ class GetHostByName : public testing::Test {
 extern "C" __attribute__((visibility("default"))) int gethostbyname_r(const char* name, hostent* entry, char* buffer,
                                                                       std::size_t bytes, hostent** result,
                                                                       int* hostError) {
+  if (s_asksSystem) {
+    using Resolver = int(const char*, hostent*, char*, std::size_t, hostent**, int*);
+    return CorvaneTest::NextFunction<Resolver>("gethostbyname_r")(name, entry, buffer, bytes, result, hostError);
+  }
   s_calls.push_back({name, buffer, bytes, *hostError});
   const Answer answer = s_answer(s_calls.back());
   if (answer.leavesOutputs) return answer.returned;
@@ -182,6 +190,29 @@ TEST_F(GetHostByName, ReturnValueAloneDoesNotGrowTheBuffer) {
   const ZGetHostByName lookup("aliases.example");
   EXPECT_EQ(lookup.GetHostEnt(), nullptr);
   EXPECT_EQ(s_calls.size(), 1u);
+}
+
+// Numbers need no network.
+TEST_F(GetHostByName, FindsAddressesOfVersion4Only) {
+  s_asksSystem = true;
+  ZGetHostByName lookup("127.0.0.1");
+  ASSERT_NE(lookup.GetHostEnt(), nullptr);
+  EXPECT_EQ(lookup.GetHostEnt()->h_addrtype, AF_INET);
+  EXPECT_EQ(lookup.GetHostEnt()->h_length, 4);
+  EXPECT_EQ(std::string(lookup.GetHostEnt()->h_addr_list[0], 4), std::string("\x7F\0\0\x01", 4));
+  EXPECT_EQ(lookup.GetHostEnt()->h_addr_list[1], nullptr);
+  lookup.Init("::1");
+  EXPECT_EQ(lookup.GetHostEnt(), nullptr);
+}
+
+TEST_F(GetHostByName, NullIsNotFoundAndAsksNobody) {
+  ZGetHostByName lookup("host.example");
+  ASSERT_NE(lookup.GetHostEnt(), nullptr);
+  s_calls.clear();
+  lookup.Init(static_cast<const char*>(nullptr));
+  EXPECT_EQ(lookup.GetHostEnt(), nullptr);
+  EXPECT_EQ(ZGetHostByName(static_cast<const char*>(nullptr)).GetHostEnt(), nullptr);
+  EXPECT_TRUE(s_calls.empty());
 }
 
 TEST_F(GetHostByName, SuccessIsNotAskedAgainWhateverTheHostErrorSays) {
