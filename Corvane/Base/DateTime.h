@@ -6,8 +6,10 @@
 
 namespace Corvane {
 
-// A duration in microseconds, possibly negative.
+// A duration in microseconds, possibly negative. What is beyond the range of 64 bits, 292,000 years, becomes its
+// nearest end.
 // Thread safety: the value is one relaxed atomic, so an object may be read while another thread assigns to it.
+// Errors: none.
 class CORVANE_ZPS_API ZTimeSpan {
  public:
   ZTimeSpan() noexcept = default;
@@ -15,6 +17,7 @@ class CORVANE_ZPS_API ZTimeSpan {
   ZTimeSpan(const ZTimeSpan& other) noexcept : m_microseconds(other.GetTotalMicroSeconds()) {}
   ZTimeSpan& operator=(const ZTimeSpan& other) noexcept;
 
+  // Replaces the value by the sum of the parts, each of any size and sign.
   void Set(long days, long hours, long minutes, long seconds, long microseconds) noexcept;
   [[nodiscard]] long long GetTotalMicroSeconds() const noexcept {
     return m_microseconds.load(std::memory_order_relaxed);
@@ -25,7 +28,7 @@ class CORVANE_ZPS_API ZTimeSpan {
 };
 
 // A point in time: microseconds since the epoch on the system clock, which may be set and so go backwards.
-// Thread safety: as ZTimeSpan.
+// Thread safety and errors: as ZTimeSpan.
 class CORVANE_ZPS_API ZDateTime {
  public:
   ZDateTime() noexcept = default;  // the epoch
@@ -45,7 +48,7 @@ class CORVANE_ZPS_API ZDateTime {
   std::atomic<long long> m_microseconds{0};
 };
 
-// The time from `earlier` to `later`.
+// The time from `earlier` to `later`; negative when it is the other way round.
 [[nodiscard]] CORVANE_ZPS_API ZTimeSpan operator-(const ZDateTime& later, const ZDateTime& earlier) noexcept;
 
 }  // namespace Corvane

@@ -19,8 +19,9 @@ constexpr unsigned int kFacilities = 0x800;  // the facility is an 11-bit field
 // codes in static initialisers and withdraw them in static destructors without regard to the order of ours.
 constinit const ZErrorMap* facilityMaps[kFacilities] = {};  // guarded by facilityMutex
 constinit std::shared_mutex facilityMutex;
-// Everybody who wants facilityMutex comes in through this gate, and a writer keeps it shut behind itself until it is in. The
-// shared_mutex alone lets readers in while a writer waits, and where threads read all the time it would wait for seconds.
+// Everybody who wants facilityMutex comes in through this gate, and a writer keeps it shut behind itself until it is
+// in. The shared_mutex alone lets readers in while a writer waits, and where threads read all the time it would wait
+// for seconds.
 constinit std::mutex facilityGate;
 static_assert(std::is_trivially_destructible_v<std::shared_mutex> && std::is_trivially_destructible_v<std::mutex>);
 

@@ -7,23 +7,24 @@ namespace Corvane {
 
 // Operations on files by path. Paths are converted to the local multibyte encoding; one that it cannot express gives
 // BASE_E_INVALID_NAME. Other failures are reported as ResultFromErrno. Symbolic links are followed unless stated.
-// `flags` is reserved and must be 0. Thread safety: as the file system's.
+// `flags` is reserved and must be 0. Thread safety: as the file system's. Throws only std::bad_alloc.
 class CORVANE_ZPS_API ZFile {
  public:
-  // Whether something of that name exists. `*result`, when given, receives 0 or the reason why it is not known to exist.
+  // Whether something of that name exists. `*result`, when given, receives 0 or the reason why it is not known to
+  // exist.
   [[nodiscard]] static bool Exists(const ZString& path, int flags, ZResult* result);
   // Whether the name is a directory's; `result` as in Exists.
   [[nodiscard]] static bool IsDirectory(const ZString& path, int flags, ZResult* result);
   // Whether the name is a regular file's: not a directory's, device's, FIFO's or socket's. `result` as in Exists.
   [[nodiscard]] static bool IsRegularFile(const ZString& path, int flags, ZResult* result);
-  // The size in bytes. On a failure `size` is left as it was.
+  // The size in bytes; the system defines that of anything but a regular file. On a failure `size` is left as it was.
   static ZResult GetSize(const ZString& path, unsigned long long& size);
-  // Removes a regular file or a symbolic link (the link itself). Anything else is refused with BASE_E_NOT_A_FILE: a failed
-  // download into /dev/null must not delete the device.
+  // Removes a regular file or a symbolic link (the link itself). Anything else is refused with BASE_E_NOT_A_FILE: a
+  // failed download into /dev/null must not delete the device.
   static ZResult Remove(const ZString& path, int flags);
   // Sets the times of last access and modification, in seconds since the epoch.
   static ZResult SetTime(const ZString& path, long access, long modification);
-  // Sets the permission bits, such as 0755.
+  // Sets the permission bits (07777), such as 0755; the umask does not matter. Other bits are ignored.
   static ZResult Chmod(const ZString& path, unsigned int mode, int flags);
 };
 

@@ -20,7 +20,7 @@ class ZGuardImpl {
   // False when the lock step refused, and after Release.
   [[nodiscard]] bool IsHeld() const noexcept { return m_held; }
 
-  // Runs the unlock step now instead of at the end of the scope.
+  // Runs the unlock step now instead of at the end of the scope; nothing when it has run.
   void Release() {
     if (!m_held) return;
     m_held = false;

@@ -7,28 +7,30 @@
 
 namespace Corvane {
 
-// A dotted version number such as "6.2.1591".
+// A dotted version number such as "6.2.1591". Thread safety and errors: as ZString.
 class CORVANE_ZPS_API ZVersion {
  public:
   ZVersion() = default;
-  // Parses numbers separated by dots; a component without digits counts as 0.
+  // Parses numbers separated by dots; a component without digits counts as 0, and what follows the digits is ignored.
   explicit ZVersion(const ZString& text);
 
   // Negative, 0 or positive; components that one of the two lacks count as 0.
   [[nodiscard]] int Compare(const ZVersion& other) const noexcept;
+  // The components as numbers, separated by dots; empty for an empty text and a default version.
   [[nodiscard]] ZString ToString() const;
 
  private:
   std::vector<unsigned long> m_components;
 };
 
-// A loaded module: a name in reverse-domain form and a version.
+// A loaded module: a name in reverse-domain form and a version. Thread safety and errors: as ZString.
 class CORVANE_ZPS_API ZModule {
  public:
   ZModule() = default;
   explicit ZModule(ZString name);
 
   ZModule& SetVersion(const ZVersion& version);
+  // Both valid as long as the object.
   [[nodiscard]] const ZString& GetName() const noexcept { return m_name; }
   [[nodiscard]] const ZVersion& GetVersion() const noexcept { return m_version; }
 
@@ -38,7 +40,8 @@ class CORVANE_ZPS_API ZModule {
 };
 
 // The modules that are loaded into the process, by name.
-// Thread safety: all operations from any thread at any time.
+// Thread safety: all operations from any thread at any time, static initialisers and destructors included. Errors: only
+// std::bad_alloc.
 class CORVANE_ZPS_API ZModuleRegistry {
  public:
   // Adds `module`, or replaces the one of the same name.

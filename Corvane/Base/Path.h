@@ -5,6 +5,7 @@
 namespace Corvane {
 
 // A path of the local file system, separated by "/". It is kept as given; nothing is resolved or looked up.
+// Thread safety and errors: as ZString.
 class CORVANE_ZPS_API ZPath {
  public:
   ZPath() = default;
@@ -13,8 +14,8 @@ class CORVANE_ZPS_API ZPath {
   // The directory part of `path`: what stands before its last "/", "/" for a name in the root, empty without a "/".
   [[nodiscard]] static ZString GetDirectory(const ZString& path);
 
-  // This path and `name` with one "/" between them: none is added when this path ends with one already, and any that the
-  // name begins with are dropped. An empty path gives the name as it is.
+  // This path and `name` with one "/" between them: none is added when this path ends with one already, and any that
+  // the name begins with are dropped. An empty path gives the name as it is.
   [[nodiscard]] ZPath operator/(const ZString& name) const;
   [[nodiscard]] const ZString& ToString() const noexcept { return m_path; }
 

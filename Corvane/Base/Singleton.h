@@ -12,8 +12,9 @@ namespace Corvane {
 class CORVANE_ZPS_API ZSingleton {
  public:
   // Makes sure that `slot` is set: the first caller runs `factory` and stores its result, every other caller finds it
-  // there, also when many threads come at once. A factory that throws leaves the slot null, and the next call tries again.
-  // Once the slot is set a call costs one atomic load. A factory may call CheckInit for another slot.
+  // there, also when many threads come at once. A factory that throws leaves the slot null, and the next call tries
+  // again. Once the slot is set a call costs one atomic load. A factory may call CheckInit for another slot, not for
+  // its own; it must not wait for a thread that calls CheckInit.
   // Thread safety: any thread, any time. Whoever clears a slot sees to it that nobody uses the object any more.
   template <class T>
   static void CheckInit(std::atomic<T*>& slot, T* (*factory)()) {
@@ -23,8 +24,8 @@ class CORVANE_ZPS_API ZSingleton {
   }
 
  private:
-  // One lock for all slots: creation is rare, and a single recursive lock cannot be taken in two orders. Exported, since CheckInit
-  // is compiled into whoever calls it.
+  // One lock for all slots: creation is rare, and a single recursive lock cannot be taken in two orders. Exported,
+  // since CheckInit is compiled into whoever calls it.
   static ZRecursiveMutex& CreationLock();
 };
 

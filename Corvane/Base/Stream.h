@@ -13,14 +13,15 @@ namespace Corvane {
 // Names the UTF-8 encoding to ZStream::Read.
 struct ZUtf8Encoding {};
 
-// A sequence of bytes with a position. Not guarded: one thread at a time.
+// A sequence of bytes with a position.
+// Thread safety: one thread at a time. Errors: codes; nothing throws.
 class CORVANE_ZPS_API ZStream {
  public:
   virtual ~ZStream() = default;
 
   // Appends to `text` the characters that the next `bytes` bytes stand for; ill-formed input becomes U+FFFD.
-  // Returns 0; BASE_E_END_OF_STREAM when fewer bytes are left (nothing is read then); the code of ENOMEM when memory ran
-  // out (`text` then holds the beginning).
+  // Returns 0; BASE_E_END_OF_STREAM when fewer bytes are left (nothing is read then, and the position stays); the code
+  // of ENOMEM when memory ran out (`text` then holds the beginning, and the position is behind all the bytes).
   [[nodiscard]] ZResult Read(ZString& text, std::size_t bytes, const ZUtf8Encoding& encoding);
 
  protected:
@@ -60,8 +61,9 @@ class CORVANE_ZPS_API ZMemoryStream : public ZStream {
   std::size_t m_position = 0;
 };
 
-// A memory stream that grows by doubling. The memory is kept until the object's destruction, so that a stream used again
-// and again allocates once; large blocks are grown by remapping pages, not by copying.
+// A memory stream that grows by doubling. The memory is kept until the object is destroyed or moved from, so that a
+// stream used again and again allocates once; large blocks are grown by realloc(3), which can remap pages instead of
+// copying them.
 class CORVANE_ZPS_API ZDynamicMemoryStream : public ZMemoryStream {
  public:
   // `initialBytes`: room to start with, at least 1. Nothing is allocated before the first write.

@@ -11,8 +11,8 @@ namespace Corvane {
 
 // A wide-character string (wchar_t, 32-bit characters) with value semantics: moves are cheap, copies are deep.
 //
-// Positions and lengths count characters. A failed search returns npos; a position past the end is never an error. Where a
-// pointer comes with a length, npos means up to the terminating zero.
+// Positions and lengths count characters. A failed search returns npos; a position past the end is never an error.
+// Where a pointer comes with a length, npos means up to the terminating zero.
 // Thread safety: like std::wstring. Different objects are independent; one object may be read by many threads or
 // changed by one.
 // Errors: only std::bad_alloc, also for more characters than any string can hold.
@@ -23,8 +23,9 @@ class CORVANE_ZPS_API ZString {
 
   ZString() noexcept = default;
 
-  // From narrow text in the process's local multibyte encoding (LC_CTYPE, as the host set it with setlocale). A byte that
-  // does not decode becomes the character of the same number, so nothing is lost. A null pointer gives an empty string.
+  // From narrow text in the process's local multibyte encoding (LC_CTYPE, as the host set it with setlocale). A byte
+  // that does not decode becomes the character of the same number, so nothing is lost. A null pointer gives an empty
+  // string.
   ZString(const char* text);  // NOLINT(google-explicit-constructor): literals are passed everywhere
   ZString(const char* text, size_type length);
 
@@ -42,16 +43,17 @@ class CORVANE_ZPS_API ZString {
   ZString& Append(const wchar_t* text, size_type length);
   ZString& Append(wchar_t character);
   ZString& Clear() noexcept;
-  // Makes room for `length` characters in all, so that the text can grow to there without another allocation. Never shrinks.
+  // Makes room for `length` characters in all, so that the text can grow to there without another allocation. Never
+  // shrinks.
   ZString& Reserve(size_type length);
-  // White space is what isspace(3) knows in the "C" locale: blank, \t, \n, \v, \f, \r; so that a trimmed name is the same
-  // in every locale.
+  // White space is what isspace(3) knows in the "C" locale: blank, \t, \n, \v, \f, \r; so that a trimmed name is the
+  // same in every locale.
   ZString& TrimLeft();   // removes leading white space
   ZString& TrimRight();  // removes trailing white space
 
-  // Replaces the text by `number`: format 'd' signed decimal, 'u' unsigned decimal, 'x' lower-case hexadecimal; any other
-  // counts as the default. The argument's own width decides how a negative number looks in 'u' and 'x', and how an
-  // unsigned one above the signed range looks in 'd'.
+  // Replaces the text by `number`: format 'd' signed decimal, 'u' unsigned decimal, 'x' lower-case hexadecimal; any
+  // other counts as the default. The argument's own width decides how a negative number looks in 'u' and 'x', and how
+  // an unsigned one above the signed range looks in 'd'.
   ZString& SetNum(int number, char format = 'd');
   ZString& SetNum(unsigned int number, char format = 'u');
   ZString& SetNum(long number, char format = 'd');
@@ -59,9 +61,12 @@ class CORVANE_ZPS_API ZString {
   ZString& SetNum(long long number, char format = 'd');
   ZString& SetNum(unsigned long long number, char format = 'u');
 
-  // A copy in which every occurrence of the lowest-numbered placeholder left (%1 to %99) is replaced by `value`; without a
-  // placeholder, an unchanged copy. Text that an Arg inserted is never searched for placeholders again, so that a value
-  // may hold "%2" and come out unharmed: ZString(L"%1: %2").Arg(L"100%2.txt").Arg(L"ok") is "100%2.txt: ok".
+  // A copy in which every occurrence of the lowest-numbered placeholder left (%1 to %99) is replaced by `value`;
+  // without a placeholder, an unchanged copy. Text that an Arg inserted is never searched for placeholders again, so
+  // that a value may hold "%2" and come out unharmed:
+  //
+  //   ZString(L"%1: %2").Arg(L"100%2.txt").Arg(L"ok")  // "100%2.txt: ok"
+  //
   // The mark of inserted text survives copying, appending to another string, trimming, Substr, Lower and Upper.
   // A placeholder is "%", a digit from 1 to 9 and, when one follows, a second digit.
   [[nodiscard]] ZString Arg(const ZString& value) const;
@@ -90,17 +95,18 @@ class CORVANE_ZPS_API ZString {
   [[nodiscard]] size_type FindLastNotOf(const ZString& set, size_type from = npos) const noexcept;
   [[nodiscard]] bool StartsWith(const ZString& prefix, bool ignoreCase = false) const;
 
-  // Copies in which each character is mapped by itself, so that every character keeps its position. ASCII letters map to
-  // ASCII letters in every locale (also in a Turkish one), other characters as towlower(3) and towupper(3) say; StartsWith
-  // ignores case by comparing in lower case.
+  // Copies in which each character is mapped by itself, so that every character keeps its position. ASCII letters map
+  // to ASCII letters in every locale (also in a Turkish one), other characters as towlower(3) and towupper(3) say;
+  // StartsWith ignores case by comparing in lower case.
   [[nodiscard]] ZString Lower() const;
   [[nodiscard]] ZString Upper() const;
   // The `count` characters from `from` on, fewer when the string ends before; empty when `from` is past the end.
   [[nodiscard]] ZString Substr(size_type from, size_type count = npos) const;
 
-  // The number that the text begins with in `base` (2 to 36), white space before it skipped, anything behind it ignored.
-  // Text without digits gives 0, also a signed number; a number too large gives the type's largest value. `*ok`, when
-  // given, tells whether the whole text, leading white space apart, was one number that fits. Another base gives 0.
+  // The number that the text begins with in `base` (2 to 36), white space before it skipped, anything behind it
+  // ignored. Text without digits gives 0, also a signed number; a number too large gives the type's largest value.
+  // `*ok`, when given, tells whether the whole text, leading white space apart, was one number that fits. Another base
+  // gives 0.
   [[nodiscard]] unsigned long ToULong(int base = 10, bool* ok = nullptr) const noexcept;
   [[nodiscard]] unsigned long long ToULongLong(int base = 10, bool* ok = nullptr) const noexcept;
 

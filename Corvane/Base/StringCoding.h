@@ -12,8 +12,8 @@ namespace Corvane {
 //   ZStringEncoder local(fileName, ZStringEncoder::Local);
 //   if (local.CStr() == nullptr) ... the name cannot be expressed in the host's locale ...
 //
-// Thread safety: objects are independent. Local reads the process's (or the calling thread's, see uselocale(3)) LC_CTYPE;
-// no environment variable is read.
+// Thread safety: objects are independent. Local reads the process's (or the calling thread's, see uselocale(3))
+// LC_CTYPE; no environment variable is read. Errors: only std::bad_alloc.
 class CORVANE_ZPS_API ZStringEncoder {
  public:
   enum Encoding {
@@ -36,7 +36,7 @@ class CORVANE_ZPS_API ZStringEncoder {
 };
 
 // Converts narrow strings to wide ones. A null pointer gives an empty string; a length of all ones means up to the
-// terminating zero byte. Nothing that cannot be decoded is an error.
+// terminating zero byte. Nothing that cannot be decoded is an error. Thread safety and errors: as ZStringEncoder.
 class CORVANE_ZPS_API ZStringDecoder {
  public:
   // A byte that the local multibyte encoding does not decode becomes the character of the same number.

@@ -11,8 +11,8 @@ namespace Corvane::Coding {
 // ZStringDecoder::FromLocal describes it. Throws only std::bad_alloc.
 void AppendLocal(ZString& text, const char* bytes, std::size_t length);
 
-// Whether the text is ASCII alone, without zeros. Nearly all names and URLs are; such a text is the same in every encoding. This and the
-// copying compile to vector instructions.
+// Whether the text is ASCII alone, without zeros. Nearly all names and URLs are; such a text is the same in every
+// encoding. This and the copying compile to vector instructions.
 bool IsPlainAscii(const std::wstring& text) noexcept;
 // Writes text.size() bytes. For plain ASCII only.
 void CopyAscii(const std::wstring& text, char* bytes) noexcept;

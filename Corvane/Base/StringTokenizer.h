@@ -9,6 +9,7 @@
 namespace Corvane {
 
 // A sequence of tokens, numbered from 0. NextToken walks through it once; GetToken reaches any of them at any time.
+// Thread safety: as ZString; NextToken changes the object. Errors: only std::bad_alloc.
 class CORVANE_ZPS_API ZTokenizer {
  public:
   virtual ~ZTokenizer() = default;
@@ -25,13 +26,13 @@ class CORVANE_ZPS_API ZTokenizer {
   std::size_t m_next = 0;
 };
 
-// Splits a text at any of the characters of `delimiters`; runs of delimiters count as one, and none gives an empty token.
-// The split happens once, in the constructor, in time linear in the text; the object keeps the text.
+// Splits a text at any of the characters of `delimiters`; runs of delimiters count as one, and none gives an empty
+// token. The split happens once, in the constructor, in time linear in the text; the object keeps the text.
 class CORVANE_ZPS_API ZStringTokenizer : public ZTokenizer {
  public:
   ZStringTokenizer(ZString text, const ZString& delimiters);
-  // At most `most` tokens (0 = as many as there are); the last one is the remainder of the text from its first character
-  // on, delimiters included. `flags` is reserved and must be 0.
+  // At most `most` tokens (0 = as many as there are); the last one is the remainder of the text from its first
+  // character on, delimiters included. `flags` is reserved and must be 0.
   ZStringTokenizer(ZString text, const ZString& delimiters, int flags, std::size_t most);
 
   [[nodiscard]] std::size_t CountTokens() const noexcept override { return m_tokens.size(); }

@@ -29,21 +29,21 @@ class ZRecursiveMutex {
 };
 
 // Something that threads wait for. Constructed signalled.
-// Thread safety: all operations from any thread at any time. What a thread wrote before Set is visible to a thread whose
-// Wait returned because of it. Whoever destroys an event sees to it that nobody waits on it or calls it any more; a thread
-// whose Wait has returned may do so at once.
+// Thread safety: all operations from any thread at any time. What a thread wrote before Set is visible to a thread
+// whose Wait returned because of it. Whoever destroys an event sees to it that nobody waits on it or calls it any more;
+// a thread whose Wait has returned may do so at once.
 // Errors: none. Nothing here throws or allocates.
 class CORVANE_ZPS_API ZEvent {
  public:
-  // resetFlag 1 (or any but 0): manual reset. The event stays signalled until Reset, so any number of waits return at once.
+  // resetFlag 1, or any but 0: manual reset. The event stays signalled until Reset; any number of waits return at once.
   // resetFlag 0: automatic reset. Each Set lets one wait return, whether it came before the wait or during it.
   explicit ZEvent(unsigned int resetFlag);
   ZEvent(const ZEvent&) = delete;
   ZEvent& operator=(const ZEvent&) = delete;
 
-  // On manual reset everybody who waits is released, and the event stays signalled. On automatic reset one of those who wait
-  // is released; when nobody does, the event remembers the Set for a later wait. A release is final: a Reset that follows at
-  // once does not take it back.
+  // On manual reset everybody who waits is released, and the event stays signalled. On automatic reset one of those who
+  // wait is released; when nobody does, the event remembers the Set for a later wait. A release is final: a Reset that
+  // follows at once does not take it back.
   void Set();
   // Lets later waits wait until the next Set. On automatic reset the remembered Sets are forgotten.
   void Reset();

@@ -73,8 +73,8 @@ int OpenWithoutPeer(const char* path, int flags) noexcept {
   constexpr mode_t kEverybody = 0666;  // open(2) subtracts the umask
   const int descriptor = open(path, flags | O_NONBLOCK, kEverybody);
   if (descriptor >= 0 || errno != EWOULDBLOCK) return descriptor;
-  // Somebody, a file server perhaps, holds a lease on the file (fcntl(2)) and has been told to give it back. The system gives
-  // him some seconds, which are worth waiting for.
+  // Somebody, a file server perhaps, holds a lease on the file (fcntl(2)) and has been told to give it back. The system
+  // gives him some seconds, which are worth waiting for.
   const bool isFile = IsRegularFile(path);
   errno = EWOULDBLOCK;
   return isFile ? open(path, flags, kEverybody) : -1;

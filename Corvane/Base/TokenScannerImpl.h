@@ -32,8 +32,8 @@ class DelimiterSet {
   std::wstring m_others;
 };
 
-// Walks over the tokens of a text, which are the runs between delimiters, without owning or copying anything: both the text and the
-// set must outlive it, and what it returns lies within the text. No token is empty.
+// Walks over the tokens of a text, which are the runs between delimiters, without owning or copying anything: both the
+// text and the set must outlive it, and what it returns lies within the text. No token is empty.
 class TokenScanner {
  public:
   TokenScanner(std::wstring_view text, const DelimiterSet& delimiters) noexcept

@@ -217,8 +217,8 @@ TEST(ZErrorDict, NobodyReadsAMapAfterItsWithdrawal) {
   EXPECT_EQ(wrong, 0);
 }
 
-// A reader is stopped while it copies a message, and a writer waits for it: whoever comes to read now must wait behind the
-// writer, or the writers of a program that asks for messages all the time never get their turn.
+// A reader is stopped while it copies a message, and a writer waits for it: whoever comes to read now must wait behind
+// the writer, or the writers of a program that asks for messages all the time never get their turn.
 TEST(ZErrorDict, LetsAWaitingWriterGoBeforeTheReadersThatComeAfterIt) {
   const ZErrorMap former{{kCode, L"A message long enough not to be kept inside the string object itself"}};
   const ZErrorMap latter{{kCode, L"New"}};

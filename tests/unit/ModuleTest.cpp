@@ -60,6 +60,8 @@ TEST(ZVersion, WritesItsComponents) {
   EXPECT_EQ(ZVersion("6.2.1591").ToString(), ZString(L"6.2.1591"));
   EXPECT_EQ(ZVersion(L"1..x.04").ToString(), ZString(L"1.0.0.4"));
   EXPECT_EQ(ZVersion().ToString(), ZString());
+  EXPECT_EQ(ZVersion(L"").ToString(), ZString());
+  EXPECT_EQ(ZVersion(L"2.5beta.1").ToString(), ZString(L"2.5.1"));
 }
 
 TEST(ZModule, KeepsNameAndVersion) {

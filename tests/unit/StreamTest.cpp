@@ -264,6 +264,7 @@ TEST(ZStream, ReadReportsThatMemoryRanOut) {
     EXPECT_EQ(stream.Read(text, 1 << 20, ZUtf8Encoding()), ResultFromErrno(ENOMEM));
   }
   EXPECT_TRUE(text.StartsWith(L"old"));
+  EXPECT_EQ(stream.Read(text, 1, ZUtf8Encoding()), BASE_E_END_OF_STREAM) << "the position is behind the bytes";
   EXPECT_EQ(ReadFromBeginning(stream, 1 << 20), std::wstring(1 << 20, L'x'));
 }
 

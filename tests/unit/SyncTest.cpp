@@ -18,8 +18,8 @@
 
 namespace {
 
-// How many threads have begun to wait on a condition variable. A thread is counted while it still holds the mutex that the
-// variable goes with: whoever has seen the count and takes that mutex finds the thread waiting.
+// How many threads have begun to wait on a condition variable. A thread is counted while it still holds the mutex that
+// the variable goes with: whoever has seen the count and takes that mutex finds the thread waiting.
 std::atomic<int> waitingThreads{0};
 
 void CountThisThread() {
