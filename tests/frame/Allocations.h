@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <limits>
 
-// The program's own operator new and delete, linked with Allocations.cpp: they count what is alive, report blocks to a test,
-// and can fail on demand.
+// The program's own operator new and delete, linked with Allocations.cpp: they count what is alive, report blocks to a
+// test, and can fail on demand.
 namespace CorvaneTest {
 
 // Blocks made by operator new and not yet freed, of all threads.
@@ -19,7 +19,8 @@ class FailingAllocations {
   FailingAllocations& operator=(const FailingAllocations&) = delete;
 };
 
-// Called with each block that operator new has made, and that operator delete is about to free. Must not allocate. Null: nobody.
+// Called with each block that operator new has made, and that operator delete is about to free. Must not allocate.
+// Null: nobody.
 struct AllocationWatch {
   void (*made)(void* block, std::size_t size) = nullptr;
   void (*freed)(void* block) = nullptr;

@@ -1,5 +1,5 @@
-// Loads and unloads both libraries in a program that links neither: what a host sees that was written in another language.
-// libcurl is linked, because it stays in a process once it was loaded, and would hide our own growth.
+// Loads and unloads both libraries in a program that links neither: what a host sees that was written in another
+// language. libcurl is linked, because it stays in a process once it was loaded, and would hide our own growth.
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>

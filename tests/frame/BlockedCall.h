@@ -27,8 +27,8 @@ class BlockedCall {
   BlockedCall(const BlockedCall&) = delete;
   BlockedCall& operator=(const BlockedCall&) = delete;
 
-  // Waits until the thread either sleeps in the kernel or has come back from the call. True when it sleeps. A call that does
-  // not block always comes back in the end, so that the answer does not depend on the machine's speed.
+  // Waits until the thread either sleeps in the kernel or has come back from the call. True when it sleeps. A call that
+  // does not block always comes back in the end, so that the answer does not depend on the machine's speed.
   [[nodiscard]] bool IsBlocked() const {
     for (const Deadline deadline = After(kPatience); Clock::now() < deadline; std::this_thread::yield()) {
       if (m_done) return false;

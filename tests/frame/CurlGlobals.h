@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-// The program's own definitions of libcurl's process-wide functions and of the making of handles, linked with CurlGlobals.cpp.
+// The program's own definitions of libcurl's process-wide functions and of the making of handles, linked with
+// CurlGlobals.cpp.
 namespace CorvaneTest {
 
 class CurlGlobals {
@@ -11,8 +12,8 @@ class CurlGlobals {
   // Forgets the calls and lets every function succeed again.
   static void Reset();
 
-  // In order: "init(FLAGS)", "cleanup", "easy_init", "easy_cleanup"; other notes stand between them where they were made.
-  // The last two are recorded only while asked for.
+  // In order: "init(FLAGS)", "cleanup", "easy_init", "easy_cleanup"; other notes stand between them where they were
+  // made. The last two are recorded only while asked for.
   static std::vector<std::string> Calls();
   static void RecordHandles(bool record);
   static void Note(const std::string& what);

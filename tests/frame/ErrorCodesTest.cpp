@@ -65,8 +65,8 @@ TEST(TransferErrorCodes, RiseInTheOrderOfTheTable) {
   for (std::size_t i = 1; i < std::size(kRows); ++i) EXPECT_LT(kRows[i - 1].code, kRows[i].code) << kRows[i].name;
 }
 
-// The gap between the states of a transfer and the reasons of a failure is deliberate, and libcurl's codes share the facility:
-// every code but the twelve, both severities, has to be unknown.
+// The gap between the states of a transfer and the reasons of a failure is deliberate, and libcurl's codes share the
+// facility: every code but the twelve, both severities, has to be unknown.
 TEST(TransferErrorCodes, LeaveEveryOtherCodeOfTheFacilityWithoutMessage) {
   std::vector<ZResult> known;
   for (const unsigned int base : {0x00010000u, 0x80010000u}) {

@@ -18,7 +18,8 @@ namespace {
 using CorvaneTest::Registration;
 using CorvaneTest::RegistrationCall;
 
-// Each test begins as a freshly unloaded library, and leaves a loaded one behind for the program's own static destructor.
+// Each test begins as a freshly unloaded library, and leaves a loaded one behind for the program's own static
+// destructor.
 class ErrorTable : public testing::Test {
  protected:
   ErrorTable() {

@@ -1,5 +1,5 @@
-// The steps of the process-wide set-up that nobody sees from outside: their results, and what they do when they are called
-// out of turn. This program holds the library, built against the recording stand-in for OpenSSL.
+// The steps of the process-wide set-up that nobody sees from outside: their results, and what they do when they are
+// called out of turn. This program holds the library, built against the recording stand-in for OpenSSL.
 #include <Corvane/Transfer/ProcessSetupImpl.h>
 
 #include <gtest/gtest.h>

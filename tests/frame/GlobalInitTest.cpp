@@ -1,5 +1,5 @@
-// The process-wide set-up that the first transfer object makes and the last one undoes, watched through the program's own
-// curl_global_init and curl_global_cleanup.
+// The process-wide set-up that the first transfer object makes and the last one undoes, watched through the program's
+// own curl_global_init and curl_global_cleanup.
 
 #include <Corvane/Transfer.h>
 
@@ -101,7 +101,8 @@ TEST_F(GlobalInit, SurroundsTheEasyHandle) {
   EXPECT_EQ(CurlGlobals::Calls(), (Calls{"init(3)", "easy_init", "easy_cleanup", "cleanup"}));
 }
 
-// The implementation behind an object holds a buffer of 4 KiB for libcurl's texts; no other block of the library is as large.
+// The implementation behind an object holds a buffer of 4 KiB for libcurl's texts; no other block of the library is as
+// large.
 constexpr std::size_t kLargeBlock = 4096;
 std::atomic<void*> implementation{nullptr};
 
@@ -206,7 +207,8 @@ TEST_F(GlobalInit, FailureStillMakesTheObjectAndKeepsTheCount) {
   ExpectUninitialised();
 }
 
-// libcurl initialises itself once more for the handle when the explicit call has failed, so that operations go as usual.
+// libcurl initialises itself once more for the handle when the explicit call has failed, so that operations go as
+// usual.
 TEST_F(GlobalInit, FailureLetsOperationsReportTheirOwnOutcome) {
   CurlGlobals::FailInit(2);
   ZTransfer transfer;

@@ -1,5 +1,5 @@
-// The lock callbacks for an OpenSSL of the 1.0 era. With today's OpenSSL they are macros without effect; here the library's
-// sources are compiled once more, against a stand-in header whose functions record what they are given.
+// The lock callbacks for an OpenSSL of the 1.0 era. With today's OpenSSL they are macros without effect; here the
+// library's sources are compiled once more, against a stand-in header whose functions record what they are given.
 
 #include <Corvane/Transfer.h>
 

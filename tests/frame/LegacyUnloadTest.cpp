@@ -1,4 +1,5 @@
-// Unloading the library while transfer objects are alive, seen by an OpenSSL of the 1.0 era: its callbacks and the locks stay.
+// Unloading the library while transfer objects are alive, seen by an OpenSSL of the 1.0 era: its callbacks and the
+// locks stay.
 
 #include <gtest/gtest.h>
 

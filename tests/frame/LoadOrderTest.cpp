@@ -1,5 +1,5 @@
-// The order of the library's load and unload steps, watched from a program that does not link it: the registrations through
-// the program's own definitions of them, the rest through its operator delete.
+// The order of the library's load and unload steps, watched from a program that does not link it: the registrations
+// through the program's own definitions of them, the rest through its operator delete.
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,8 @@ using CorvaneTest::SharedObject;
 
 using Steps = std::vector<std::string>;
 
-// Follows the blocks of the process-wide objects. Everything stands in plain arrays: it is used inside operator new and delete.
+// Follows the blocks of the process-wide objects. Everything stands in plain arrays: it is used inside operator new and
+// delete.
 struct Block {
   void* address;
   const char* freed;  // the step that its end is
@@ -48,8 +49,8 @@ void Follow(void* address, const char* freed) {
   if (blockCount < blocks.size()) blocks[blockCount++] = {address, freed};
 }
 
-// The mutex and the throttle are made by the first use, after the load, and are told by their sizes. Other blocks of these sizes
-// are gone before the unload.
+// The mutex and the throttle are made by the first use, after the load, and are told by their sizes. Other blocks of
+// these sizes are gone before the unload.
 void BlockMade(void* address, std::size_t size) {
   if (phase != Phase::Loaded) return;
   if (size == sizeof(ZMutex)) Follow(address, "global mutex freed");

@@ -1,6 +1,6 @@
-// Loads and unloads the library as a host with plug-ins does. This program does not link it; it links the base library, so
-// that it can look into the registries, and libcurl: that one, and the libraries behind it, stay in a process once they
-// were loaded (OpenSSL asks the loader for it), which is none of our doing and would hide our own growth.
+// Loads and unloads the library as a host with plug-ins does. This program does not link it; it links the base library,
+// so that it can look into the registries, and libcurl: that one, and the libraries behind it, stay in a process once
+// they were loaded (OpenSSL asks the loader for it), which is none of our doing and would hide our own growth.
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>

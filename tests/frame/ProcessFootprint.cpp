@@ -9,9 +9,9 @@
 namespace CorvaneTest {
 namespace {
 
-// A sanitizer's run-time keeps books of its own in the heap and in mappings (an exit function for each static destructor, for
-// example), and replaces malloc, whose statistics then stand still. AddressSanitizer's leak check at the program's end covers the
-// heap instead.
+// A sanitizer's run-time keeps books of its own in the heap and in mappings (an exit function for each static
+// destructor, for example), and replaces malloc, whose statistics then stand still. AddressSanitizer's leak check at
+// the program's end covers the heap instead.
 constexpr bool IsMeasurable() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   return false;

@@ -17,9 +17,9 @@ struct Footprint {
 
 std::ostream& operator<<(std::ostream& out, const Footprint& footprint);
 
-// Fails the current test when the process has grown over `cycles` cycles. The heap's smallest block takes 32 bytes, so that one
-// lost block in every other cycle is found; the rest is for the allocator's caches, which count as handed out and fill up slowly.
-// Compares nothing in a program with a sanitizer.
+// Fails the current test when the process has grown over `cycles` cycles. The heap's smallest block takes 32 bytes, so
+// that one lost block in every other cycle is found; the rest is for the allocator's caches, which count as handed out
+// and fill up slowly. Compares nothing in a program with a sanitizer.
 void ExpectNoGrowth(const Footprint& before, const Footprint& after, std::size_t cycles);
 
 // How many of the process's mappings are of a file whose path contains `part`.
