@@ -35,9 +35,14 @@ inline ZString TextOf(const std::uint8_t* data, std::size_t size) {
   return text;
 }
 
+// The position of the line that is about in the middle.
+inline std::size_t MiddleLine(const ZString& text) {
+  const std::size_t end = text.Str().find_first_of(L"\r\n", text.Length() / 2);
+  return end == ZString::npos ? text.Length() : end;
+}
+
 // Adds the files of the listing to `files`, as a mirror does. Every name of an entry is a plain file name.
-inline void Parse(Parser parser, const ZString& text, FileSizeList& files) {
-  const Listing listing = parser(text);
+inline void AddFiles(const Listing& listing, FileSizeList& files) {
   for (const Corvane::ListingEntry& entry : listing.entries) {
     const ZString& name = entry.name;
     Require(!name.IsEmpty() && name != L"." && name != L"..", "a name names a file");
@@ -51,10 +56,12 @@ inline void Parse(Parser parser, const ZString& text, FileSizeList& files) {
   }
 }
 
-inline FileSizeList Parse(Parser parser, const ZString& text) {
+inline FileSizeList FilesOf(const Listing& listing) {
   FileSizeList files;
-  Parse(parser, text, files);
+  AddFiles(listing, files);
   return files;
 }
+
+inline FileSizeList Parse(Parser parser, const ZString& text) { return FilesOf(parser(text)); }
 
 }  // namespace CorvaneFuzz

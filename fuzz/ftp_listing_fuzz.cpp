@@ -1,5 +1,5 @@
 // The parser of FTP listings. The input is a listing as bytes. Whatever it is:
-//   - every name is a plain file name, and what is left out is bounded (see Parse);
+//   - every name is a plain file name, and what is left out is bounded (see AddFiles);
 //   - parsing a listing again on top of its own entries changes nothing;
 //   - lines stand for themselves: a listing cut in two between lines gives the entries of the whole;
 //   - empty lines, blanks around lines and the kind of line end do not matter.
@@ -23,24 +23,18 @@ ZString Loosened(const ZString& text) {
   return loosened + L"\r";
 }
 
-// The position of the line that is about in the middle.
-std::size_t MiddleLine(const ZString& text) {
-  const std::size_t end = text.Str().find_first_of(L"\r\n", text.Length() / 2);
-  return end == ZString::npos ? text.Length() : end;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const ZString text = TextOf(data, size);
   const FileSizeList files = Parse(&Corvane::ParseFtpListing, text);
   FileSizeList again = files;
-  Parse(&Corvane::ParseFtpListing, text, again);
+  AddFiles(Corvane::ParseFtpListing(text), again);
   Require(again == files, "the second time gives the same");
 
   const std::size_t cut = MiddleLine(text);
   FileSizeList halves = Parse(&Corvane::ParseFtpListing, text.Substr(0, cut));
-  Parse(&Corvane::ParseFtpListing, text.Substr(cut), halves);
+  AddFiles(Corvane::ParseFtpListing(text.Substr(cut)), halves);
   Require(halves == files, "lines stand for themselves");
 
   Require(Parse(&Corvane::ParseFtpListing, Loosened(text)) == files, "space around lines does not matter");

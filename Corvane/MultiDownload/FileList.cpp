@@ -2,33 +2,58 @@
 
 #include <Corvane/MultiDownload/LocalFilesImpl.h>
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
+#include <Corvane/NumberTextImpl.h>
 
 // The list of files: where it comes from when the host gave none, and what is known of each name.
 namespace Corvane {
 
 using Impl = ZMultiDownload::ZMultiDownloadImpl;
 
+namespace {
+
+// Of a listing, in bytes: what a directory of more than a million files needs. A listing lies in memory as a text, which takes four
+// times its size.
+constexpr unsigned long long kMostListingBytes = 128ULL << 20;
+constexpr ZResult kTooLarge = TRANSFER_E_CURL_BASE | 63;  // libcurl's own code for more than was allowed
+
+}  // namespace
+
 ZResult Impl::FetchFileList() {
   m_fileSizes.clear();
   m_listing = true;
-  ZString body;
-  const ZResult fetched = m_transfer.Download(m_url.ToString() + m_query, body);
-  if (IsFailure(fetched)) {
-    KeepFailure();
-    // An aborted listing leaves the status as it is: nothing has been started.
-    if (!m_abort) SetStatus(fetched, L"Failed to obtain the list of files to download: " + m_transfer.GetError());
-  } else if (!m_abort) {
-    if (IsHttp()) {
-      ZString page;
-      m_transfer.GetHeader(page);
-      TakeFiles(ParseHttpListing(page.Append(body)));
-    } else {
-      TakeFiles(ParseFtpListing(body));
-    }
-  }
+  Listing listing;
+  const ZResult fetched = FetchListing(listing);
+  TakeFiles(std::move(listing));
   UpdateStatus();
   m_listing = false;
   return fetched;
+}
+
+// The text of the listing is gone when this returns; only what was found in it stays.
+ZResult Impl::FetchListing(Listing& listing) {
+  ZString body;
+  const ZResult fetched = m_transfer.Download(m_url.ToString() + m_query, body);
+  if (IsFailure(fetched)) return FailListing(fetched, m_transfer.GetError());
+  if (m_abort) return fetched;
+  if (m_transfer.GetDownloadSize() > kMostListingBytes) {
+    return FailListing(kTooLarge,
+                       ZString(L"The listing has more than %1 bytes").Arg(UnsignedNumber(kMostListingBytes)));
+  }
+  if (IsHttp()) {
+    ZString header;
+    m_transfer.GetHeader(header);
+    listing = ParseHttpListing(header, body);
+  } else {
+    listing = ParseFtpListing(body);
+  }
+  return fetched;
+}
+
+// An aborted listing leaves the status as it is: nothing has been started.
+ZResult Impl::FailListing(ZResult code, const ZString& text) {
+  KeepFailure();
+  if (!m_abort) SetStatus(code, L"Failed to obtain the list of files to download: " + text);
+  return code;
 }
 
 void Impl::TakeFiles(Listing listing) {

@@ -65,11 +65,9 @@ class AnchorReader {
   explicit AnchorReader(std::wstring_view text) : m_text(text), m_doubleQuote(text, L'"'), m_singleQuote(text, L'\'') {
     m_position = FindLowered(text, L"<pre>", 0);
     m_end = FindLowered(text, L"</pre>", 0);
-    m_iis = FindLowered(text, L"server: microsoft-iis", 0) != npos;
   }
 
   [[nodiscard]] bool HasListing() const noexcept { return m_position != npos && m_end != npos; }
-  [[nodiscard]] bool IsIis() const noexcept { return m_iis; }
 
   // False at the end, and at an anchor that is not quoted as directory pages quote them.
   bool Next(Anchor& anchor) {
@@ -110,7 +108,6 @@ class AnchorReader {
   ZString m_decoded;
   ZString::size_type m_position = 0;
   ZString::size_type m_end = 0;
-  bool m_iis = false;
   bool m_broken = false;
 };
 
@@ -144,10 +141,12 @@ void LogEntry(const wchar_t* message, std::wstring_view name, int line) {
       [&] { return ZString(message).Arg(ZString(name.data(), name.size())); }, line);
 }
 
+bool NamesIis(std::wstring_view text) { return FindLowered(text, L"server: microsoft-iis", 0) != npos; }
+
 // Reads a page into a listing.
 class HttpListingReader {
  public:
-  explicit HttpListingReader(std::wstring_view text) : m_text(text), m_anchors(text) {}
+  HttpListingReader(std::wstring_view text, bool isIis) : m_text(text), m_anchors(text), m_isIis(isIis) {}
 
   Listing Read() {
     if (!m_anchors.HasListing()) return {};
@@ -171,7 +170,7 @@ class HttpListingReader {
 
   unsigned long long ReadSize(const Anchor& anchor, std::wstring_view name) {
     std::wstring_view size;
-    if (!m_anchors.IsIis()) {
+    if (!m_isIis) {
       LogEntry(L"Found valid non IIS HTTP directory entry. Name = %1. Size = unknown (will determine from header)",
                name, 1413);
     } else if ((size = IisSize(m_text, anchor.begin, m_column)).empty()) {
@@ -211,12 +210,13 @@ class HttpListingReader {
 
   // For a page that links nothing at all.
   [[nodiscard]] bool SaysThatItIsAListing() const {
-    return m_anchors.IsIis() || FindLowered(m_text, L"<title>index of ", 0) != npos ||
+    return m_isIis || FindLowered(m_text, L"<title>index of ", 0) != npos ||
            FindLowered(m_text, L"<h1>index of ", 0) != npos;
   }
 
   std::wstring_view m_text;
   AnchorReader m_anchors;
+  const bool m_isIis;
   Listing m_listing;
   ZString m_column;
   ZString m_number;
@@ -225,6 +225,15 @@ class HttpListingReader {
 
 }  // namespace
 
-Listing ParseHttpListing(const ZString& text) { return HttpListingReader(text.Str()).Read(); }
+Listing ParseHttpListing(const ZString& text) { return HttpListingReader(text.Str(), NamesIis(text.Str())).Read(); }
+
+// Everything that is looked for begins with a "<" or is within one line, so nothing can begin in a header without the one that ends
+// with a line: the page is then read where it is. (Nor does a header ever show in the column of an IIS page, which begins behind the
+// "<pre>" before it.)
+Listing ParseHttpListing(const ZString& header, const ZString& page) {
+  const bool isApart = header.IsEmpty() || (header.Str().back() == L'\n' && header.Find(L'<') == npos);
+  if (!isApart) return ParseHttpListing(header + page);
+  return HttpListingReader(page.Str(), NamesIis(header.Str()) || NamesIis(page.Str())).Read();
+}
 
 }  // namespace Corvane

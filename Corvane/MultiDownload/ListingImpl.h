@@ -52,6 +52,8 @@ struct Listing {
 // "<pre>" and the first "</pre>" whose text ends what they lead to. Sizes are read from pages of IIS alone. Links that lead around,
 // to the parent directory or to another order of the page, are neither entries nor left out.
 Listing ParseHttpListing(const ZString& text);
+// The same for the two parts of that text. A page may be very large: it is copied only when it cannot be read by itself.
+Listing ParseHttpListing(const ZString& header, const ZString& page);
 
 // Reads the listing of an FTP server, in the Unix long format or the DOS format, line by line.
 Listing ParseFtpListing(const ZString& text);

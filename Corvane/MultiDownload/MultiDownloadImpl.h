@@ -96,6 +96,8 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
 
   // FileList.cpp
   ZResult FetchFileList();
+  ZResult FetchListing(Listing& listing);
+  ZResult FailListing(ZResult code, const ZString& text);
   void TakeFiles(Listing listing);
   [[nodiscard]] bool IsHttp() const;
   [[nodiscard]] bool IsIgnored(const ZString& name) const;

@@ -288,6 +288,21 @@ TEST(HttpListing, ReadsAPageInTheFormatOfIis) {
           {"file.txt", 12345}, {"my file.txt", 345}, {"empty", 0}, {"Large.ISO", 123456789012}, {"web.config", 168}}));
 }
 
+TEST(HttpListing, ReadsHeaderAndPageAsOneTextWhereverTheHeaderEnds) {
+  const std::string line = IisLine("12345", "/a", "a");
+  for (const std::string& text : {IisPage(line), "Server: Microsoft-IIS/10.0\r\n\r\n<pre>123456 " + line + "</pre>",
+                                  "X: <pre>\r\nServer: microsoft-iis\r\n\r\n12 <a href='b'>b</a>" + line + "</pre>",
+                                  "123\n456\n<pre><a href='b'>b</a></pre>server: microsoft-iis"s, "no listing\r\n\r\n"s,
+                                  Fixture("iis.http"), Fixture("nginx.http"), Fixture("apache-fancy.http")}) {
+    const Entries whole = ParseHttp(text);
+    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+      // Within a character there is nothing to cut.
+      if (cut < text.size() && (static_cast<unsigned char>(text[cut]) & 0xC0u) == 0x80u) continue;
+      ASSERT_EQ(ParseHttp(text.substr(0, cut), text.substr(cut)), whole) << "cut at " << cut << " of " << text;
+    }
+  }
+}
+
 // A parser that searches the rest of the page for an absent kind of quote at each anchor needs hours for these.
 
 constexpr int kMillion = 1000000;
