@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <Corvane/Base/Container.h>
 #include <Corvane/Base/Result.h>
@@ -12,6 +13,22 @@
 #include <Corvane/Transfer.h>
 
 namespace Corvane {
+
+// Why something that a server lists is not among the files of a mirror.
+enum class LeftOutReason {
+  Folder,
+  Link,           // a symbolic link in an FTP listing
+  Special,        // a device, FIFO or socket in an FTP listing
+  NameShortened,  // the page shows the beginning of the name only
+  NameDiffers,    // the page shows another text than the name that it links, such as one with entities
+  NameRefused,    // no plain file name: empty, ".", "..", or with a NUL
+  Unreadable      // not in the format of the listing: an FTP line, or all that follows a link without quotes on a page
+};
+
+struct LeftOut {
+  ZString name;  // as far as it could be read, at most 255 characters; of what is unreadable the text
+  LeftOutReason reason = LeftOutReason::Unreadable;
+};
 
 // Mirrors one remote directory, without its subdirectories, into one local directory: fetches the list of files (from the server's
 // directory page over HTTP, its listing over FTP), decides for each file whether it must be fetched, checks the free disk space,
@@ -40,7 +57,14 @@ class CORVANE_ZN_API ZMultiDownload {
     std::size_t filesMismatched = 0;  // of the fetched and resumed ones: have not the size that was expected
     std::optional<unsigned long long> totalBytes;  // of all files known; unset while the size of one is not known
     unsigned long long receivedBytes = 0;          // of files, by this run
+    // Of the files that are kept or continued: in them before this run, known once it has looked at the files that are here. With
+    // receivedBytes it makes what is here of totalBytes, at every moment.
+    unsigned long long presentBytes = 0;
     ZString fileName;  // the file that is being fetched, or that ended the run; empty otherwise
+    // Whether what the server sent for the directory is a listing, be it an empty one; unset when none was fetched. A page that is
+    // none (a table, say, or a home page) gives no files, and the run succeeds without any.
+    std::optional<bool> isListing;
+    std::size_t leftOut = 0;  // of what the listing shows, without links that lead around; see GetLeftOut
   };
 
   ZMultiDownload();
@@ -90,6 +114,8 @@ class CORVANE_ZN_API ZMultiDownload {
   [[nodiscard]] const ZString& GetError() const;
   // The files, where the other getters count bytes. A mismatch of any file shows here.
   [[nodiscard]] Statistics GetStatistics() const;
+  // What the listing shows and the run leaves out, the first 100: names first that were not understood, then folders and the like.
+  [[nodiscard]] std::vector<LeftOut> GetLeftOut() const;
   // What libcurl said of the transfer that ended the run, as ZTransfer::GetCause tells it, and that transfer's response header in
   // `header`. TRANSFER_E_NOT_STARTED and two empty texts when no transfer did.
   ZResult GetCause(ZString& text, ZString& header) const;

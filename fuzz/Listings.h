@@ -51,7 +51,7 @@ inline void AddFiles(const Listing& listing, FileSizeList& files) {
   }
   Require(listing.leftOutNames.size() == std::min(listing.leftOut, Corvane::kMostLeftOutNames),
           "what is left out is named, up to a bound");
-  for (const Corvane::LeftOutName& left : listing.leftOutNames) {
+  for (const Corvane::LeftOut& left : listing.leftOutNames) {
     Require(left.name.Length() <= Corvane::kMostLeftOutLength, "no name left out is longer than the bound");
   }
 }

@@ -40,11 +40,23 @@ ZMultiDownload::Statistics Impl::GetStatistics() {
   return statistics;
 }
 
+std::vector<LeftOut> Impl::GetLeftOut() {
+  const ObjectGuard guard(*this);
+  return m_leftOut;
+}
+
 ZResult Impl::GetCause(ZString& text, ZString& header) {
   const ObjectGuard guard(*this);
   text = m_failure.text;
   header = m_failure.header;
   return m_failure.cause;
+}
+
+void Impl::CountListing(const Listing& listing) {
+  const ObjectGuard guard(*this);
+  m_statistics.isListing = listing.recognised;
+  m_statistics.leftOut = listing.leftOut;
+  m_leftOut = listing.leftOutNames;
 }
 
 // For the statistics. 0 stands for a size that is not known, but over FTP for that of an empty file.
@@ -66,6 +78,7 @@ void Impl::CountKnownFiles() {
 void Impl::AddCompleted(unsigned long long bytes) {
   const ObjectGuard guard(*this);
   m_completedBytes += bytes;
+  m_statistics.presentBytes += bytes;
 }
 
 void Impl::BeginFile(const ZString& name, unsigned long long resumeOffset) {

@@ -23,7 +23,7 @@ ZResult Impl::FetchFileList() {
   m_listing = true;
   Listing listing;
   const ZResult fetched = FetchListing(listing);
-  TakeFiles(std::move(listing));
+  if (!IsFailure(fetched) && !m_abort) TakeFiles(std::move(listing));
   UpdateStatus();
   m_listing = false;
   return fetched;
@@ -56,12 +56,26 @@ ZResult Impl::FailListing(ZResult code, const ZString& text) {
   return code;
 }
 
+// Only files are fetched.
 void Impl::TakeFiles(Listing listing) {
   for (ListingEntry& entry : listing.entries) {
-    if (entry.kind != ListingKind::File) continue;
-    // Most listings are sorted; the hint then saves the search.
-    m_fileSizes.insert_or_assign(m_fileSizes.end(), std::move(entry.name), entry.size);
+    switch (entry.kind) {
+      case ListingKind::File:
+        // Most listings are sorted; the hint then saves the search.
+        m_fileSizes.insert_or_assign(m_fileSizes.end(), std::move(entry.name), entry.size);
+        break;
+      case ListingKind::Folder:
+        LeaveOut(listing, entry.name.Str(), LeftOutReason::Folder);
+        break;
+      case ListingKind::Link:
+        LeaveOut(listing, entry.name.Str(), LeftOutReason::Link);
+        break;
+      case ListingKind::Special:
+        LeaveOut(listing, entry.name.Str(), LeftOutReason::Special);
+        break;
+    }
   }
+  CountListing(listing);
 }
 
 // "https" too.

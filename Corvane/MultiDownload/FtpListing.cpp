@@ -22,16 +22,16 @@ class FtpListingReader {
     if (IsDigit(m_line[0])) return ReadDosLine();
     switch (m_line[0]) {
       case L'-':
-        return ReadUnixLine(ListingKind::File);
+        return ReadUnixFile();
       case L'd':
-        return ReadUnixLine(ListingKind::Folder);
+        return ReadUnixOther(ListingKind::Folder);
       case L'l':
-        return ReadUnixLine(ListingKind::Link);
+        return ReadUnixOther(ListingKind::Link);
       case L'b':
       case L'c':
       case L'p':
       case L's':
-        return ReadUnixLine(ListingKind::Special);
+        return ReadUnixOther(ListingKind::Special);
       default:
         return ReadOtherLine();
     }
@@ -53,14 +53,26 @@ class FtpListingReader {
     return fields;
   }
 
-  void ReadUnixLine(ListingKind kind) {
+  void ReadUnixFile() {
     const Fields fields = SplitLine(9);
-    // A file's line needs nothing but the dash; other first letters begin many a word.
-    const bool isEntry = !fields[8].empty() && (kind == ListingKind::File || IsMode(fields[0]));
-    if (!isEntry) return ReadOtherLine();
+    if (fields[8].empty()) return ReadOtherLine();
     m_anyKnownLine = true;
-    if (kind == ListingKind::File) return AddEntry(m_listing, fields[8], Number(fields[4]), kind);
-    const std::wstring_view name = kind == ListingKind::Link ? fields[8].substr(0, fields[8].find(L" -> ")) : fields[8];
+    AddEntry(m_listing, fields[8], Number(fields[4]), ListingKind::File);
+  }
+
+  // A file's line needs nothing but the dash, but the first letters of these begin many a word.
+  void ReadUnixOther(ListingKind kind) {
+    const Fields fields = SplitLine(9);
+    if (fields[8].empty() || !IsMode(fields[0])) return ReadOtherLine();
+    m_anyKnownLine = true;
+    std::wstring_view name = fields[8];
+    if (kind == ListingKind::Link) name = name.substr(0, name.find(L" -> "));
+    // A device shows two numbers in place of a size.
+    if (kind == ListingKind::Special && fields[4].ends_with(L',')) {
+      TokenScanner scanner(name, m_blanks);
+      scanner.Next();
+      name = scanner.Remainder();
+    }
     AddOther(name, kind);
   }
 

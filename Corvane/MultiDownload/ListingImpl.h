@@ -5,11 +5,13 @@
 #include <vector>
 
 #include <Corvane/Base/String.h>
+#include <Corvane/MultiDownload.h>
 
 namespace Corvane {
 
 // What servers show of a directory: the readers of listings, for whatever fetches more than one file. They are functions over
-// values, which look nothing up and keep nothing; all that they touch is the log. They use the base library alone.
+// values, which look nothing up and keep nothing; all that they touch is the log. They use the base library and the names in which
+// a host is told what was left out.
 
 enum class ListingKind {
   File,
@@ -25,27 +27,14 @@ struct ListingEntry {
   ListingKind kind = ListingKind::File;
 };
 
-// Why something that a listing shows is no entry.
-enum class LeftOutReason {
-  NameShortened,  // the page shows the beginning of the name only
-  NameDiffers,    // the page shows another text than the name, such as one with entities
-  NameRefused,    // no plain file name
-  Unreadable      // not in the format of the listing
-};
-
-struct LeftOutName {
-  ZString name;  // cut after kMostLeftOutLength characters
-  LeftOutReason reason = LeftOutReason::Unreadable;
-};
-
 inline constexpr std::size_t kMostLeftOutNames = 100;
 inline constexpr std::size_t kMostLeftOutLength = 255;
 
 struct Listing {
-  bool recognised = false;                // the text says that it is a listing, be it an empty one
-  std::vector<ListingEntry> entries;      // in the order of the text; of entries with the same name the last counts
-  std::size_t leftOut = 0;                // what was shown and is no entry
-  std::vector<LeftOutName> leftOutNames;  // the first of these
+  bool recognised = false;            // the text says that it is a listing, be it an empty one
+  std::vector<ListingEntry> entries;  // in the order of the text; of entries with the same name the last counts
+  std::size_t leftOut = 0;            // what was shown and is no entry
+  std::vector<LeftOut> leftOutNames;  // the first of these
 };
 
 // Reads the directory page of an HTTP server: `text` is the answer's header followed by its body. Takes links between the first
@@ -64,8 +53,9 @@ Listing ParseFtpListing(const ZString& text);
 [[nodiscard]] bool IsPlainFileName(std::wstring_view name);
 // What follows the last slash; empty when that ends the path.
 [[nodiscard]] std::wstring_view FileNameOf(std::wstring_view path);
+// Counts what is left out; names the first kMostLeftOutNames, each with as many characters as kMostLeftOutLength.
+void LeaveOut(Listing& listing, std::wstring_view name, LeftOutReason reason);
 // Adds an entry named by what follows the last slash, or leaves it out when that is no name.
 void AddEntry(Listing& listing, std::wstring_view path, unsigned long long size, ListingKind kind);
-void LeaveOut(Listing& listing, std::wstring_view name, LeftOutReason reason);
 
 }  // namespace Corvane

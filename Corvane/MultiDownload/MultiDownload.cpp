@@ -86,6 +86,7 @@ ZResult ZMultiDownload::GetStatus() const { return m_impl->m_status; }
 const ZString& ZMultiDownload::GetError() const { return m_impl->m_error.ForThisThread(); }
 
 ZMultiDownload::Statistics ZMultiDownload::GetStatistics() const { return m_impl->GetStatistics(); }
+std::vector<LeftOut> ZMultiDownload::GetLeftOut() const { return m_impl->GetLeftOut(); }
 ZResult ZMultiDownload::GetCause(ZString& text, ZString& header) const { return m_impl->GetCause(text, header); }
 
 ZResult ZMultiDownload::Abort() {

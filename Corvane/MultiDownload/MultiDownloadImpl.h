@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <limits>
+#include <vector>
 
 #include <Corvane/Base/DateTime.h>
 #include <Corvane/Base/File.h>
@@ -63,6 +64,7 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   [[nodiscard]] unsigned long long GetTransferSize();
   [[nodiscard]] unsigned int GetTransferRate();
   [[nodiscard]] Statistics GetStatistics();
+  [[nodiscard]] std::vector<LeftOut> GetLeftOut();
   ZResult GetCause(ZString& text, ZString& header);
 
   // --- Members in the order of their construction. ---
@@ -87,6 +89,7 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   std::atomic<bool> m_listing{false};  // the listing, not a file, is being fetched
   Statistics m_statistics;             // guarded by the lock; receivedBytes without those of the running transfer
   Failure m_failure;                   // guarded by the lock
+  std::vector<LeftOut> m_leftOut;      // guarded by the lock
   ZString m_query;                     // of the directory's page, with its "?"; empty without
 
  private:
@@ -117,6 +120,7 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   static bool UpdateTimeStamp(const ZString& path, long time);
 
   // Counters.cpp
+  void CountListing(const Listing& listing);
   void CountKnownFiles();
   void AddCompleted(unsigned long long bytes);
   void BeginFile(const ZString& name, unsigned long long resumeOffset);

@@ -25,6 +25,7 @@ void Impl::Reset() {
   m_abort = false;
   m_listing = false;
   m_statistics = Statistics();
+  m_leftOut.clear();
   m_failure = Failure();
   m_startTime = ZDateTime::Now();
   m_elapsed.Set(0, 0, 0, 0, 0);

@@ -24,6 +24,8 @@ void LookAtEverything(ZMultiDownload& mirror, const std::vector<ZResult>& status
   const ZMultiDownload::Statistics files = mirror.GetStatistics();
   EXPECT_LE(files.filesFetched + files.filesResumed + files.filesSkipped, files.filesKnown);
   EXPECT_LE(files.filesKnown, mostFiles);
+  EXPECT_LE(files.presentBytes, mostBytes);
+  EXPECT_LE(mirror.GetLeftOut().size(), 100u);
   ZString text;
   ZString header;
   static_cast<void>(mirror.GetCause(text, header));
