@@ -5,8 +5,10 @@
 
 #include <cerrno>
 #include <limits>
+#include <new>
 #include <utility>
 
+#include "apps/corvane/Explain/WriteFailure.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Files.h"
 #include "apps/corvane/JsonReport.h"
@@ -52,6 +54,9 @@ ExitCode RunReported(Report& report, Environment& environment, const std::functi
   } catch (const Failure& failure) {
     code = failure.Code();
     report.error = failure.what();
+  } catch (const std::bad_alloc&) {
+    code = ExitCode::kLocal;
+    report.error = fmt::format("cannot {} {}: {}", report.operation, report.url, kMemoryRanOut);
   }
   // What is left to do may block on whoever reads the output; from here on a signal ends the program in the ordinary
   // way.

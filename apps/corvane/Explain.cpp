@@ -114,13 +114,16 @@ std::string RemedyFor(const CurlFailure& failure, const Circumstances& circumsta
 
 Explanation ExplainStoring(const Circumstances& circumstances) {
   // A list of files is kept in memory; so is everything that does not go into a file.
-  const bool isInMemory = circumstances.isMirror && circumstances.fileName.empty();
-  if (isInMemory) return {ExitCode::kLocal, fmt::format("cannot keep the list of files: {}", kMemoryRanOut)};
+  const bool isList = circumstances.isMirror && circumstances.fileName.empty();
+  if (isList) return {ExitCode::kLocal, fmt::format("cannot keep the list of files: {}", kMemoryRanOut)};
+  if (circumstances.outputPath.empty()) {
+    return {ExitCode::kLocal, fmt::format("cannot keep what was received: {}", kMemoryRanOut)};
+  }
   return {ExitCode::kLocal, ExplainWriteFailure(circumstances.outputPath)};
 }
 
 Explanation ExplainCurl(unsigned int number, const Report& report, const Circumstances& circumstances) {
-  if (number == 23 && !circumstances.outputPath.empty()) return ExplainStoring(circumstances);
+  if (number == 23) return ExplainStoring(circumstances);
   const CurlFailure& failure = FindCurlFailure(number);
   std::string reason = MeaningOf(failure, circumstances);
   if (!report.causeText.empty()) reason += fmt::format(" ({})", report.causeText);

@@ -5,12 +5,14 @@
 #include <clocale>
 #include <csignal>
 #include <exception>
+#include <new>
 #include <optional>
 #include <variant>
 
 #include "apps/corvane/Command.h"
 #include "apps/corvane/Console.h"
 #include "apps/corvane/ExitCode.h"
+#include "apps/corvane/Explain/WriteFailure.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Logging.h"
 #include "apps/corvane/Options.h"
@@ -64,6 +66,9 @@ ExitCode Main(int argc, const char* const* argv) {
     const std::variant<CommandLine, ExitCode> parsed = ParseCommandLine(argc, argv, console);
     const CommandLine* const line = std::get_if<CommandLine>(&parsed);
     return line == nullptr ? std::get<ExitCode>(parsed) : Run(*line, console);
+  } catch (const std::bad_alloc&) {
+    console.Error(kMemoryRanOut);
+    return ExitCode::kLocal;
   } catch (const std::exception& problem) {
     console.Error(std::string(problem.what()) + "; free some memory and other resources, then try again");
     return ExitCode::kTransfer;

@@ -35,7 +35,8 @@ TEST(CorvaneMirrorDisk, ThatIsTooSmallIsRefusedBeforehandOrFailsAndIsContinued) 
 
   const ProgramResult full = RunCorvane({"mirror", nginx.Url("/pub"), target});
   EXPECT_EQ(full.exitCode, 3) << full.Describe();
-  EXPECT_THAT(full.err, AllOf(HasSubstr((target / "b").string()), HasSubstr("continue with: corvane mirror ")));
+  EXPECT_THAT(full.err, AllOf(HasSubstr((target / "b").string()), HasSubstr("free some space"),
+                              HasSubstr("1 file and the beginning of b are kept"), HasSubstr("--sizes FILE")));
   EXPECT_THAT(NamesIn(target), ElementsAre("a", "b"));
   EXPECT_TRUE(HoldsBeginningsOf(target, kFiles));
 

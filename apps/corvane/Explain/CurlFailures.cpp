@@ -28,7 +28,6 @@ constexpr CurlFailure kCurlFailures[] = {
     {16, "the HTTP/2 connection failed", kTryAgain},
     {18, "the connection ended before the whole content had come", kTryAgain},
     {19, "the FTP server does not have the file, or does not give it away", kCheckPath},
-    {23, "what was received could not be stored", "free some memory"},
     {26, "the file to post could not be read", "check the file"},
     {27, "memory ran out, or the answer's header is too long", "free some memory, or ask the server's operator"},
     {28, "it took too long", "raise the limit with --timeout SECONDS (0: none), or try again"},
