@@ -48,6 +48,8 @@ TEST(HttpListing, TakesAnchorsWhoseTextEndsTheirTarget) {
       {"in apostrophes", R"(<a href='a.txt'>a.txt</a>)", {{"a.txt", 0}}},
       {"an apostrophe within the quotes", R"(<a href="it's">it's</a>)", {{"it's", 0}}},
       {"quotes within the apostrophes", R"(<a href='"a"'>"a"</a>)", {{"\"a\"", 0}}},
+      {"the end of a tag within the quotes", R"(<a href="a>b">a>b</a>)", {{"a>b", 0}}},
+      {"the end of a tag within the apostrophes", R"(<a href='>'>></a>)", {{">", 0}}},
       {"further attributes", R"(<a href="a" title="a file">a</a>)", {{"a", 0}}},
       {"an absolute target", R"(<a href="/dir/a.txt">a.txt</a>)", {{"a.txt", 0}}},
       {"a whole URL", R"(<a href="http://host/dir/a.txt">a.txt</a>)", {{"a.txt", 0}}},

@@ -1,5 +1,6 @@
 #include "tests/mirror/ScriptedSystem.h"
 
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -75,8 +76,9 @@ CORVANE_TEST_STANDS_IN int statvfs(const char* path, struct statvfs* result) noe
 
 CORVANE_TEST_STANDS_IN int stat(const char* path, struct stat* result) noexcept {
   static const NextFunction<int(const char*, struct stat*)> next("stat");
-  const int code = next(path, result);
   const ScriptedSystem* const script = ScriptedSystem::OfThisThread();
+  if (script != nullptr && script->onStat) script->onStat(script->NameOf(path));
+  const int code = next(path, result);
   if (script == nullptr || code != 0 || !S_ISREG(result->st_mode) || result->st_size == 0) return code;
   const std::string name = script->NameOf(path);
   if (const auto found = script->unreadable.find(name); found != script->unreadable.end()) {
@@ -127,4 +129,11 @@ CORVANE_TEST_STANDS_IN int clock_gettime(clockid_t clock, timespec* result) noex
   result->tv_sec = *script->now / 1000000;
   result->tv_nsec = *script->now % 1000000 * 1000;
   return 0;
+}
+
+CORVANE_TEST_STANDS_IN int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
+  static const NextFunction<int(pthread_cond_t*)> next("pthread_cond_broadcast");
+  const ScriptedSystem* const script = ScriptedSystem::OfThisThread();
+  if (script != nullptr && script->onBroadcast) script->onBroadcast();
+  return next(condition);
 }

@@ -11,7 +11,7 @@
 namespace CorvaneTest {
 
 // Stands between the library and the system while it exists: statvfs, stat, chmod, unlink, utimensat and the system clock
-// answer as it says. Only calls of the thread that made it are concerned, so servers on other threads notice nothing.
+// answer as it says, and it is told when a condition variable is broadcast. Only calls of the thread that made it are concerned, so servers on other threads notice nothing.
 // Files outside of its folder are left alone.
 class ScriptedSystem {
  public:
@@ -32,6 +32,8 @@ class ScriptedSystem {
   std::map<std::string, int> modeError;                 // errno of chmod by file name
   std::function<void(const std::string& call)> onCall;  // told about each noted call before it is made
   std::function<void()> onClock;                        // told before each look at the system clock, which is not noted
+  std::function<void(const std::string& name)> onStat;  // told before each stat of a file or what is missing; not noted
+  std::function<void()> onBroadcast;                    // told before an event wakes those who wait for it; not noted
 
   // --- what was asked for: "space", "unlink a", "chmod a 755", "times a 1500000000 1500000000"; stat is not noted
 
