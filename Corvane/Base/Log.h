@@ -38,7 +38,8 @@ class CORVANE_ZPS_API ZLogger {
   // - the clean-up: the destructor of the last one, under the same lock;
   // - the end of a measure period: an operation that has received data (or the host's own ZThrottle::Throttle), under
   //   the throttle's lock, for which every other throttled transfer waits;
-  // - a failed option of Abort: Abort, and also Reset and the destructors, which call it, under the object's lock.
+  // - a failed option of Abort: Abort, and also Reset, the destructors and a running ZMultiDownload between two of its
+  //   transfers, which call it, under the object's lock.
   // So that no thread waits for itself or for another that waits for it, Write must not make or destroy a ZTransfer or
   // a ZMultiDownload, set the throttle (SetThrottling, StartMulti, FinishMulti), start an operation, call Abort, Reset
   // or Wait on any such object, nor wait for a thread that does. The getters may be called. A slow Write holds up
