@@ -30,20 +30,21 @@ struct LeftOut {
   LeftOutReason reason = LeftOutReason::Unreadable;
 };
 
-// Mirrors one remote directory, without its subdirectories, into one local directory: fetches the list of files (from the server's
-// directory page over HTTP, its listing over FTP), decides for each file whether it must be fetched, checks the free disk space,
-// downloads, checks sizes, makes the files executable (mode 0755) and sets their times.
+// Mirrors one remote directory, without its subdirectories, into one local directory: fetches the list of files (from
+// the server's directory page over HTTP, its listing over FTP), decides for each file whether it must be fetched,
+// checks the free disk space, downloads, checks sizes, makes the files executable (mode 0755) and sets their times.
 //
 //   Corvane::ZMultiDownload mirror;
 //   if (Corvane::IsFailure(mirror.Download(L"http://example.com/pub/", L"/srv/pub", true))) Report(mirror.GetError());
 //
-// Files are fetched one after the other, in the order of their names, over one ZTransfer that keeps its connection. Names that a
-// server lists are taken as plain file names: nothing outside the target directory is created, changed or removed.
+// Files are fetched one after the other, in the order of their names, over one ZTransfer that keeps its connection.
+// Names that a server lists are taken as plain file names: nothing outside the target directory is created, changed or
+// removed.
 //
 // Thread safety: Download runs on the calling thread, one at a time per object. While it runs, other threads may call
 // the getters, Wait and Abort at any time; setters, Attach and Detach are refused with BASE_E_BUSY.
-// Errors: result codes, see TransferErrorCodes.h. An exception from a host's observer or logger ends the run, leaves the object idle
-// and reaches the caller of Download, as std::bad_alloc does.
+// Errors: result codes, see TransferErrorCodes.h. An exception from a host's observer or logger ends the run, leaves
+// the object idle and reaches the caller of Download, as std::bad_alloc does.
 class CORVANE_ZN_API ZMultiDownload {
  public:
   class CORVANE_ZN_HIDDEN ZMultiDownloadImpl;  // opaque
@@ -57,12 +58,12 @@ class CORVANE_ZN_API ZMultiDownload {
     std::size_t filesMismatched = 0;  // of the fetched and resumed ones: have not the size that was expected
     std::optional<unsigned long long> totalBytes;  // of all files known; unset while the size of one is not known
     unsigned long long receivedBytes = 0;          // of files, by this run
-    // Of the files that are kept or continued: in them before this run, known once it has looked at the files that are here. With
-    // receivedBytes it makes what is here of totalBytes, at every moment.
+    // Of the files that are kept or continued: in them before this run, known once it has looked at the files that are
+    // here. With receivedBytes it makes what is here of totalBytes, at every moment.
     unsigned long long presentBytes = 0;
     ZString fileName;  // the file that is being fetched, or that ended the run; empty otherwise
-    // Whether what the server sent for the directory is a listing, be it an empty one; unset when none was fetched. A page that is
-    // none (a table, say, or a home page) gives no files, and the run succeeds without any.
+    // Whether what the server sent for the directory is a listing, be it an empty one; unset when none was fetched. A
+    // page that is none (a table, say, or a home page) gives no files, and the run succeeds without any.
     std::optional<bool> isListing;
     std::size_t leftOut = 0;  // of what the listing shows, without links that lead around; see GetLeftOut
   };
@@ -86,14 +87,14 @@ class CORVANE_ZN_API ZMultiDownload {
 
   // Names that are never fetched, compared exactly.
   ZResult SetIgnoreList(const Container::ZStringList& names);
-  // The files to fetch and their expected sizes in bytes (0: not known). A list that is not empty replaces the server's listing, which
-  // is not fetched then. A Download that fetched a listing leaves it here: the next one fetches the same names without
-  // asking, unless an empty list is set before.
+  // The files to fetch and their expected sizes in bytes (0: not known). A list that is not empty replaces the server's
+  // listing, which is not fetched then. A Download that fetched a listing leaves it here: the next one fetches the same
+  // names without asking, unless an empty list is set before.
   ZResult SetFileSizeList(const Container::ZMap<ZString, unsigned long long, std::less<ZString>>& sizes);
   // The same from text: decimal numbers, as ZString::ToULongLong reads them; anything else counts as 0.
   ZResult SetFileSizeList(const Container::ZMap<ZString, ZString, ZLtstr>& sizes);
-  // The files' expected modification times in seconds since the epoch (0 or absent: not known). A local file that is older is
-  // fetched again; a fetched file gets this time.
+  // The files' expected modification times in seconds since the epoch (0 or absent: not known). A local file that is
+  // older is fetched again; a fetched file gets this time.
   ZResult SetFileTimeList(const Container::ZMap<ZString, long, std::less<ZString>>& times);
   ZResult SetFileTimeList(const Container::ZMap<ZString, ZString, ZLtstr>& times);
 
@@ -107,34 +108,39 @@ class CORVANE_ZN_API ZMultiDownload {
   [[nodiscard]] unsigned long long GetTransferSize() const;
   // Mean rate in KiB per second up to the end of the last transfer.
   [[nodiscard]] unsigned int GetTransferRate() const;
-  // TRANSFER_E_NOT_STARTED before anything was fetched, and after an abort during the listing. TRANSFER_E_SIZE_MISMATCH tells that
-  // the LAST file fetched has not the expected size; a mismatch before it is replaced by the next file's result.
+  // TRANSFER_E_NOT_STARTED before anything was fetched, and after an abort during the listing. TRANSFER_E_SIZE_MISMATCH
+  // tells that the LAST file fetched has not the expected size; a mismatch before it is replaced by the next file's
+  // result.
   [[nodiscard]] ZResult GetStatus() const;
   // The text for GetStatus; a copy of the calling thread's, valid as ZTransfer::GetError's.
   [[nodiscard]] const ZString& GetError() const;
   // The files, where the other getters count bytes. A mismatch of any file shows here.
   [[nodiscard]] Statistics GetStatistics() const;
-  // What the listing shows and the run leaves out, the first 100: names first that were not understood, then folders and the like.
+  // What the listing shows and the run leaves out, the first 100: names first that were not understood, then folders
+  // and the like.
   [[nodiscard]] std::vector<LeftOut> GetLeftOut() const;
-  // What libcurl said of the transfer that ended the run, as ZTransfer::GetCause tells it, and that transfer's response header in
-  // `header`. TRANSFER_E_NOT_STARTED and two empty texts when no transfer did.
+  // What libcurl said of the transfer that ended the run, as ZTransfer::GetCause tells it, and that transfer's response
+  // header in `header`. TRANSFER_E_NOT_STARTED and two empty texts when no transfer did.
   ZResult GetCause(ZString& text, ZString& header) const;
 
   // --- Control, from any thread. ---
 
-  // Asks the running Download to end, which it does within about a second. Returns at once, always 0. Without a running Download nothing
-  // happens.
+  // Asks the running Download to end, which it does within about a second. Returns at once, always 0. Without a running
+  // Download nothing happens.
   ZResult Abort();
   // Waits until no Download runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs.
   bool Wait(unsigned long milliseconds);
 
   // --- The operation. ---
 
-  // Mirrors the directory `url` into the directory `dir`, which is made when it is missing. A URL without a scheme is taken
-  // as http. A query ("?C=M&O=D" orders the page) is sent when the directory's page is asked for and no file's URL has it; a
-  // fragment ("#top") is dropped. With `resume`, files that are complete are skipped and partial ones continued; without, all are fetched afresh.
+  // Mirrors the directory `url` into the directory `dir`, which is made when it is missing. A URL without a scheme is
+  // taken as http. A query ("?C=M&O=D" orders the page) goes with the request for the page alone: the names of files
+  // join the path before it. A fragment ("#top") is dropped.
+  // With `resume`, files that are complete are skipped and partial ones continued; without, all are fetched afresh.
   // Needs the expected sizes to tell complete from partial: a file whose size is not known is always fetched again.
-  // Stops at the first file that cannot be fetched. Files fetched until then stay, with their times.
+  // Stops at the first file that cannot be fetched; files fetched until then stay, with their times. A listing of more
+  // than 134,217,728 bytes gives TRANSFER_E_CURL_BASE | 63 and none of its files. A folder, device, FIFO or socket in
+  // the place of a file gives TRANSFER_E_DOWNLOAD and stays.
   ZResult Download(const ZString& url, const ZString& dir, bool resume);
 
  private:

@@ -1,8 +1,8 @@
-// Makes the list of files from directory listings of growing size: the time per entry must stay flat, whatever is or is not
-// on the page.
+// Makes the list of files from directory listings of growing size: the time per entry must stay flat, whatever is or is
+// not on the page.
 //
-// BM_FileSizeList_Build only makes the list that the parsers fill, which nobody can save: what its own time per entry grows by with the
-// number of entries is the caches and the system's fresh memory, not a parser.
+// BM_FileSizeList_Build only makes the list that the parsers fill, which nobody can save: what its own time per entry
+// grows by with the number of entries is the caches and the system's fresh memory, not a parser.
 
 #include <functional>
 #include <string>

@@ -1,12 +1,12 @@
-// Mirrors one directory of a server, file after file, and prints how many files it fetched and what that cost, as a line of JSON.
-// bench/run starts it again and again, the library and a bare libcurl loop by turns, and compares.
+// Mirrors one directory of a server, file after file, and prints how many files it fetched and what that cost, as a
+// line of JSON. bench/run starts it again and again, the library and a bare libcurl loop by turns, and compares.
 //
 //   MirrorCost library|bare URL DIR
 //
-// The bare loop does the same file operations as the library with files of unknown size, call by call: it looks at each file and
-// removes what may be there before it asks for the free space, looks whether the directory and the file exist, writes the file,
-// compares the size on the disk with the length that the server told, and makes the file executable. All of that in narrow
-// strings, with the constant options set once.
+// The bare loop does the same file operations as the library with files of unknown size, call by call: it looks at each
+// file and removes what may be there before it asks for the free space, looks whether the directory and the file exist,
+// writes the file, compares the size on the disk with the length that the server told, and makes the file executable.
+// All of that in narrow strings, with the constant options set once.
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -19,7 +19,8 @@ using Corvane::ZString;
 using FileSizeList = Corvane::Container::ZMap<ZString, unsigned long long, std::less<ZString>>;
 using Parser = Listing (*)(const ZString&);
 
-// Ends the process, which a fuzzer takes for a crash, unless the property holds. Not assert: the checks stay in every build.
+// Ends the process, which a fuzzer takes for a crash, unless the property holds. Not assert: the checks stay in every
+// build.
 inline void Require(bool holds, const char* property) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", property);

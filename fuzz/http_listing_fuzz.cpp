@@ -1,4 +1,5 @@
-// The parser of directory pages. The input is the header text of an answer followed by its page, as bytes. Whatever it is:
+// The parser of directory pages. The input is the header text of an answer followed by its page, as bytes. Whatever it
+// is:
 //   - every name is a plain file name, and what is left out is bounded (see AddFiles);
 //   - parsing a page again on top of its own entries changes nothing;
 //   - only a page of IIS has sizes, and the name of the server changes nothing but these;

@@ -1,5 +1,6 @@
-// A main for the fuzzers without libFuzzer: replays the files in the folders of its arguments, so that no fuzzer rots and no
-// input that once broke something is forgotten. Arguments that begin with a dash are libFuzzer's; they are passed over.
+// A main for the fuzzers without libFuzzer: replays the files in the folders of its arguments, so that no fuzzer rots
+// and no input that once broke something is forgotten. Arguments that begin with a dash are libFuzzer's; they are
+// passed over.
 
 #include <cstddef>
 #include <cstdint>

@@ -66,8 +66,8 @@ unsigned long long Impl::SizeToldByServer() const {
   return size == std::numeric_limits<unsigned long long>::max() ? 0 : size;
 }
 
-// A size that differs is reported but does not end the run: the file is kept, and the next file's result replaces the status. Only a
-// file that cannot be read ends it.
+// A size that differs is reported but does not end the run: the file is kept, and the next file's result replaces the
+// status. Only a file that cannot be read ends it.
 bool Impl::VerifyFile(ZFileInfo& local, unsigned long long expected) {
   if (expected == 0) return true;
   const ZResult read = local.Update();

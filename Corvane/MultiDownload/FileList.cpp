@@ -11,8 +11,8 @@ using Impl = ZMultiDownload::ZMultiDownloadImpl;
 
 namespace {
 
-// Of a listing, in bytes: what a directory of more than a million files needs. A listing lies in memory as a text, which takes four
-// times its size.
+// Of a listing, in bytes: what a directory of more than a million files needs. A listing lies in memory as a text,
+// which takes four times its size.
 constexpr unsigned long long kMostListingBytes = 128ULL << 20;
 constexpr ZResult kTooLarge = TRANSFER_E_CURL_BASE | 63;  // libcurl's own code for more than was allowed
 
@@ -95,7 +95,8 @@ long Impl::GetFileTime(const ZString& name) const {
 
 ZString Impl::GetFullPath(const ZString& name) const { return (m_targetDirectory / name).ToString(); }
 
-// What is no regular file is planned for as if it were missing: the walk removes what it may (a link), the fetch refuses the rest.
+// What is no regular file is planned for as if it were missing: the walk removes what it may (a link), the fetch
+// refuses the rest.
 FilePlan Impl::PlanFor(const ZString& name, unsigned long long expectedSize, const ZFileInfo& local) const {
   constexpr long kLatestEverywhere = 0x7FFFFFFF;  // in 2038; no file system in use ends earlier
   ExpectedFile expected{expectedSize, GetFileTime(name)};

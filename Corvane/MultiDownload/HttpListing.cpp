@@ -22,8 +22,9 @@ bool BeginsLowered(std::wstring_view text, std::wstring_view pattern) {
          std::equal(pattern.begin(), pattern.end(), text.begin(), [](wchar_t a, wchar_t b) { return a == LowerOf(b); });
 }
 
-// The next place at or after `from` where `text`, in lower case, has `pattern`. A page may be very large, so it is not copied for
-// that: what the system's search looks for is the pattern's punctuation mark, which no other character maps to.
+// The next place at or after `from` where `text`, in lower case, has `pattern`. A page may be very large, so it is not
+// copied for that: what the system's search looks for is the pattern's punctuation mark, which no other character maps
+// to.
 ZString::size_type FindLowered(std::wstring_view text, std::wstring_view pattern, ZString::size_type from) {
   const ZString::size_type mark = pattern.find_first_of(L"<:");
   for (from = text.find(pattern[mark], from + mark); from != npos; from = text.find(pattern[mark], from + 1)) {
@@ -32,8 +33,8 @@ ZString::size_type FindLowered(std::wstring_view text, std::wstring_view pattern
   return npos;
 }
 
-// Finds the next occurrence of one character at or after positions that only grow. The last find is remembered, so that all
-// searches together scan the text once, also for a character that does not occur.
+// Finds the next occurrence of one character at or after positions that only grow. The last find is remembered, so that
+// all searches together scan the text once, also for a character that does not occur.
 class ForwardFinder {
  public:
   ForwardFinder(std::wstring_view text, wchar_t character) : m_text(text), m_character(character) {}
@@ -58,8 +59,8 @@ struct Anchor {
   std::wstring_view label;       // the text
 };
 
-// Walks over the anchors between the first "<pre>" and the first "</pre>" of a directory page. Tags are found in any case; what is
-// taken comes from the text as received. Nothing is copied but a target that has something to decode.
+// Walks over the anchors between the first "<pre>" and the first "</pre>" of a directory page. Tags are found in any
+// case; what is taken comes from the text as received. Nothing is copied but a target that has something to decode.
 class AnchorReader {
  public:
   explicit AnchorReader(std::wstring_view text) : m_text(text), m_doubleQuote(text, L'"'), m_singleQuote(text, L'\'') {
@@ -111,7 +112,8 @@ class AnchorReader {
   bool m_broken = false;
 };
 
-// The label shows the target's name, with or without its extension. Sort links, parent links and shortened labels do not.
+// The label shows the target's name, with or without its extension. Sort links, parent links and shortened labels do
+// not.
 bool IsFileLink(const Anchor& anchor) {
   return anchor.target.ends_with(anchor.label) ||
          anchor.target.substr(0, anchor.target.rfind(L'.')).ends_with(anchor.label);
@@ -119,8 +121,9 @@ bool IsFileLink(const Anchor& anchor) {
 
 constexpr bool IsDigit(wchar_t character) noexcept { return character >= L'0' && character <= L'9'; }
 
-// The digits of the size that an IIS page shows in the column before the anchor at `anchor`; empty when it shows none. The column is
-// the 14 characters that end two places before the anchor. The result lies in `column`, which keeps its memory from call to call.
+// The digits of the size that an IIS page shows in the column before the anchor at `anchor`; empty when it shows none.
+// The column is the 14 characters that end two places before the anchor. The result lies in `column`, which keeps its
+// memory from call to call.
 std::wstring_view IisSize(std::wstring_view text, ZString::size_type anchor, ZString& column) {
   constexpr ZString::size_type kColumn = 14;
   const std::wstring_view shown =
@@ -227,9 +230,9 @@ class HttpListingReader {
 
 Listing ParseHttpListing(const ZString& text) { return HttpListingReader(text.Str(), NamesIis(text.Str())).Read(); }
 
-// Everything that is looked for begins with a "<" or is within one line, so nothing can begin in a header without the one that ends
-// with a line: the page is then read where it is. (Nor does a header ever show in the column of an IIS page, which begins behind the
-// "<pre>" before it.)
+// Everything that is looked for begins with a "<" or stands within one line. So nothing begins in a header that has no
+// "<" and ends with a line, and the page is read where it is. (Nor does such a header show in the column of an IIS
+// page, of which only what stands behind the "<pre>" counts.)
 Listing ParseHttpListing(const ZString& header, const ZString& page) {
   const bool isApart = header.IsEmpty() || (header.Str().back() == L'\n' && header.Find(L'<') == npos);
   if (!isApart) return ParseHttpListing(header + page);

@@ -9,9 +9,9 @@
 
 namespace Corvane {
 
-// What servers show of a directory: the readers of listings, for whatever fetches more than one file. They are functions over
-// values, which look nothing up and keep nothing; all that they touch is the log. They use the base library and the names in which
-// a host is told what was left out.
+// What servers show of a directory: the readers of listings, for whatever fetches more than one file. They are
+// functions over values, which look nothing up and keep nothing; all that they touch is the log. They use the base
+// library and the names in which a host is told what was left out.
 
 enum class ListingKind {
   File,
@@ -37,11 +37,12 @@ struct Listing {
   std::vector<LeftOut> leftOutNames;  // the first of these
 };
 
-// Reads the directory page of an HTTP server: `text` is the answer's header followed by its body. Takes links between the first
-// "<pre>" and the first "</pre>" whose text ends what they lead to. Sizes are read from pages of IIS alone. Links that lead around,
-// to the parent directory or to another order of the page, are neither entries nor left out.
+// Reads the directory page of an HTTP server: `text` is the answer's header followed by its body. Takes links between
+// the first "<pre>" and the first "</pre>" whose text ends what they lead to. Sizes are read from pages of IIS alone.
+// Links that lead around, to the parent directory or to another order of the page, are neither entries nor left out.
 Listing ParseHttpListing(const ZString& text);
-// The same for the two parts of that text. A page may be very large: it is copied only when it cannot be read by itself.
+// The same for the two parts of that text. A page may be very large: it is copied only when it cannot be read by
+// itself.
 Listing ParseHttpListing(const ZString& header, const ZString& page);
 
 // Reads the listing of an FTP server, in the Unix long format or the DOS format, line by line.

@@ -15,24 +15,28 @@
 #include <Corvane/MultiDownload/ListingImpl.h>
 #include <Corvane/PublishedTextImpl.h>
 
-// This area mirrors one remote directory into one local directory. It owns the run over the list of files, what is counted on the
-// way, and every decision about a local file. It uses the base library and one ZTransfer, of which it knows the public interface
-// alone (and that it follows the run's abort); nothing else of the library uses it. Its rooms, from the bottom up:
+// This area mirrors one remote directory into one local directory. It owns the run over the list of files, what is
+// counted on the way, and every decision about a local file. It uses the base library and one ZTransfer, of which it
+// knows the public interface alone (and that it follows the run's abort); nothing else of the library uses it.
 //
-//   ListingImpl.h     HttpListing.cpp, FtpListing.cpp, Listing.cpp: what servers show of a directory; functions over values
-//   FileStateImpl.h   FileState.cpp: what is to be done about one file; functions over values
-//   LocalFilesImpl.h  LocalFiles.cpp: what the file system says of one file
-//   this header       FileList.cpp: the list of files and what it says of a name     FreeSpace.cpp: what is there and what room
-//                     the rest needs     FetchFiles.cpp: the loop over the files     Counters.cpp: what the getters tell
-//                     Run.cpp: the object and the bracket of a run                   MultiDownload.cpp: the public class
+// Its rooms, from the bottom up:
+//   ListingImpl.h      what servers show of a directory: functions over values (HttpListing, FtpListing, Listing)
+//   FileStateImpl.h    what is to be done about one file: functions over values
+//   LocalFilesImpl.h   what the file system says of one file
+//   this header        FileList: the list of files and what it says of a name
+//                      FreeSpace: what is there, and what room the rest needs
+//                      FetchFiles: the loop over the files
+//                      Counters: what the getters tell
+//                      Run: the object and the bracket of a run
+//                      MultiDownload: the public class
 namespace Corvane {
 
 using FileSizeList = Container::ZMap<ZString, unsigned long long, std::less<ZString>>;
 using FileTimeList = Container::ZMap<ZString, long, std::less<ZString>>;
 using ObjectGuard = ZGuardImpl<ZRecursiveMutex>;
 
-// The state and the work behind one ZMultiDownload. The recursive mutex is held for short bookkeeping steps only, never across a
-// network transfer.
+// The state and the work behind one ZMultiDownload. The recursive mutex is held for short bookkeeping steps only, never
+// across a network transfer.
 class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
  public:
   // What is known of the transfer that ended a run.
@@ -132,7 +136,8 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
 
 // --- What the sources of the area share. ---
 
-// Sizes come from servers: a sum that would wrap stays at its largest value, so that no listing can talk the space check out.
+// Sizes come from servers: a sum that would wrap stays at its largest value, so that no listing can talk the space
+// check out.
 inline unsigned long long AddSaturated(unsigned long long a, unsigned long long b) noexcept {
   return a + b < a ? std::numeric_limits<unsigned long long>::max() : a + b;
 }

@@ -64,8 +64,8 @@ ZResult Impl::Download(const ZString& url, const ZString& dir, bool resume) {
   return FetchFiles();
 }
 
-// What an address bar shows may end with a query, which orders the directory's page, and with a fragment, which no server is sent.
-// The names of files join the path before both.
+// What an address bar shows may end with a query, which orders the directory's page, and with a fragment, which no
+// server is sent. The names of files join the path before both.
 ZResult Impl::Config(const ZString& url, const ZString& dir, bool resume) {
   m_targetDirectory = dir;
   m_resume = resume;

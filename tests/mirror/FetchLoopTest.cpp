@@ -222,8 +222,8 @@ TEST_F(FetchLoop, AbortEndsTheLookAtTheLocalFiles) {
 
 // --- locks
 
-// The clock is looked at with the object locked, when a file is finished. What another thread does meanwhile without having
-// to wait needs no lock.
+// The clock is looked at with the object locked, when a file is finished. What another thread does meanwhile without
+// having to wait needs no lock.
 TEST_F(FetchLoop, RefusalsStatusAndNotifyWaitForNoLock) {
   Serve(Files{{"a", "1"}});
   RecordingObserver observer;

@@ -9,7 +9,8 @@ namespace CorvaneTest {
 
 using Entries = std::map<std::string, unsigned long long>;  // size by name
 
-// The files that a parser takes from a text in UTF-8. Fails the test when the name of an entry is more than a plain file name.
+// The files that a parser takes from a text in UTF-8. Fails the test when the name of an entry is more than a plain
+// file name.
 Entries ParseHttp(std::string_view text);
 Entries ParseHttp(std::string_view header, std::string_view page);
 Entries ParseFtp(std::string_view text);

@@ -25,8 +25,8 @@ using Texts = Corvane::Container::ZMap<Corvane::ZString, Corvane::ZString, Corva
 
 std::string ErrorOf(const Corvane::ZMultiDownload& mirror);
 
-// Asks for everything that a mirror tells, as a watcher on another thread would, and expects sense: one of these statuses, at most so
-// many bytes and files.
+// Asks for everything that a mirror tells, as a watcher on another thread would, and expects sense: one of these
+// statuses, at most so many bytes and files.
 void LookAtEverything(Corvane::ZMultiDownload& mirror, const std::vector<Corvane::ZResult>& statuses,
                       unsigned long long mostBytes, std::size_t mostFiles);
 

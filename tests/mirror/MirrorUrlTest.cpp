@@ -62,8 +62,8 @@ Responder PageAt(const std::string& target) {
   };
 }
 
-// What an address bar shows after a click on the page's headings or its contents. Once each file was asked for behind the query or
-// the fragment: the server sent the page again, which was stored under every file's name.
+// What an address bar shows after a click on the page's headings or its contents. Once each file was asked for behind
+// the query or the fragment: the server sent the page again, which was stored under every file's name.
 TEST_F(MirrorUrl, AsksForThePageWithItsQueryAndForTheFilesWithout) {
   const struct {
     const char* url;

@@ -10,9 +10,9 @@
 
 namespace CorvaneTest {
 
-// Stands between the library and the system while it exists: statvfs, stat, chmod, unlink, utimensat and the system clock
-// answer as it says, and it is told when a condition variable is broadcast. Only calls of the thread that made it are concerned, so servers on other threads notice nothing.
-// Files outside of its folder are left alone.
+// Stands between the library and the system while it exists: statvfs, stat, chmod, unlink, utimensat and the system
+// clock answer as it says, and it is told when a condition variable is broadcast. Only calls of the thread that made it
+// are concerned, so servers on other threads notice nothing. Files outside of its folder are left alone.
 class ScriptedSystem {
  public:
   explicit ScriptedSystem(std::filesystem::path folder);

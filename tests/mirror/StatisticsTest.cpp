@@ -124,7 +124,8 @@ TEST_F(AMirror, ShowsTheFileThatIsBeingFetched) {
   EXPECT_EQ(m_mirror.GetStatistics().receivedBytes, 5001u);
 }
 
-// GetDownloadSize counts a file that is being resumed twice until its transfer has caught up, which shows as more than all.
+// GetDownloadSize counts a file that is being resumed twice until its transfer has caught up, which shows as more than
+// all.
 TEST_F(AMirror, TellsWhatIsHereOfTheWholeAtEveryMoment) {
   Gate asked, release;
   const std::string content = MakePattern(5000);
@@ -188,8 +189,8 @@ TEST_F(AMirror, TellsAnEmptyListingFromAPageThatIsNone) {
 }
 
 TEST_F(AMirror, NamesWhatItLeavesOutOfAPage) {
-  const std::string page =
-      R"(<pre><a href="sub/">sub/</a><a href="a">a</a><a href="long-name">long-..&gt;</a><a href="b&c">b&amp;c</a></pre>)";
+  const std::string page = R"(<pre><a href="sub/">sub/</a><a href="a">a</a>)"
+                           R"(<a href="long-name">long-..&gt;</a><a href="b&c">b&amp;c</a></pre>)";
   const ScriptedServer server(KeepAlive(Routes({{"/dir/", Status(200, page)}, {"/dir/a", Content("1")}})));
   EXPECT_EQ(m_mirror.Download(Wide(server.Url("/dir")), Folder(), false), TRANSFER_S_FINISHED);
   EXPECT_EQ(m_mirror.GetStatistics().filesKnown, 1u);

@@ -11,8 +11,8 @@
 #include "tests/servers/MirrorRuns.h"
 #include "tests/support/ScriptedFtpServer.h"
 
-// Mirrors that another thread stops: in the listing, in a file, between files. What came keeps its times, and a run with resume
-// completes the rest.
+// Mirrors that another thread stops: in the listing, in a file, between files. What came keeps its times, and a run
+// with resume completes the rest.
 namespace CorvaneTest {
 namespace {
 

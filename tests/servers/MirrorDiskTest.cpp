@@ -7,7 +7,8 @@
 #include "tests/servers/MirrorRuns.h"
 #include "tests/support/SmallFileSystem.h"
 
-// Disks that are too small: refused beforehand when the sizes are known, never a success, and continued when there is space.
+// Disks that are too small: refused beforehand when the sizes are known, never a success, and continued when there is
+// space.
 namespace CorvaneTest {
 namespace {
 

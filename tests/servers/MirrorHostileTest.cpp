@@ -8,8 +8,8 @@
 #include "tests/servers/MirrorRuns.h"
 #include "tests/support/ScriptedFtpServer.h"
 
-// Listings that try to reach out of the target directory, from servers that would deliver whatever they are asked for. Around the
-// directory lies a tree with everything that they aim at; after each run it is as it was, to the nanosecond.
+// Listings that try to reach out of the target directory, from servers that would deliver whatever they are asked for.
+// Around the directory lies a tree with everything that they aim at; after each run it is as it was, to the nanosecond.
 namespace CorvaneTest {
 namespace {
 
@@ -259,8 +259,8 @@ INSTANTIATE_TEST_SUITE_P(Styles, ZMultiDownloadHostileListings, testing::Values(
 
 // --- what lies in the target directory already
 
-// No server can put a link there. One that a local user has put there is followed, as by any program that opens a file by its
-// name, except that a link whose file is to be fetched afresh is removed beforehand.
+// No server can put a link there. One that a local user has put there is followed, as by any program that opens a file
+// by its name, except that a link whose file is to be fetched afresh is removed beforehand.
 TEST(ZMultiDownloadLinks, OfALocalUserAreReplacedWhenStaleAndFollowedOtherwise) {
   const std::string content = MakePattern(1000);
   const ScriptedServer server(KeepAlive(Directory({{"link", content}})));

@@ -10,7 +10,8 @@
 #include "tests/cli/CliTesting.h"
 #include "tests/servers/MirrorTree.h"
 
-// The program killed again and again in the middle of a mirror: what it left is continued, and in the end all is as at the source.
+// The program killed again and again in the middle of a mirror: what it left is continued, and in the end all is as at
+// the source.
 namespace CorvaneTest {
 namespace {
 

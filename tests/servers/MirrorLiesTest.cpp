@@ -154,7 +154,8 @@ TEST_P(ZMultiDownloadLies, CannotTalkTheSpaceCheckOutByTheirSum) {
   }
 }
 
-// Text that is no size is refused or taken for the number that it begins with. Each run ends, and nothing wrong is left.
+// Text that is no size is refused or taken for the number that it begins with. Each run ends, and nothing wrong is
+// left.
 TEST_P(ZMultiDownloadLies, ThatAreNoNumbersEndWell) {
   for (const char* const size : {"18446744073709551616", "99999999999999999999999999", "-5", "1e3", "0x3E8", "1,000"}) {
     ListB(size);
@@ -268,7 +269,8 @@ TEST(ZMultiDownloadLiesOfAnswers, ShorterThanTheirContentDoNotSpillIntoTheNextFi
 
 // --- servers that vanish
 
-// Stops the server from inside the client, when the listing has begun to arrive. It is so short that all of it is on its way.
+// Stops the server from inside the client, when the listing has begun to arrive. It is so short that all of it is on
+// its way.
 TEST(ZMultiDownloadVanishingServer, AfterThePageIsAFailure) {
   const Files files = {{"a", MakePattern(1000)}, {"b", MakePattern(2000)}};
   ScriptedServer server(KeepAlive(Directory(files)));

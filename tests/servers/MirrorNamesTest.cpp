@@ -5,7 +5,8 @@
 
 #include "tests/servers/MirrorRuns.h"
 
-// Names that are awkward in URLs, pages, listings or file systems: each file arrives under its own name with its own content.
+// Names that are awkward in URLs, pages, listings or file systems: each file arrives under its own name with its own
+// content.
 namespace CorvaneTest {
 namespace {
 
@@ -162,8 +163,8 @@ TEST(ZMultiDownloadNamesOnPages, ThatAreEscapedOrShortenedAreLeftOut) {
   }
 }
 
-// Apache escapes an ampersand in the target and in the text alike, so the page seems to name another file. That one is not there,
-// which ends the run unless the name is ignored.
+// Apache escapes an ampersand in the target and in the text alike, so the page seems to name another file. That one is
+// not there, which ends the run unless the name is ignored.
 TEST(ZMultiDownloadNamesOnPages, WithAnAmpersandAreTakenAsApacheWritesThem) {
   ApacheServer server;
   WriteFiles(server.RootDir() / "pub", {{"a", "1"}, {"b & c", "2"}, {"d", "3"}});
@@ -179,7 +180,8 @@ TEST(ZMultiDownloadNamesOnPages, WithAnAmpersandAreTakenAsApacheWritesThem) {
   EXPECT_TRUE(HoldsExactly(folder.Path(), {{"a", "1"}, {"d", "3"}}));
 }
 
-// As it is trimmed, such a name is another one. No file of that name is there, so the run ends instead of leaving it out.
+// As it is trimmed, such a name is another one. No file of that name is there, so the run ends instead of leaving it
+// out.
 TEST(ZMultiDownloadNamesInFtpListings, WithBlanksAtTheirEndsAreNotFound) {
   for (const char* const name : {" leading", "trailing "}) {
     const RemoteServer server(ServerKind::kVsftpd);

@@ -127,8 +127,8 @@ TEST(CorvaneMirrorSecondRun, FetchesTheListingOnly) {
   EXPECT_TRUE(HoldsExactly(folder.Path(), kFiles));
 }
 
-// Times are set when a run ends, and a file that is complete is not looked at again. So the files that a run had completed before
-// it was killed keep the time of their download.
+// Times are set when a run ends, and a file that is complete is not looked at again. So the files that a run had
+// completed before it was killed keep the time of their download.
 TEST(CorvaneMirrorTimes, OfFilesFromAKilledRunStayAsTheyWere) {
   const Files files = {{"a", "12345"}, {"b", MakePattern(5000)}};
   Gate isHalfSent;

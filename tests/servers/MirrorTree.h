@@ -16,15 +16,15 @@
 #include "tests/support/ScriptedFtpServer.h"
 #include "tests/support/TempDir.h"
 
-// What the tests of mirrors from real servers share: the files to serve, how a mirror is compared with them, and the servers. Knows
-// nothing of the library, so that the tests of the program can use it too.
+// What the tests of mirrors from real servers share: the files to serve, how a mirror is compared with them, and the
+// servers. Knows nothing of the library, so that the tests of the program can use it too.
 namespace CorvaneTest {
 
 // The plain files of one directory: content by name.
 using Files = std::map<std::string, std::string>;
 
-// So many files of 0 bytes to some 100 KiB and a few of some MiB, with names of several kinds that the pages of all servers show in
-// full; the same for the same seed.
+// So many files of 0 bytes to some 100 KiB and a few of some MiB, with names of several kinds that the pages of all
+// servers show in full; the same for the same seed.
 Files MakeFiles(std::size_t count, std::uint64_t seed = 1);
 
 void WriteFiles(const std::filesystem::path& folder, const Files& files);
@@ -38,8 +38,8 @@ testing::AssertionResult HoldsBeginningsOf(const std::filesystem::path& folder, 
 // The entry itself, not what a link points to. Fails the test and returns zeros when there is none.
 struct stat StatusOf(const std::filesystem::path& path);
 
-// Everything that tells whether an entry was touched, by path: kind, mode, number, times, size and content or target. The folder
-// `without` is left out with what is in it.
+// Everything that tells whether an entry was touched, by path: kind, mode, number, times, size and content or target.
+// The folder `without` is left out with what is in it.
 using Traces = std::map<std::string, std::string>;
 Traces TracesOf(const std::filesystem::path& folder, const std::filesystem::path& without = {});
 
@@ -113,8 +113,8 @@ class WatchedVsftpd {
   std::unique_ptr<FtpDelay> m_delay;
 };
 
-// From now on the server says nothing more to whoever has fetched a listing and wants files, until it is stopped: its connection is
-// cut then. Opens `listed` when it comes to that; `listed` must outlive the server.
+// From now on the server says nothing more to whoever has fetched a listing and wants files, until it is stopped: its
+// connection is cut then. Opens `listed` when it comes to that; `listed` must outlive the server.
 void StallAfterTheListing(ScriptedFtpServer& server, Gate& listed);
 
 }  // namespace CorvaneTest
