@@ -128,7 +128,8 @@ class CORVANE_ZN_API ZMultiDownload {
   // Asks the running Download to end, which it does within about a second. Returns at once, always 0. Without a running
   // Download nothing happens.
   ZResult Abort();
-  // Waits until no Download runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs.
+  // Waits until no Download runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs, or when the one
+  // that ran has ended and another has begun since. Not for observers, which would wait for themselves.
   bool Wait(unsigned long milliseconds);
 
   // --- The operation. ---

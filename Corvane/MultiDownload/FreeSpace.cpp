@@ -2,6 +2,7 @@
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
 #include <Corvane/NumberTextImpl.h>
+#include <Corvane/ShownUrlImpl.h>
 
 // The walk over the files before the first of them is fetched.
 namespace Corvane {
@@ -21,7 +22,7 @@ bool Impl::CheckFreeSpaceAndUpdateCurSize() {
   const ZResult asked = ZDir::GetFreeSpace(directory, availableKb);
   if (IsFailure(asked)) {
     SetStatus(TRANSFER_E_DISK_SPACE, ZString(L"Cannot obtain disk space required for downloading %1 to %2 (%3, %4)")
-                                         .Arg(m_url.ToString())
+                                         .Arg(ShownUrl(m_url.ToString()))
                                          .Arg(directory)
                                          .Arg(UnsignedNumber(asked))
                                          .Arg(ZGetErrorMsg(asked)));
@@ -31,7 +32,7 @@ bool Impl::CheckFreeSpaceAndUpdateCurSize() {
   if (requiredKb <= availableKb) return true;
   SetStatus(TRANSFER_E_DISK_SPACE,
             ZString(L"Insufficient disk space to download %1 to %2. Required: %3 Kb. Available: %4 Kb.")
-                .Arg(m_url.ToString())
+                .Arg(ShownUrl(m_url.ToString()))
                 .Arg(directory)
                 .Arg(UnsignedNumber(requiredKb))
                 .Arg(UnsignedNumber(availableKb)));

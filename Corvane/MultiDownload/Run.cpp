@@ -3,6 +3,7 @@
 
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
+#include <Corvane/ShownUrlImpl.h>
 
 // The object, and the bracket of a run.
 namespace Corvane {
@@ -75,7 +76,7 @@ ZResult Impl::Config(const ZString& url, const ZString& dir, bool resume) {
   m_url = sent.Substr(0, query) + L"/";
   if (m_url.GetProtocol().Length() == 0) m_url.SetProtocol(L"http");
   if (m_url.IsValid() && ZUrl(m_url.ToString() + m_query).IsValid()) return BASE_S_OK;
-  SetStatus(TRANSFER_E_INVALID_URL, ZGetErrorMsg(TRANSFER_E_INVALID_URL) + L", " + url);
+  SetStatus(TRANSFER_E_INVALID_URL, ZGetErrorMsg(TRANSFER_E_INVALID_URL) + L", " + ShownUrl(url));
   return m_status;
 }
 
