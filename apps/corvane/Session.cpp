@@ -72,6 +72,12 @@ TransferSettings PrepareTransfers(const Target& target, Environment& environment
   return settings;
 }
 
+void RequireSet(Corvane::ZResult result) {
+  if (!Corvane::IsFailure(result)) return;
+  throw Failure(ExitCode::kLocal, fmt::format("cannot set up the transfer: {}; free some memory, then try again",
+                                              ToUtf8(Corvane::ZGetErrorMsg(result))));
+}
+
 void RunWatched(Environment& environment, const std::string& label, bool writesToFile,
                 const std::function<void()>& operation, const std::function<void()>& abort,
                 const std::function<ProgressSample()>& sample) {

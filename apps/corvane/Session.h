@@ -32,12 +32,15 @@ struct TransferSettings {
 // Throws Failure: what the options name cannot be used, or the user interrupted the question.
 [[nodiscard]] TransferSettings PrepareTransfers(const Target& target, Environment& environment);
 
+// Throws Failure(kLocal) when a setter has refused: going on would leave the server unverified, or without its login.
+void RequireSet(Corvane::ZResult result);
+
 // Sets up anything with the setters of ZTransfer.
 template <class Transfer>
 void Configure(Transfer& transfer, const TransferSettings& settings) {
   transfer.SetTimeout(settings.timeoutSeconds);
-  transfer.SetSSL(settings.verify, settings.verify, settings.trust.file, settings.trust.directory);
-  transfer.SetCredentials(settings.user, settings.password);
+  RequireSet(transfer.SetSSL(settings.verify, settings.verify, settings.trust.file, settings.trust.directory));
+  RequireSet(transfer.SetCredentials(settings.user, settings.password));
   transfer.UseThrottling(settings.useThrottling);
 }
 
