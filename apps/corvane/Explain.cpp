@@ -77,12 +77,16 @@ std::string WhoAnswered(int status, const Circumstances& circumstances) {
 
 bool IsAuthenticationStatus(int status) { return status == 401 || status == 403 || status == 407; }
 
+// Whether it is the list of a mirror's files that was being fetched.
+bool IsList(const Circumstances& circumstances) { return circumstances.isMirror && circumstances.fileName.empty(); }
+
 // What libcurl's number means here, where more is known than its own text says.
 std::string MeaningOf(const CurlFailure& failure, const Circumstances& circumstances) {
-  constexpr unsigned int kResolveProxy = 5, kConnect = 7, kCertificates = 77, kProxy = 97;
+  constexpr unsigned int kResolveProxy = 5, kConnect = 7, kTooLarge = 63, kCertificates = 77, kProxy = 97;
   if (failure.number == kCertificates && !circumstances.trust.empty()) {
     return fmt::format("the trusted certificates in {} cannot be read", circumstances.trust);
   }
+  if (failure.number == kTooLarge && IsList(circumstances)) return "the listing is too large";
   if (!circumstances.proxy) return failure.meaning;
   const std::string proxy = Describe(*circumstances.proxy);
   switch (failure.number) {
@@ -105,6 +109,7 @@ bool MayBeTheProxys(unsigned int number) {
 std::string RemedyFor(const CurlFailure& failure, const Circumstances& circumstances) {
   if (failure.remedy == nullptr) return RemedyForResume(circumstances);
   const bool isMissing = failure.number == 9 || failure.number == 19 || failure.number == 78;
+  if (failure.number == 63 && IsList(circumstances)) return "name the files with --sizes FILE";
   if (isMissing && !circumstances.fileName.empty()) return RemedyForFile(circumstances);
   if (circumstances.proxy && (failure.number == 5 || failure.number == 7 || failure.number == 97)) {
     return fmt::format("check {}, and that the proxy is running", circumstances.proxy->variable);
@@ -114,8 +119,7 @@ std::string RemedyFor(const CurlFailure& failure, const Circumstances& circumsta
 
 Explanation ExplainStoring(const Circumstances& circumstances) {
   // A list of files is kept in memory; so is everything that does not go into a file.
-  const bool isList = circumstances.isMirror && circumstances.fileName.empty();
-  if (isList) return {ExitCode::kLocal, fmt::format("cannot keep the list of files: {}", kMemoryRanOut)};
+  if (IsList(circumstances)) return {ExitCode::kLocal, fmt::format("cannot keep the list of files: {}", kMemoryRanOut)};
   if (circumstances.outputPath.empty()) {
     return {ExitCode::kLocal, fmt::format("cannot keep what was received: {}", kMemoryRanOut)};
   }

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "apps/corvane/Mirror/LeftOut.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
@@ -39,6 +40,13 @@ void AddFiles(const Report& report, Json& object) {
                      {"resumed", files.filesResumed},
                      {"skipped", files.filesSkipped},
                      {"mismatched", files.filesMismatched}};
+  object["isListing"] = OrNull(files.isListing);
+  object["leftOut"] = files.leftOut;
+  Json entries = Json::array();
+  for (const Corvane::LeftOut& entry : report.leftOut) {
+    entries.push_back(Json::array({WordFor(entry.reason), ToUtf8(entry.name)}));
+  }
+  object["leftOutEntries"] = entries;
   object["totalSize"] = OrNull(files.totalBytes);
   object["receivedSize"] = files.receivedBytes;
 }

@@ -24,6 +24,7 @@
 #include "apps/corvane/FileList.h"
 #include "apps/corvane/Files.h"
 #include "apps/corvane/Mirror/FileModes.h"
+#include "apps/corvane/Mirror/LeftOut.h"
 #include "apps/corvane/Mirror/Outcome.h"
 #include "apps/corvane/Proxy.h"
 #include "apps/corvane/Session.h"
@@ -69,9 +70,11 @@ class Mirror {
  private:
   void ReadLists();
   void PrepareDirectory();
+  void TellOfTheUrl() const;
   void SpareFilesFromAnUnreachableServer();
   void Transfer();
-  void TellOfAnEmptyDirectory() const;
+  void TellOfTheListing() const;
+  void RequireAListing() const;
   void TellSummary() const;
   [[nodiscard]] bool IsIgnored(const ZString& name) const;
   [[nodiscard]] ZString LocalPath(const ZString& name) const { return (Corvane::ZPath(m_directory) / name).ToString(); }
@@ -93,16 +96,13 @@ void Mirror::Run() {
   ReadLists();
   m_settings = PrepareTransfers(m_command.target, m_environment);
   PrepareDirectory();
-  if (!m_command.fragment.empty()) {
-    m_environment.console.Note(
-        fmt::format("\"#{}\" is left out of the URL: it names a place on the page, and all of the directory is fetched",
-                    m_command.fragment));
-  }
+  TellOfTheUrl();
   SpareFilesFromAnUnreachableServer();
   Transfer();
+  TellOfTheListing();
   // The library's status tells a size that differs only of the last file.
   if (Corvane::IsFailure(m_report.status) || m_report.files.filesMismatched > 0) Fail();
-  TellOfAnEmptyDirectory();
+  RequireAListing();
   TellSummary();
 }
 
@@ -131,6 +131,21 @@ void Mirror::PrepareDirectory() {
   }
   if (access(m_command.directory.c_str(), W_OK | X_OK) != 0) {
     refuse(SystemText(errno), "choose another directory, or change the permissions");
+  }
+}
+
+// What an address bar shows may have more than a directory's URL.
+void Mirror::TellOfTheUrl() const {
+  const std::string& url = m_command.target.display;
+  const std::size_t query = url.find('?');
+  if (query != std::string::npos) {
+    m_environment.console.Note(
+        fmt::format("\"{}\" is sent when the directory's page is asked for, and with no file", url.substr(query)));
+  }
+  if (!m_command.fragment.empty()) {
+    m_environment.console.Note(
+        fmt::format("\"#{}\" is left out of the URL: it names a place on the page, and all of the directory is fetched",
+                    m_command.fragment));
   }
 }
 
@@ -176,7 +191,9 @@ Report Mirror::AskForDirectory() {
   Session session(m_command.target, m_settings, m_environment);
   session.Transfer().DetectHttpError(true);
   ZString page;
-  const ZString url = Corvane::ZUrl(m_command.target.url + L"/").ToString();
+  const ZString& given = m_command.target.url;
+  const ZString::size_type query = std::min(given.Find(L'?'), given.Length());
+  const ZString url = Corvane::ZUrl(given.Substr(0, query) + L"/").ToString() + given.Substr(query);
   session.Run(
       m_command.target.Label(), false, [&](ZTransfer& transfer) { transfer.Download(url, page); }, answer);
   return answer;
@@ -186,9 +203,7 @@ ProgressSample Sample(const ZMultiDownload& mirror) {
   const ZMultiDownload::Statistics files = mirror.GetStatistics();
   // Until it is known what there is to fetch, what comes is the listing.
   if (files.filesKnown == 0) return ProgressSample();
-  // While a resumed file waits for its first bytes, what it holds already is counted twice.
-  const unsigned long long bytes = std::min(mirror.GetDownloadSize(), files.totalBytes.value_or(ULLONG_MAX));
-  return {bytes, files.totalBytes, files.receivedBytes,
+  return {files.presentBytes + files.receivedBytes, files.totalBytes, files.receivedBytes,
           FileProgress{files.filesFetched + files.filesResumed + files.filesSkipped, files.filesKnown}};
 }
 
@@ -217,6 +232,7 @@ void Mirror::Transfer() {
   m_report.causeText = HideProxySecrets(ToUtf8(text));
   m_report.header = ToUtf8(header);
   m_report.files = mirror.GetStatistics();
+  m_report.leftOut = mirror.GetLeftOut();
   m_report.status = mirror.GetStatus();
   m_report.libraryText = HideProxySecrets(ToUtf8(mirror.GetError()));
   m_report.downloadSize = mirror.GetDownloadSize();
@@ -228,11 +244,25 @@ void Mirror::Transfer() {
                                          m_report.transferTimeMs));
 }
 
-// No failure: there may be none. More often the page is one that the library cannot read.
-void Mirror::TellOfAnEmptyDirectory() const {
-  if (m_report.files.filesKnown > 0 || !m_sizes.empty() || !m_command.ignored.empty()) return;
-  m_environment.console.Note(fmt::format("the server lists no files at {}; if there are some, name them with --sizes",
-                                         m_command.target.display));
+// Nothing that a server lists is lost silently.
+void Mirror::TellOfTheListing() const {
+  const std::string note = DescribeLeftOut(m_report);
+  if (!note.empty()) m_environment.console.Note(note);
+  for (const Corvane::LeftOut& entry : m_report.leftOut) m_environment.logging.Tell(DescribeLeftOut(entry));
+}
+
+void Mirror::RequireAListing() const {
+  const ZMultiDownload::Statistics& files = m_report.files;
+  if (files.filesKnown > 0 || !files.isListing) return;
+  if (!*files.isListing) {
+    throw Failure(ExitCode::kTransfer,
+                  fmt::format("{} {}: what the server sent is no listing of a directory; check the URL, or name the "
+                              "files with --sizes FILE",
+                              kDoing, m_command.target.display));
+  }
+  if (files.leftOut == 0 && m_command.ignored.empty()) {
+    m_environment.console.Note(fmt::format("the directory {} is empty", m_command.target.display));
+  }
 }
 
 void Mirror::TellSummary() const {

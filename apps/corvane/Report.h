@@ -37,6 +37,7 @@ struct Report {
   std::vector<std::pair<int, unsigned int>> events;  // of a single transfer
   EventCounts eventCounts;                           // of a mirror
   Corvane::ZMultiDownload::Statistics files;         // of a mirror
+  std::vector<Corvane::LeftOut> leftOut;             // what a mirror did not take, the first of them
   std::optional<std::string> partial;                // where an incomplete download was kept
   std::optional<std::string> body;                   // what a command without -o received; unset when it has -o
 };

@@ -138,7 +138,8 @@ TEST(MirrorProgress, NeverShowsMoreThanTheTotal) {
   options.terminalError = true;
   options.workingDirectory = folder.Path();
   const auto program = StartCorvane({"mirror", server.Url("/d/"), "dir", "--sizes", "sizes", "--resume"}, options);
-  EXPECT_TRUE(program->WaitForTerminalOutput(" of 4.9 KiB")) << program->TerminalOutput();
+  EXPECT_TRUE(program->WaitForTerminalOutput("  80%  [")) << program->TerminalOutput();
+  EXPECT_TRUE(program->WaitForTerminalOutput("3.9 KiB of 4.9 KiB"));
   goOn.Open();
   const auto result = program->Wait();
   ASSERT_TRUE(result.has_value());

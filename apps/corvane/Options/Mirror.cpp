@@ -38,9 +38,9 @@ class MirrorDefinition : public CommandDefinition {
       command.target = MakeTarget(m_url.substr(0, fragment));
       command.fragment = DisplayName(m_url.substr(fragment + 1));
     }
-    if (command.target.display.find('?') != std::string::npos) {
-      RefuseUsage(fmt::format("cannot mirror {}: a directory's URL has no query; leave out what begins with \"?\"",
-                              command.target.display));
+    if (command.target.scheme == "ftp" && command.target.display.find('?') != std::string::npos) {
+      RefuseUsage(
+          fmt::format("cannot mirror {}: FTP has no queries; write %3F for a \"?\" in a name", command.target.display));
     }
     command.directory = m_directory;
     command.resume = m_resume;
