@@ -1,9 +1,10 @@
 #include "tests/recorder/ScriptedFiles.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
 
@@ -19,6 +20,13 @@ ScriptedFiles* s_current = nullptr;
 bool Fails(int failure) {
   if (failure != 0) errno = failure;
   return failure != 0;
+}
+
+// The mode in which fopen(3) opens a file with these flags.
+std::string LettersOf(int flags) {
+  const std::string update = (flags & O_ACCMODE) == O_RDWR ? "+" : "";
+  if ((flags & O_APPEND) != 0) return "a" + update;
+  return ((flags & O_TRUNC) != 0 ? "w" : "r") + update;
 }
 
 }  // namespace
@@ -38,18 +46,27 @@ using CorvaneTest::AllocationsCount;
 using CorvaneTest::NextFunction;
 using CorvaneTest::ScriptedFiles;
 
-CORVANE_TEST_STANDS_IN std::FILE* fopen(const char* path, const char* mode) {
-  static const NextFunction<std::FILE*(const char*, const char*)> next("fopen");
+// The library opens its files without waiting for anybody, which tells them from all others.
+CORVANE_TEST_STANDS_IN int open(const char* path, int flags, ...) {
+  static const NextFunction<int(const char*, int, mode_t)> next("open");
   const AllocationsCount uncounted(false);
+  mode_t permissions = 0;
+  if ((flags & O_CREAT) != 0) {
+    va_list arguments;
+    va_start(arguments, flags);
+    permissions = va_arg(arguments, mode_t);
+    va_end(arguments);
+  }
   ScriptedFiles* const script = ScriptedFiles::Current();
-  if (script == nullptr) return next(path, mode);
-  std::string letters = mode;
-  std::erase(letters, 'e');
+  if (script == nullptr || (flags & O_NONBLOCK) == 0) return next(path, flags, permissions);
+  const std::string letters = CorvaneTest::LettersOf(flags);
   script->calls.push_back("fopen " + letters + " " + path);
-  if (script->onOpen && CorvaneTest::Fails(script->onOpen(path, letters))) return nullptr;
-  std::FILE* const file = next(path, mode);
+  if (script->onOpen && CorvaneTest::Fails(script->onOpen(path, letters))) return -1;
+  const int descriptor = next(path, flags, permissions);
+  const int failure = errno;
   if (script->afterOpen) script->afterOpen();
-  return file;
+  errno = failure;
+  return descriptor;
 }
 
 CORVANE_TEST_STANDS_IN int fclose(std::FILE* file) {

@@ -22,7 +22,7 @@ class ScriptedFiles {
   int truncateFailure = 0;
   int seekFailure = 0;
 
-  // "fopen w /path" with the mode's letters apart from "e", "fclose", "fseek 33", "ftruncate 100", in order.
+  // "fopen w /path" with the mode in which fopen(3) would open it, "fclose", "fseek 33", "ftruncate 100", in order.
   std::vector<std::string> calls;
 
   // For the functions that stand in for the C library's.
