@@ -7,6 +7,8 @@ set(CORVANE_ZN_SOURCES
     Transfer/Throttle.cpp
     ShownUrl.cpp
     Transfer/Abort.cpp
+    Transfer/Additions.cpp
+    Transfer/AnswerHeader.cpp
     Transfer/Body.cpp
     Transfer/Bracket.cpp
     Transfer/ContentRange.cpp

@@ -12,6 +12,9 @@
 
 namespace Corvane {
 
+struct ZTransferOptions;
+class ZTransferSink;
+
 // Moves one resource at a time over HTTP, HTTPS or FTP, on one libcurl easy handle that keeps its connections between
 // operations.
 //
@@ -95,6 +98,11 @@ class CORVANE_ZN_API ZTransfer {
   // Whether this object's data counts in the process-wide throttle, and is slowed by it. True at first. Returns 0, or BASE_E_BUSY.
   ZResult UseThrottling(bool use);
 
+  // What is done only when asked for: redirects, request headers, a checked resume and more; see ZTransferOptions
+  // (TransferOptions.h). Replaces all of them; ZTransferOptions() takes all back. Returns 0; BASE_E_BUSY; the code of EINVAL when a
+  // value is refused, of ENOMEM. After a failure the old ones stay.
+  ZResult SetOptions(const ZTransferOptions& options);
+
   // The process-wide throttle; see ZThrottle for the parameters. Any thread, any time. Always 0.
   static ZResult SetThrottling(unsigned int lowWaterMark, unsigned int limit, bool percent);
   // Between these two a series of transfers counts as one for the throttle: its measure period does not begin anew with each object.
@@ -142,6 +150,19 @@ class CORVANE_ZN_API ZTransfer {
   // libcurl succeeded, TRANSFER_E_NOT_STARTED when no request was made, BASE_E_BUSY while an operation runs.
   ZResult GetCause(ZString& text) const;
 
+  // The status of the last HTTP answer, behind all redirects; 0 when there was none, for other schemes, and while an operation runs.
+  [[nodiscard]] long GetHttpStatus() const;
+  // Where the last answer came from, behind all redirects; with "***" for a password. Empty before the first request. Returns 0, or
+  // BASE_E_BUSY while an operation runs.
+  ZResult GetEffectiveUrl(ZString& url) const;
+  // When the resource was changed last, as the server tells it, in seconds since 1970; -1 when it does not, and while an operation
+  // runs. FTP servers are asked only when ZTransferOptions::askModificationTime is set.
+  [[nodiscard]] long long GetModificationTime() const;
+  // What proves that a later answer is of the same version (RFC 9110, section 8.8): the strong entity tag of the last answer, with
+  // its quotes, else the text of its Last-Modified, where the server's Date is later. Empty when the answer has neither: nothing is
+  // proven by a weak tag. Returns 0, or BASE_E_BUSY while an operation runs.
+  ZResult GetValidator(ZString& validator) const;
+
   // --- Control, from any thread. ---
 
   // Aborts a running operation, waits for its end, and sets what the getters tell back to the state after construction. Settings
@@ -163,6 +184,11 @@ class CORVANE_ZN_API ZTransfer {
   // error page, say). Ill-formed bytes become U+FFFD. A body of 4 GiB or more gives TRANSFER_E_DOWNLOAD and an empty text: it
   // belongs into a file.
   ZResult Download(const ZString& url, ZString& result);
+
+  // Downloads `url` and hands the body's bytes to `sink` as they come; nothing is collected. The body of an answer outside 200 to 299
+  // is not handed on, and such an answer gives TRANSFER_E_CONNECT, whatever DetectHttpError says. See ZTransferSink
+  // (TransferOptions.h).
+  ZResult Download(const ZString& url, ZTransferSink& sink);
 
   // Downloads `url` into the file `fileName`, whose missing directories are made. With `resume`, a file of more than 64 bytes
   // is continued 32 bytes before its end; otherwise it is truncated first. After a failure a file for which no answer in 200 to 299

@@ -6,6 +6,7 @@
 #include <Corvane/Base/Stream.h>
 #include <Corvane/Base/String.h>
 #include <Corvane/Base/Sys.h>
+#include <Corvane/TransferOptions.h>
 
 namespace Corvane {
 
@@ -45,6 +46,21 @@ class MemoryBody final : public Body {
 
  private:
   ZDynamicMemoryStream m_stream{1};
+};
+
+// Hands the body of an acceptable answer to an object of the host. The page of a refusal is no part of what was asked for.
+class SinkBody final : public Body {
+ public:
+  explicit SinkBody(ZTransferSink& sink) : m_sink(sink) {}
+  [[nodiscard]] bool WantsAnswer() const noexcept override { return true; }
+  void Judge(const Answer& answer) override { m_refused = !answer.isAcceptable; }
+  std::size_t Write(const char* data, std::size_t bytes) override {
+    return m_refused || bytes == 0 ? bytes : m_sink.Write(data, bytes);
+  }
+
+ private:
+  ZTransferSink& m_sink;
+  bool m_refused = false;
 };
 
 // An open file that an operation closes itself, so that it learns of a failure; or that closes when an exception passes.

@@ -17,6 +17,7 @@ void ZTransfer::ZTransferImpl::Reset() {
   m_request.transferRate = 0;
   m_request.contentSizeKnown = false;
   m_request.postData.reset();
+  m_request.sentBytes = 0;
   m_request.memory.Rewind();
   m_request.StartClocks();
   m_outcome.Reset();

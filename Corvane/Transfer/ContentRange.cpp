@@ -1,9 +1,9 @@
 #include <Corvane/Transfer/ContentRangeImpl.h>
 
-#include <strings.h>
-
 #include <charconv>
 #include <system_error>
+
+#include <Corvane/Transfer/AnswerHeaderImpl.h>
 
 namespace Corvane {
 namespace {
@@ -30,10 +30,6 @@ bool IsConsistent(const ContentRange& range) {
   return !range.total || *range.total > range.last.value_or(range.first);
 }
 
-bool BeginsWithNoCase(std::string_view text, std::string_view prefix) {
-  return text.size() >= prefix.size() && strncasecmp(text.data(), prefix.data(), prefix.size()) == 0;
-}
-
 }  // namespace
 
 std::optional<ContentRange> ParseContentRange(std::string_view value) {
@@ -56,22 +52,16 @@ std::optional<ContentRange> ParseContentRange(std::string_view value) {
 }
 
 std::optional<ContentRange> AnnouncedRange(std::string_view header) {
-  constexpr std::string_view kField = "content-range:";
   std::optional<ContentRange> announced;
-  bool isUnbelievable = false;
-  while (!header.empty()) {
-    const std::string_view line = header.substr(0, header.find('\n') + 1);  // npos + 1 is 0: a line without an end
-    header.remove_prefix(line.empty() ? header.size() : line.size());
-    if (BeginsWithNoCase(line, "HTTP/")) {
-      announced.reset();
-      isUnbelievable = false;
-    } else if (BeginsWithNoCase(line, kField)) {
-      const std::optional<ContentRange> range = ParseContentRange(line.substr(kField.size()));
-      if (!range || (announced && !(*announced == *range))) isUnbelievable = true;
-      announced = range;
-    }
+  std::string_view line;
+  for (std::string_view rest = LastAnswer(header); TakeLine(rest, line);) {
+    const std::optional<std::string_view> value = FieldOn(line, "Content-Range");
+    if (!value) continue;
+    const std::optional<ContentRange> range = ParseContentRange(*value);
+    if (!range || (announced && !(*announced == *range))) return std::nullopt;
+    announced = range;
   }
-  return isUnbelievable ? std::nullopt : announced;
+  return announced;
 }
 
 }  // namespace Corvane

@@ -34,6 +34,11 @@ struct FreeDeleter {
 // A string handed to libcurl, which keeps the pointer during a transfer: made with strdup, released with free.
 using OwnedCString = std::unique_ptr<char, FreeDeleter>;
 
+struct ListDeleter {
+  void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+};
+using OwnedList = std::unique_ptr<curl_slist, ListDeleter>;
+
 // Null for null. Throws std::bad_alloc.
 inline OwnedCString Duplicate(const char* text) {
   if (text == nullptr) return nullptr;

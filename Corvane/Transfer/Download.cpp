@@ -28,6 +28,19 @@ void ZTransfer::ZTransferImpl::DownloadSteps(const ZString& url, ZString& result
   SetResult(result);  // also after a failure: what was received may be an error page that tells more
 }
 
+ZResult ZTransfer::ZTransferImpl::Download(const ZString& url, ZTransferSink& sink) {
+  return RunOperation([&] { SinkSteps(url, sink); });
+}
+
+void ZTransfer::ZTransferImpl::SinkSteps(const ZString& url, ZTransferSink& sink) {
+  SinkBody body(sink);
+  const Destination destination(m_request, body);
+  Transfer(url, false);
+  if (!m_outcome.IsFailed() && !CheckHeader()) {
+    m_outcome.Set(TRANSFER_E_CONNECT, ZGetErrorMsg(TRANSFER_E_CONNECT) + L", " + ShownUrl(url));
+  }
+}
+
 void ZTransfer::ZTransferImpl::SetResult(ZString& result) {
   const unsigned long long length = m_request.downloadSize;
   if (length > kLargestText) {

@@ -62,6 +62,10 @@ void ZTransfer::ZTransferImpl::FetchFile(const ZString& url, OpenFile& file) {
 
 void ZTransfer::ZTransferImpl::ContinueFile(const ZString& url, OpenFile& file, ResumedFile& resumed) {
   const Destination destination(m_request, resumed);
+  if (m_settings.additions.checkResume) {
+    const ZResult checked = resumed.Check(m_settings.additions.validator);
+    if (checked != BASE_S_OK) return FailWithReason(checked);
+  }
   Transfer(url, false);
   ZResult finished = BASE_S_OK;
   if (CheckHeader()) {
@@ -72,6 +76,9 @@ void ZTransfer::ZTransferImpl::ContinueFile(const ZString& url, OpenFile& file, 
     end.hasContent = m_request.contentSizeKnown;
     if (!end.isFailed && !end.hasContent) end.contentLength = m_request.Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
     if (const auto refusal = resumed.Refuse(end)) FailAs(refusal->code, refusal->text);
+    if (m_outcome.Code() == CodeOf(CURLE_RANGE_ERROR)) {
+      if (const auto refusal = resumed.RefuseVersion(m_request.header)) FailAs(refusal->code, refusal->text);
+    }
     if (!m_outcome.IsFailed()) finished = resumed.CutStaleTail(end);
   }
   FinishFile(file, finished);

@@ -40,6 +40,13 @@ void Outcome::SetHeader(std::string header) {
   m_published.reset();
 }
 
+void Outcome::SetSource(std::string effectiveUrl, long fileTime) {
+  const std::lock_guard guard(m_mutex);
+  m_current.effectiveUrl = std::move(effectiveUrl);
+  m_current.fileTime = fileTime;
+  m_published.reset();
+}
+
 std::shared_ptr<const OutcomeSnapshot> Outcome::Snapshot() const {
   const std::lock_guard guard(m_mutex);
   return Publish();

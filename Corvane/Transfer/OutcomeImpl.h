@@ -21,7 +21,9 @@ struct OutcomeSnapshot {
   ZString text;
   ZResult cause = TRANSFER_E_NOT_STARTED;  // what libcurl said, which the operation may have replaced in code and text
   ZString causeText;
-  std::string header;  // the lines of an operation that has ended, as received
+  std::string header;        // the lines of an operation that has ended, as received
+  std::string effectiveUrl;  // of that operation, behind all redirects
+  long fileTime = -1;        // seconds since the epoch, where libcurl was asked for it
 };
 
 // Holds the outcome while one thread works on it and others look. Code and text change together, so that nobody sees one of them
@@ -50,6 +52,7 @@ class Outcome {
   }
   void SetCause(ZResult cause, ZString text);
   void SetHeader(std::string header);
+  void SetSource(std::string effectiveUrl, long fileTime);
 
   [[nodiscard]] std::shared_ptr<const OutcomeSnapshot> Snapshot() const;
   // The text for the calling thread: a copy of its own, which changes only at the same thread's next call, and lives as long as

@@ -3,6 +3,7 @@
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/LogLineImpl.h>
 #include <Corvane/NumberTextImpl.h>
+#include <Corvane/Transfer/AnswerHeaderImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
 
 namespace Corvane {
@@ -31,7 +32,8 @@ bool ZTransfer::ZTransferImpl::Prepare(const ZString& url) {
   if (!SetRequestOptions()) return false;
   if (scheme.StartsWith(L"http") && !SetHeaderOptions(scheme)) return false;
   if (!SetTimeLimits()) return false;
-  return m_settings.credentials == nullptr || SetAuthentication(scheme);
+  if (m_settings.credentials != nullptr && !SetAuthentication(scheme)) return false;
+  return SetAdditions();
 }
 
 ZResult ZTransfer::ZTransferImpl::FailOption(const char* who, CURLcode result, CURLoption option) {
@@ -92,6 +94,17 @@ bool ZTransfer::ZTransferImpl::SetAuthentication(const ZString& scheme) {
   return !scheme.StartsWith(L"http") || SetOption("Transfer", CURLOPT_MAXREDIRS, 10000L);
 }
 
+// libcurl's own words, but where it does not know what it is all about.
+ZString ZTransfer::ZTransferImpl::TextOfFailure(CURLcode result) const {
+  if (m_request.isHeaderTooLong) return L"The server sent more than 16 MiB of header lines.";
+  const bool isRedirected = m_settings.additions.mostRedirects != 0 && StatusOf(m_request.header) / 100 == 3;
+  if (result == CURLE_UNSUPPORTED_PROTOCOL && isRedirected) {
+    return L"The server redirects to an address that is not followed: only http and https are, and never from https to "
+           L"http.";
+  }
+  return ZString(&m_request.errorText[0]);
+}
+
 // Turns libcurl's result into code and text.
 void ZTransfer::ZTransferImpl::TakeResult(CURLcode result) {
   m_request.errorText[sizeof(m_request.errorText) - 1] = '\0';
@@ -101,11 +114,11 @@ void ZTransfer::ZTransferImpl::TakeResult(CURLcode result) {
     m_outcome.Set(code);
     m_outcome.SetCause(code, ZString());
   } else {
-    const ZString text = m_request.isHeaderTooLong ? ZString(L"The server sent more than 16 MiB of header lines.")
-                                                   : ZString(&m_request.errorText[0]);
+    const ZString text = TextOfFailure(result);
     m_outcome.Set(code, text);
     m_outcome.SetCause(code, text);
   }
+  RememberSource();
   m_request.UpdateTransferTime();
   m_request.UpdateTransferSize();
   // The two ways in which an abort ends a request: the shortened time limit, or a callback that refused its data.

@@ -84,6 +84,7 @@ std::size_t ZTransfer::ZTransferImpl::ReceiveHeader(const char* data, std::size_
     return 0;
   }
   m_request.header.append(data, total);
+  KeepRedirectsSecure({data, total});
   return total;
 }
 

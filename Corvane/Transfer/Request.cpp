@@ -44,9 +44,7 @@ void Request::LetGoOfOtherPeer(const char* credentials) {
   if (!keptPeer.empty() && keptPeer != PeerOf(credentials)) LetGoOfKeptConnection();
 }
 
-void Request::RememberPeer(const char* credentials) {
-  keptPeer = IsHttp() ? std::string() : PeerOf(credentials);
-}
+void Request::RememberPeer(const char* credentials) { keptPeer = IsHttp() ? std::string() : PeerOf(credentials); }
 
 // The URL up to its path, and who logs in.
 std::string Request::PeerOf(const char* credentials) const {

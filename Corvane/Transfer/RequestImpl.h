@@ -23,6 +23,8 @@ struct Request {
   bool isHeaderTooLong = false;      // more lines came than are taken
   MemoryBody memory;                 // where bodies go that go nowhere else
   Body* body = &memory;              // where this one goes
+  OwnedList headers;                 // request headers that the host asked for
+  curl_off_t sentBytes = 0;          // of the body, when the time limit follows it
   bool isFirstDataNotified = false;  // the observers know
   std::exception_ptr exception;      // thrown by host code inside a callback; rethrown when libcurl has returned
 

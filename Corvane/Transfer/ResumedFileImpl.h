@@ -1,6 +1,9 @@
 #pragma once
 
+#include <array>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include <Corvane/Base/String.h>
 #include <Corvane/Transfer/BodyImpl.h>
@@ -13,8 +16,12 @@ namespace Corvane {
 // begins, whether the answer is what was asked for, whether the rest has come, and what of the old file lies behind the new end.
 class ResumedFile final : public FileBody {
  public:
-  // `file` is open for writing without truncation and holds `size` bytes; see IsResumable. Positions it.
+  // `file` is open for reading and writing without truncation and holds `size` bytes; see IsResumable. Positions it.
   ResumedFile(const OpenFile& file, unsigned long long size);
+
+  // From now on nothing is written before the bytes that are fetched again are known to be those in the file, and no answer is
+  // taken that says it has another version than `validator`, unless that is empty. Returns the code of a file that cannot be read.
+  [[nodiscard]] ZResult Check(std::string validator);
 
   // Whether a file of this size is continued: shorter ones are not worth the trouble.
   [[nodiscard]] static bool IsResumable(unsigned long long size) noexcept { return size > kThreshold; }
@@ -41,6 +48,9 @@ class ResumedFile final : public FileBody {
   };
   // None when the rest has come, and when the request failed by itself.
   [[nodiscard]] std::optional<Refusal> Refuse(const End& end) const;
+  // When the request was refused by libcurl, which takes the whole instead of a part for a server without ranges, but the answer
+  // says that it is of another version.
+  [[nodiscard]] std::optional<Refusal> RefuseVersion(std::string_view header) const;
 
   // After a success: cuts off what the old file held behind the end of the resource, if that is known to be reached.
   ZResult CutStaleTail(const End& end) const;
@@ -49,7 +59,11 @@ class ResumedFile final : public FileBody {
   static constexpr unsigned long long kThreshold = 64;  // bytes; a file must be larger to be resumed
   static constexpr unsigned long long kMargin = 32;     // bytes at the end of a partial file that are fetched again
 
+  // Takes the bytes of a block that lie in the overlap. Returns how many; none when one differs.
+  std::size_t Compare(const char* data, std::size_t bytes);
   [[nodiscard]] unsigned long long Reached() const noexcept { return m_position + m_received; }
+  [[nodiscard]] std::optional<Refusal> RefuseRest(const End& end) const;
+  [[nodiscard]] static Refusal Changed();
   [[nodiscard]] bool IsWholeWithoutContent(const End& end) const;
   [[nodiscard]] bool IsEndKnown(const End& end) const;
 
@@ -60,6 +74,10 @@ class ResumedFile final : public FileBody {
   bool m_refused = false;               // what comes is not the file's content
   bool m_rangeMissing = false;          // what comes does not begin at the position
   bool m_isTooMuch = false;             // more came than was announced
+  bool m_isChecked = false;
+  std::string m_validator;                // of the version that the file holds a part of, if known
+  std::array<char, kMargin> m_overlap{};  // what the file holds from the position on
+  bool m_isDifferent = false;             // what comes is of another version
 };
 
 }  // namespace Corvane

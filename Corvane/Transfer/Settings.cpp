@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include <Corvane/ShownUrlImpl.h>
+#include <Corvane/Transfer/AnswerHeaderImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
 
 namespace Corvane {
@@ -91,6 +93,31 @@ ZResult ZTransfer::ZTransferImpl::GetHeader(ZString& header) const {
   if (IsRunning()) return BASE_E_BUSY;
   const auto outcome = m_outcome.Snapshot();
   header = ZStringDecoder::FromUtf8(outcome->header.data(), outcome->header.size());
+  return BASE_S_OK;
+}
+
+long ZTransfer::ZTransferImpl::GetHttpStatus() const {
+  return IsRunning() ? 0 : StatusOf(m_outcome.Snapshot()->header);
+}
+
+ZResult ZTransfer::ZTransferImpl::GetEffectiveUrl(ZString& url) const {
+  if (IsRunning()) return BASE_E_BUSY;
+  const auto outcome = m_outcome.Snapshot();
+  url = ShownUrl(ZStringDecoder::FromUtf8(outcome->effectiveUrl.c_str()));
+  return BASE_S_OK;
+}
+
+long long ZTransfer::ZTransferImpl::GetModificationTime() const {
+  if (IsRunning()) return -1;
+  const auto outcome = m_outcome.Snapshot();
+  const auto field = FieldOf(outcome->header, "Last-Modified");
+  return field ? static_cast<long long>(curl_getdate(std::string(*field).c_str(), nullptr)) : outcome->fileTime;
+}
+
+ZResult ZTransfer::ZTransferImpl::GetValidator(ZString& validator) const {
+  if (IsRunning()) return BASE_E_BUSY;
+  const auto outcome = m_outcome.Snapshot();
+  validator = ZStringDecoder::FromUtf8(ValidatorOf(outcome->header).c_str());
   return BASE_S_OK;
 }
 

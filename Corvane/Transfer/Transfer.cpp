@@ -71,6 +71,8 @@ ZResult ZTransfer::FinishMulti() {
   return BASE_S_OK;
 }
 
+ZResult ZTransfer::SetOptions(const ZTransferOptions& options) { return m_impl->SetOptions(options); }
+
 ZResult ZTransfer::Attach(Observer* observer) { return m_impl->Attach(observer); }
 ZResult ZTransfer::Detach(Observer* observer) { return m_impl->Detach(observer); }
 void ZTransfer::Notify(int event, long value) { m_impl->Notify(event, value); }
@@ -93,6 +95,10 @@ long long ZTransfer::GetTransferTime() const {
 ZResult ZTransfer::GetStatus() const { return m_impl->m_outcome.Code(); }
 const ZString& ZTransfer::GetError() const { return m_impl->m_outcome.TextForThisThread(); }
 ZResult ZTransfer::GetCause(ZString& text) const { return m_impl->GetCause(text); }
+long ZTransfer::GetHttpStatus() const { return m_impl->GetHttpStatus(); }
+ZResult ZTransfer::GetEffectiveUrl(ZString& url) const { return m_impl->GetEffectiveUrl(url); }
+long long ZTransfer::GetModificationTime() const { return m_impl->GetModificationTime(); }
+ZResult ZTransfer::GetValidator(ZString& validator) const { return m_impl->GetValidator(validator); }
 
 ZResult ZTransfer::Reset() {
   do {
@@ -108,6 +114,8 @@ ZResult ZTransfer::Abort() {
 }
 
 bool ZTransfer::Wait(unsigned long milliseconds) { return m_impl->WaitUntilIdle(milliseconds); }
+
+ZResult ZTransfer::Download(const ZString& url, ZTransferSink& sink) { return m_impl->Download(url, sink); }
 
 ZResult ZTransfer::Download(const ZString& url, ZString& result) { return m_impl->Download(url, result); }
 

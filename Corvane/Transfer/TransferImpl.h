@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstddef>
 #include <new>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include <Corvane/Transfer.h>
@@ -10,6 +12,7 @@
 #include <Corvane/Transfer/OperationImpl.h>
 #include <Corvane/Transfer/OutcomeImpl.h>
 #include <Corvane/Transfer/RequestImpl.h>
+#include <Corvane/TransferOptions.h>
 
 // The area of single transfers: the process-wide set-up (ProcessSetup), the throttle (Throttle), and the transfer object. That one
 // has three owners of state, Operation, Outcome and Request, beside the settings of its host, and its steps stand in a source each:
@@ -20,9 +23,11 @@
 //   Outcome        code, text, cause and header, published together
 //   Procedure      the options of a request in their order, the request, its result
 //   Verification   the checks on https URLs
+//   Additions      what is done only when the host asks for it
 //   Receive        what libcurl calls while it runs: header lines and blocks of the body
 //   Request        what libcurl is given, and the sizes and times it tells
-//   Body, ResumedFile, ContentRange   where the body of an answer goes
+//   Body, ResumedFile   where the body of an answer goes
+//   AnswerHeader, ContentRange   what header lines say
 //   Download, DownloadFile, Post, Abort   what hosts ask for
 //   Transfer       the public class
 //
@@ -31,6 +36,18 @@
 namespace Corvane {
 
 class ResumedFile;
+
+// ZTransferOptions as requests need them.
+struct Additions {
+  unsigned int mostRedirects = 0;
+  std::vector<std::string> headers;  // as libcurl takes them
+  std::string userAgent;
+  bool checkResume = false;
+  std::string validator;
+  bool limitFollowsUpload = false;
+  bool askModificationTime = false;
+  unsigned long receiveBufferBytes = 0;
+};
 
 // What the host has set; it persists from operation to operation.
 struct TransferSettings {
@@ -43,6 +60,7 @@ struct TransferSettings {
   std::atomic<bool> detectHttpError{false};
   OwnedCString credentials;  // "user:password" in UTF-8
   std::vector<ZTransfer::Observer*> observers;
+  Additions additions;
 };
 
 // The state and the work behind one ZTransfer.
@@ -55,6 +73,7 @@ class ZTransfer::ZTransferImpl : public Operation {
 
   // Operations.
   ZResult Download(const ZString& url, ZString& result);
+  ZResult Download(const ZString& url, ZTransferSink& sink);
   ZResult DownloadFile(const ZString& url, const ZString& fileName, bool resume);
   ZResult Post(const ZString& url, const ZString& name, const ZString& value, ZString* result);
   ZResult Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString* result);
@@ -71,11 +90,16 @@ class ZTransfer::ZTransferImpl : public Operation {
   // Settings and queries.
   ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
   ZResult SetCredentials(const ZString& user, const ZString& password);
+  ZResult SetOptions(const ZTransferOptions& options);
   ZResult Attach(Observer* observer);
   ZResult Detach(Observer* observer);
   void Notify(int event, long value);
   ZResult GetHeader(ZString& header) const;
   ZResult GetCause(ZString& text) const;
+  [[nodiscard]] long GetHttpStatus() const;
+  ZResult GetEffectiveUrl(ZString& url) const;
+  [[nodiscard]] long long GetModificationTime() const;
+  ZResult GetValidator(ZString& validator) const;
 
   TransferSettings m_settings;
   Outcome m_outcome;
@@ -86,6 +110,7 @@ class ZTransfer::ZTransferImpl : public Operation {
   ZResult RunOperation(Steps steps);
 
   void DownloadSteps(const ZString& url, ZString& result);
+  void SinkSteps(const ZString& url, ZTransferSink& sink);
   void DownloadFileSteps(const ZString& url, const ZString& fileName, bool resume);
   void FetchFile(const ZString& url, OpenFile& file);
   void ContinueFile(const ZString& url, OpenFile& file, ResumedFile& resumed);
@@ -100,10 +125,16 @@ class ZTransfer::ZTransferImpl : public Operation {
   ZResult Transfer(const ZString& url, bool post);
   bool Prepare(const ZString& url);
   void TakeResult(CURLcode result);
+  [[nodiscard]] ZString TextOfFailure(CURLcode result) const;
+  void RememberSource();
   bool SetRequestOptions();
   bool SetHeaderOptions(const ZString& scheme);
   bool SetTimeLimits();
   bool SetAuthentication(const ZString& scheme);
+  bool SetAdditions();
+  bool SetRedirects();
+  bool SetRequestHeaders();
+  void KeepRedirectsSecure(std::string_view line);
   ZResult ApplyExtraHttpsSettings();
   ZResult ApplyCaPath(const wchar_t* message, CURLoption option, const OwnedCString& path);
   template <class Value>
@@ -114,6 +145,8 @@ class ZTransfer::ZTransferImpl : public Operation {
   // Called by libcurl, whose frames no exception may cross.
   static std::size_t WriteCallback(void* data, std::size_t size, std::size_t count, void* object) noexcept;
   static std::size_t HeaderCallback(void* data, std::size_t size, std::size_t count, void* object) noexcept;
+  static int ProgressCallback(void* object, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
+                              curl_off_t sent) noexcept;
   template <class Receive>
   std::size_t CatchAll(std::size_t total, Receive receive) noexcept;
   std::size_t ReceiveBody(const char* data, std::size_t total);

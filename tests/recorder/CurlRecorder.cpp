@@ -16,7 +16,8 @@ namespace {
 
 std::atomic<CurlRecorder*> s_current{nullptr};
 
-constexpr std::array kTextOptions = {CURLOPT_URL, CURLOPT_USERPWD, CURLOPT_CAINFO, CURLOPT_CAPATH, CURLOPT_POSTFIELDS};
+constexpr std::array kTextOptions = {CURLOPT_URL,    CURLOPT_USERPWD,    CURLOPT_CAINFO,
+                                     CURLOPT_CAPATH, CURLOPT_POSTFIELDS, CURLOPT_USERAGENT};
 
 constexpr std::size_t kErrorBufferSize = 4096;  // the library's own, larger than what libcurl asks for
 

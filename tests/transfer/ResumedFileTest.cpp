@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <optional>
 #include <string>
 
 #include "tests/support/TempDir.h"
@@ -19,8 +21,11 @@ constexpr unsigned long long kSize = 120;  // so that the resume begins at 88
 
 class AResumedFile : public testing::Test {
  protected:
-  AResumedFile() {
+  AResumedFile() { SetUpAgain(); }
+
+  void SetUpAgain() {
     WriteFile(folder / "f", std::string(kSize, 'o'));
+    file.Close();
     EXPECT_EQ(file.Open((folder / "f").c_str(), "r+"), BASE_S_OK);
     resumed.emplace(file, kSize);
   }
@@ -130,6 +135,103 @@ TEST_F(AResumedFile, OverFtpEndsWhereTheServerSaysItDoes) {
   EXPECT_FALSE(resumed->Refuse(end));
   EXPECT_EQ(resumed->CutStaleTail(end), BASE_S_OK);
   EXPECT_EQ(ReadFile(folder / "f").size(), 98u);
+}
+
+// --- checked
+
+class ACheckedFile : public AResumedFile {
+ protected:
+  ACheckedFile() { EXPECT_EQ(resumed->Check("\"v1\""), BASE_S_OK); }
+
+  // What the file holds from 88 on, and new bytes behind it.
+  std::size_t WriteRest(std::size_t old, std::size_t fresh) {
+    const std::string bytes = std::string(old, 'o') + std::string(fresh, 'n');
+    return resumed->Write(bytes.data(), bytes.size());
+  }
+
+  void ExpectChangedAndUntouched(const ResumedFile::End& end) {
+    ASSERT_TRUE(resumed->Refuse(end));
+    EXPECT_EQ(resumed->Refuse(end)->code, CURLE_RANGE_ERROR);
+    EXPECT_EQ(resumed->Refuse(end)->text, ZString(L"The file on the server has changed. Cannot resume."));
+    EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o'));
+  }
+
+  static ResumedFile::End WriteError() {
+    ResumedFile::End end = GoodEnd();
+    end.isFailed = end.isWriteError = true;
+    return end;
+  }
+};
+
+TEST_F(ACheckedFile, TakesTheRestBehindTheSameOverlap) {
+  for (const std::size_t first : {1u, 31u, 32u, 33u, 112u}) {
+    SetUpAgain();
+    EXPECT_EQ(resumed->Check(""), BASE_S_OK);
+    Answer206("bytes 88-199/200");
+    const std::string rest = std::string(32, 'o') + std::string(80, 'n');
+    EXPECT_EQ(resumed->Write(rest.data(), first), first);
+    const std::size_t left = rest.size() - first;
+    if (left != 0) {
+      EXPECT_EQ(resumed->Write(rest.data() + first, left), left);
+    }
+    EXPECT_FALSE(resumed->Refuse(GoodEnd())) << first;
+    EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o') + std::string(80, 'n')) << first;
+  }
+}
+
+TEST_F(ACheckedFile, TakesNothingBehindAnOverlapThatDiffers) {
+  Answer206("bytes 88-199/200");
+  EXPECT_EQ(WriteRest(31, 81), 0u) << "the last byte of the overlap differs";
+  ExpectChangedAndUntouched(WriteError());
+}
+
+TEST_F(ACheckedFile, TakesNothingWhenALaterBlockOfTheOverlapDiffers) {
+  Answer206("bytes 88-199/200");
+  EXPECT_EQ(WriteRest(20, 0), 20u);
+  EXPECT_EQ(WriteRest(0, 20), 0u);
+  ExpectChangedAndUntouched(WriteError());
+}
+
+TEST_F(ACheckedFile, TakesNothingOfAShorterResource) {
+  Answer206("bytes 88-97/98");
+  EXPECT_EQ(WriteRest(10, 0), 0u);
+  ExpectChangedAndUntouched(WriteError());
+}
+
+TEST_F(ACheckedFile, OverFtpIsNoneOfAShorterResource) {
+  resumed->Judge({false, true, ""});
+  EXPECT_EQ(WriteRest(10, 0), 10u);
+  ResumedFile::End end;
+  end.hasContent = true;
+  ExpectChangedAndUntouched(end);
+}
+
+TEST_F(ACheckedFile, WithoutContentIsNoneOfAResourceThatEndsBeforeIt) {
+  ResumedFile::End end;
+  end.isHttp = true;
+  end.contentLength = 88.0;
+  ExpectChangedAndUntouched(end);
+}
+
+// A server may leave If-Range aside and send the range of whatever it has now.
+TEST_F(ACheckedFile, TakesNothingOfAnAnswerOfAnotherVersion) {
+  resumed->Judge({true, true, "HTTP/1.1 206 X\r\nETag: \"v2\"\r\nContent-Range: bytes 88-199/200\r\n\r\n"});
+  EXPECT_EQ(WriteRest(32, 80), 0u);
+  ExpectChangedAndUntouched(WriteError());
+}
+
+TEST_F(ACheckedFile, ThatIsCompleteIsWholeAndUntouched) {
+  Answer206("bytes 88-119/120");
+  EXPECT_EQ(WriteRest(32, 0), 32u);
+  EXPECT_FALSE(resumed->Refuse(GoodEnd()));
+  EXPECT_EQ(resumed->CutStaleTail(GoodEnd()), BASE_S_OK);
+  EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o'));
+}
+
+TEST_F(ACheckedFile, ThatCannotBeReadIsAFailure) {
+  WriteFile(folder / "f", "short");
+  ResumedFile other(file, kSize);
+  EXPECT_EQ(other.Check(""), ResultFromErrno(EIO));
 }
 
 }  // namespace

@@ -1,0 +1,186 @@
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include <strings.h>
+
+#include <Corvane/Transfer/AnswerHeaderImpl.h>
+#include <Corvane/Transfer/TransferImpl.h>
+
+// What a transfer does only when its host asks for it. An object on which nothing of this was set gets no option from here.
+
+namespace Corvane {
+namespace {
+
+constexpr unsigned int kMostRedirects = 10000;
+constexpr unsigned long kSmallestBuffer = 1024;  // libcurl's own bounds
+constexpr unsigned long kLargestBuffer = 10485760;
+
+// Fields that the library or libcurl sends by itself, and that would contradict what it knows of the request.
+constexpr std::array kReserved = {"Range",          "If-Range",          "User-Agent",
+                                  "Content-Length", "Transfer-Encoding", "Connection"};
+
+bool IsTokenCharacter(char c) {
+  constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         kMarks.find(c) != std::string_view::npos;
+}
+
+bool IsValue(std::string_view value) {
+  return std::none_of(value.begin(), value.end(), [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return (byte < 0x20 && c != '\t') || byte == 0x7F;
+  });
+}
+
+std::string Utf8(const ZString& text) {
+  const ZStringEncoder encoder(text, ZStringEncoder::Utf8);
+  return {encoder.CStr(), encoder.Length()};
+}
+
+bool IsSameName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+std::string_view NameOf(std::string_view header) { return header.substr(0, header.find_first_of(":;")); }
+
+// The header as libcurl takes it, which has a form of its own for an empty value. None when it is refused.
+std::optional<std::string> HeaderOf(const ZString& given) {
+  const std::string text = Utf8(given);
+  const std::size_t colon = text.find(':');
+  if (colon == std::string::npos || colon == 0) return std::nullopt;
+  const std::string name = text.substr(0, colon);
+  const std::string_view value = std::string_view(text).substr(colon + 1);
+  if (!std::all_of(name.begin(), name.end(), IsTokenCharacter) || !IsValue(value)) return std::nullopt;
+  const bool isReserved =
+      std::any_of(kReserved.begin(), kReserved.end(), [&](const char* reserved) { return IsSameName(name, reserved); });
+  if (isReserved) return std::nullopt;
+  return value.find_first_not_of(" \t") == std::string_view::npos ? name + ";" : text;
+}
+
+bool AddHeader(std::vector<std::string>& headers, const ZString& given) {
+  std::optional<std::string> header = HeaderOf(given);
+  if (!header) return false;
+  const bool isTwice = std::any_of(headers.begin(), headers.end(), [&](const std::string& other) {
+    return IsSameName(NameOf(other), NameOf(*header));
+  });
+  if (!isTwice) headers.push_back(*std::move(header));
+  return !isTwice;
+}
+
+// None when something is refused.
+std::optional<Additions> AdditionsOf(const ZTransferOptions& options) {
+  Additions additions;
+  for (const ZString& header : options.headers) {
+    if (!AddHeader(additions.headers, header)) return std::nullopt;
+  }
+  additions.userAgent = Utf8(options.userAgent);
+  additions.validator = Utf8(options.validator);
+  additions.receiveBufferBytes = options.receiveBufferBytes;
+  additions.mostRedirects = options.mostRedirects;
+  additions.checkResume = options.checkResume;
+  additions.limitFollowsUpload = options.limitFollowsUpload;
+  additions.askModificationTime = options.askModificationTime;
+  const unsigned long buffer = options.receiveBufferBytes;
+  const bool isBuffer = buffer == 0 || (buffer >= kSmallestBuffer && buffer <= kLargestBuffer);
+  const bool isGood = isBuffer && options.mostRedirects <= kMostRedirects && IsValue(additions.userAgent) &&
+                      IsValue(additions.validator);
+  return isGood ? std::optional(std::move(additions)) : std::nullopt;
+}
+
+void Append(OwnedList& list, const std::string& text) {
+  curl_slist* const longer = curl_slist_append(list.get(), text.c_str());
+  if (longer == nullptr) throw std::bad_alloc();
+  static_cast<void>(list.release());  // it is the beginning of the longer one
+  list.reset(longer);
+}
+
+bool IsHttps(const char* url) { return url != nullptr && strncasecmp(url, "https:", 6) == 0; }
+
+}  // namespace
+
+ZResult ZTransfer::ZTransferImpl::SetOptions(const ZTransferOptions& options) {
+  if (IsRunning()) return BASE_E_BUSY;
+  try {
+    std::optional<Additions> additions = AdditionsOf(options);
+    if (!additions) return ResultFromErrno(EINVAL);
+    m_settings.additions = *std::move(additions);
+    return BASE_S_OK;
+  } catch (const std::bad_alloc&) {
+    return ResultFromErrno(ENOMEM);
+  }
+}
+
+bool ZTransfer::ZTransferImpl::SetAdditions() {
+  constexpr const char* kWho = "Transfer";
+  const Additions& wanted = m_settings.additions;
+  if (wanted.mostRedirects != 0 && !SetRedirects()) return false;
+  if (!wanted.userAgent.empty() && !SetOption(kWho, CURLOPT_USERAGENT, wanted.userAgent.c_str())) return false;
+  if (!SetRequestHeaders()) return false;
+  const auto buffer = static_cast<long>(wanted.receiveBufferBytes);
+  if (buffer != 0 && !SetOption(kWho, CURLOPT_BUFFERSIZE, buffer)) return false;
+  if (wanted.askModificationTime && !SetOption(kWho, CURLOPT_FILETIME, 1L)) return false;
+  if (!wanted.limitFollowsUpload) return true;
+  return SetOption(kWho, CURLOPT_XFERINFOFUNCTION, &ProgressCallback) && SetOption(kWho, CURLOPT_XFERINFODATA, this) &&
+         SetOption(kWho, CURLOPT_NOPROGRESS, 0L);
+}
+
+bool ZTransfer::ZTransferImpl::SetRedirects() {
+  const long protocols = IsHttps(m_request.url.get()) ? CURLPROTO_HTTPS : CURLPROTO_HTTP | CURLPROTO_HTTPS;
+  return SetOption("Transfer", CURLOPT_FOLLOWLOCATION, 1L) &&
+         SetOption("Transfer", CURLOPT_MAXREDIRS, static_cast<long>(m_settings.additions.mostRedirects)) &&
+         SetOption("Transfer", CURLOPT_REDIR_PROTOCOLS, protocols);
+}
+
+// Where the answer came from, for the getters. Without redirects that is where the request went.
+void ZTransfer::ZTransferImpl::RememberSource() {
+  const char* url = m_request.url.get();
+  if (m_settings.additions.mostRedirects != 0) {
+    const char* effective = nullptr;
+    if (curl_easy_getinfo(m_request.easy, CURLINFO_EFFECTIVE_URL, &effective) == CURLE_OK && effective != nullptr) {
+      url = effective;
+    }
+  }
+  long fileTime = -1;
+  if (m_settings.additions.askModificationTime &&
+      curl_easy_getinfo(m_request.easy, CURLINFO_FILETIME, &fileTime) != CURLE_OK) {
+    fileTime = -1;
+  }
+  m_outcome.SetSource(url, fileTime);
+}
+
+// A chain of redirects that has come to https stays there: the protocols for the next step are set when an answer begins.
+void ZTransfer::ZTransferImpl::KeepRedirectsSecure(std::string_view line) {
+  if (m_settings.additions.mostRedirects == 0 || !line.starts_with("HTTP/")) return;
+  const char* url = nullptr;
+  if (curl_easy_getinfo(m_request.easy, CURLINFO_EFFECTIVE_URL, &url) != CURLE_OK || !IsHttps(url)) return;
+  SetEasyOption(CURLOPT_REDIR_PROTOCOLS, static_cast<long>(CURLPROTO_HTTPS));
+}
+
+bool ZTransfer::ZTransferImpl::SetRequestHeaders() {
+  const Additions& wanted = m_settings.additions;
+  const bool asksIfRange = wanted.checkResume && !wanted.validator.empty() && m_request.body->Position() != 0;
+  if (wanted.headers.empty() && !asksIfRange) return true;
+  m_request.headers.reset();
+  for (const std::string& header : wanted.headers) Append(m_request.headers, header);
+  if (asksIfRange) Append(m_request.headers, "If-Range: " + wanted.validator);
+  return SetOption("Transfer", CURLOPT_HTTPHEADER, m_request.headers.get());
+}
+
+// Only called when the time limit is to follow what is sent.
+int ZTransfer::ZTransferImpl::ProgressCallback(void* object, curl_off_t /*toReceive*/, curl_off_t /*received*/,
+                                               curl_off_t /*toSend*/, curl_off_t sent) noexcept {
+  constexpr int kGoOn = 0;
+  auto* const self = static_cast<ZTransferImpl*>(object);
+  if (sent <= self->m_request.sentBytes) return kGoOn;
+  self->m_request.sentBytes = sent;
+  self->m_request.UpdateTransferTime();
+  self->m_request.UpdateTransferSize();
+  self->ExtendTimeLimit(self->m_settings.useThrottling ? 0 : 10);
+  return kGoOn;
+}
+
+}  // namespace Corvane

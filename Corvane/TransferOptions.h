@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstddef>
+
+#include <Corvane/Base/Container.h>
+#include <Corvane/Base/String.h>
+#include <Corvane/Export.h>
+
+namespace Corvane {
+
+// What a ZTransfer does only when it is asked to, see ZTransfer::SetOptions. Every member begins with the value that leaves a
+// transfer as it is without any of this.
+//
+//   Corvane::ZTransferOptions options;
+//   options.mostRedirects = 10;
+//   options.headers = {L"Accept: application/json"};
+//   if (Corvane::IsFailure(transfer.SetOptions(options))) ...
+struct ZTransferOptions {
+  // How many redirects of an HTTP server are followed in one operation; 0: none, a redirect then is an answer outside 200 to 299.
+  // Only to http and https, and never from https to http. Credentials go to the first host only (libcurl compares host, port and
+  // scheme); the headers below, but for "Authorization" and "Cookie", go to every host. The header text holds all answers, and
+  // the last one counts. A post becomes a GET after 301, 302 and 303, and stays what it is after 307 and 308 (RFC 9110, section
+  // 15.4). One redirect more than this ends the operation with libcurl's code 47, a refused one with its code 1.
+  // At most 10,000.
+  unsigned int mostRedirects = 0;
+
+  // Request headers, each "NAME: VALUE", sent to HTTP servers in this order. They replace what libcurl would send under the same
+  // name; an empty value sends an empty field. Refused are a name that is no token (RFC 9110, section 5.6.2), a character below
+  // the blank or DEL in a value, a name that comes twice, and the fields that the library and libcurl need for themselves: Range,
+  // If-Range, User-Agent, Content-Length, Transfer-Encoding, Connection.
+  ZStringList headers;
+
+  // The field User-Agent; empty: none is sent. The same characters are refused as in a header's value.
+  ZString userAgent;
+
+  // Whether a resume proves that the old part belongs to what the server has now: the 32 bytes that are fetched again are compared
+  // with those in the file before one byte is written. A difference, a resource that is shorter than the file, or an answer with
+  // another validator than the one below gives libcurl's code 33 with the text "The file on the server has changed. Cannot
+  // resume.", and leaves the file as it is.
+  bool checkResume = false;
+
+  // With checkResume, what the server said of the version that the old part came from: a strong entity tag, with its quotes, or the
+  // text of Last-Modified, as ZTransfer::GetValidator gives them. The request then carries it as If-Range (RFC 9110, section
+  // 13.1.5), so that a server which has another version sends no part of it.
+  ZString validator;
+
+  // Whether bytes sent move the sliding time limit, as received ones do, and show in GetTransferSize and GetTransferRate while they
+  // are sent. Without it an upload must be through within the time limit.
+  bool limitFollowsUpload = false;
+
+  // Asks FTP servers for the time of the file (MDTM), for GetModificationTime. HTTP servers tell it unasked.
+  bool askModificationTime = false;
+
+  // libcurl's receive buffer in bytes, 1,024 to 10,485,760; 0: libcurl's own, 16 KiB. More makes fewer and larger blocks.
+  unsigned long receiveBufferBytes = 0;
+};
+
+// Takes the bytes of a body as they come, see ZTransfer::Download. Objects are the host's.
+class ZTransferSink {
+ public:
+  // Called on the transferring thread, without any lock, block after block in order. Returns how many of the bytes were taken;
+  // fewer than `bytes` end the operation with libcurl's code 23. A slow sink holds the server up: nothing is collected meanwhile,
+  // but the time limit runs on until it returns. `data` is valid during the call only; `bytes` is never 0.
+  // An exception ends the operation and is passed to its caller; std::bad_alloc counts as 0 bytes taken.
+  virtual std::size_t Write(const void* data, std::size_t bytes) = 0;
+  virtual ~ZTransferSink() = default;
+};
+
+}  // namespace Corvane
