@@ -207,7 +207,7 @@ TEST(Fopen, ClosesTheDescriptorOnExec) {
 }
 
 std::filesystem::path MakePipe(const TempDir& dir) {
-  const std::filesystem::path path = dir / "pipe";
+  std::filesystem::path path = dir / "pipe";
   EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
   return path;
 }
