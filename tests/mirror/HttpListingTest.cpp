@@ -295,7 +295,7 @@ TEST(HttpListing, ReadsHeaderAndPageAsOneTextWhereverTheHeaderEnds) {
   for (const std::string& text : {IisPage(line), "Server: Microsoft-IIS/10.0\r\n\r\n<pre>123456 " + line + "</pre>",
                                   "X: <pre>\r\nServer: microsoft-iis\r\n\r\n12 <a href='b'>b</a>" + line + "</pre>",
                                   "123\n456\n<pre><a href='b'>b</a></pre>server: microsoft-iis"s, "no listing\r\n\r\n"s,
-                                  Fixture("iis.http"), Fixture("nginx.http"), Fixture("apache-fancy.http")}) {
+                                  Fixture("iis.http"), Fixture("nginx.http")}) {
     const Entries whole = ParseHttp(text);
     for (std::size_t cut = 0; cut <= text.size(); ++cut) {
       // Within a character there is nothing to cut.
