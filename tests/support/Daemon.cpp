@@ -111,8 +111,10 @@ void Daemon::Launch(const std::vector<std::string>& argv, const std::vector<std:
   const auto isListening = [this](std::uint16_t port) { return IsListening(m_program->Pid(), port); };
   const Deadline deadline = After(kPatience);
   while (!std::all_of(ports.begin(), ports.end(), isListening)) {
-    const std::optional<ProgramResult> end = m_program->Wait(After(kPollInterval));
-    if (end) throw std::runtime_error(argv[0] + " ended: " + end->Describe() + "\n" + ReadFileIfAny(m_errorLog));
+    if (m_program->Wait(After(kPollInterval))) {
+      const std::optional<ProgramResult> end = m_program->Wait(deadline);  // with time for all that it said before
+      throw std::runtime_error(argv[0] + " ended: " + end->Describe() + "\n" + ReadFileIfAny(m_errorLog));
+    }
     if (Clock::now() >= deadline) throw std::runtime_error(argv[0] + " does not listen:\n" + Log());
   }
 }
