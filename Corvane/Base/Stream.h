@@ -73,9 +73,9 @@ class CORVANE_ZPS_API ZDynamicMemoryStream : public ZMemoryStream {
         m_initialBytes(other.m_initialBytes),
         m_capacity(std::exchange(other.m_capacity, 0)) {}
   ZDynamicMemoryStream& operator=(ZDynamicMemoryStream&& other) noexcept {
-    ZMemoryStream::operator=(std::move(other));
     m_initialBytes = other.m_initialBytes;
     m_capacity = std::exchange(other.m_capacity, 0);
+    ZMemoryStream::operator=(std::move(other));
     return *this;
   }
 
