@@ -114,6 +114,12 @@ void Impl::UpdateStatus() {
   m_transfer.Reset();
 }
 
+void Impl::SetFailure(ZResult cause, const ZString& text) {
+  const ObjectGuard guard(*this);
+  m_failure.cause = cause;
+  m_failure.text = text;
+}
+
 // Keeps what is lost when the bookkeeping resets the transfer.
 void Impl::KeepFailure() {
   const ObjectGuard guard(*this);

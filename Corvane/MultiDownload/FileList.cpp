@@ -1,8 +1,12 @@
+#include <optional>
+#include <string>
 #include <utility>
 
+#include <Corvane/Base/StringCoding.h>
 #include <Corvane/MultiDownload/LocalFilesImpl.h>
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
 #include <Corvane/NumberTextImpl.h>
+#include <Corvane/TransferOptions.h>
 
 // The list of files: where it comes from when the host gave none, and what is known of each name.
 namespace Corvane {
@@ -15,6 +19,23 @@ namespace {
 // which takes four times its size.
 constexpr unsigned long long kMostListingBytes = 128ULL << 20;
 constexpr ZResult kTooLarge = TRANSFER_E_CURL_BASE | 63;  // libcurl's own code for more than was allowed
+
+// Collects the listing as it comes, and no more of it than is allowed: a page without an end ends here.
+class ListingBytes final : public ZTransferSink {
+ public:
+  std::size_t Write(const void* data, std::size_t bytes) override {
+    m_isTooLarge = bytes > kMostListingBytes - m_bytes.size();
+    if (m_isTooLarge) return 0;
+    m_bytes.append(static_cast<const char*>(data), bytes);
+    return bytes;
+  }
+  [[nodiscard]] bool IsTooLarge() const noexcept { return m_isTooLarge; }
+  [[nodiscard]] ZString Text() const { return ZStringDecoder::FromUtf8(m_bytes.data(), m_bytes.size()); }
+
+ private:
+  std::string m_bytes;
+  bool m_isTooLarge = false;
+};
 
 }  // namespace
 
@@ -31,21 +52,21 @@ ZResult Impl::FetchFileList() {
 
 // The text of the listing is gone when this returns; only what was found in it stays.
 ZResult Impl::FetchListing(Listing& listing) {
-  ZString body;
-  const ZResult fetched = m_transfer.Download(m_url.ToString() + m_query, body);
+  std::optional<ListingBytes> bytes(std::in_place);
+  const ZResult fetched = m_transfer.Download(m_url.ToString() + m_query, *bytes);
+  if (bytes->IsTooLarge()) {
+    const ZString text = ZString(L"The listing has more than %1 bytes").Arg(UnsignedNumber(kMostListingBytes));
+    FailListing(kTooLarge, text);
+    SetFailure(kTooLarge, text);  // and not the refused block with which the transfer ended
+    return kTooLarge;
+  }
   if (IsFailure(fetched)) return FailListing(fetched, m_transfer.GetError());
   if (m_abort) return fetched;
-  if (m_transfer.GetDownloadSize() > kMostListingBytes) {
-    return FailListing(kTooLarge,
-                       ZString(L"The listing has more than %1 bytes").Arg(UnsignedNumber(kMostListingBytes)));
-  }
-  if (IsHttp()) {
-    ZString header;
-    m_transfer.GetHeader(header);
-    listing = ParseHttpListing(header, body);
-  } else {
-    listing = ParseFtpListing(body);
-  }
+  ZString header;
+  m_transfer.GetHeader(header);
+  const ZString body = bytes->Text();
+  bytes.reset();
+  listing = IsHttp() ? ParseHttpListing(header, body) : ParseFtpListing(body);
   return fetched;
 }
 

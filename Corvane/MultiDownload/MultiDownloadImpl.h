@@ -131,6 +131,7 @@ class ZMultiDownload::ZMultiDownloadImpl : public ZRecursiveMutex {
   void EndFile(std::size_t Statistics::*count);
   void UpdateStatus();
   void KeepFailure();
+  void SetFailure(ZResult cause, const ZString& text);
   [[nodiscard]] unsigned long long BytesReceivedByTransfer() const;
 };
 

@@ -39,8 +39,10 @@ void ZTransfer::ZTransferImpl::DownloadFileSteps(const ZString& url, const ZStri
   } else {
     opened = file.Open(localName.CStr(), "w");
   }
-  m_outcome.Set(TRANSFER_E_DOWNLOAD,
-                ZString(L"Failed to open output file %1: %2").Arg(fileName).Arg(ZGetErrorMsg(opened)));
+  // Almost always the request replaces the code at once, and nobody asks for the text.
+  m_outcome.SetLater(TRANSFER_E_DOWNLOAD, [fileName, opened] {
+    return ZString(L"Failed to open output file %1: %2").Arg(fileName).Arg(ZGetErrorMsg(opened));
+  });
   if (!file.IsOpen()) return;
 
   if (resumed) {

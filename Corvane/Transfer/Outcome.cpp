@@ -9,6 +9,7 @@ void Outcome::Reset() {
   m_current = OutcomeSnapshot();
   m_code = m_current.code;
   m_textOf = m_current.code;
+  m_makeText = nullptr;
   m_published.reset();
 }
 
@@ -16,6 +17,7 @@ void Outcome::Set(ZResult code) {
   const std::lock_guard guard(m_mutex);
   m_code = m_current.code = code;
   m_textOf = code;
+  m_makeText = nullptr;
   m_published.reset();
 }
 
@@ -24,6 +26,15 @@ void Outcome::Set(ZResult code, ZString text) {
   m_code = m_current.code = code;
   m_current.text = std::move(text);
   m_textOf.reset();
+  m_makeText = nullptr;
+  m_published.reset();
+}
+
+void Outcome::SetLater(ZResult code, std::function<ZString()> text) {
+  const std::lock_guard guard(m_mutex);
+  m_code = m_current.code = code;
+  m_textOf.reset();
+  m_makeText = std::move(text);
   m_published.reset();
 }
 
@@ -66,6 +77,7 @@ const Outcome::SnapshotPointer& Outcome::Publish() const {
   if (m_published == nullptr) {
     auto snapshot = std::make_shared<OutcomeSnapshot>(m_current);
     if (m_textOf) snapshot->text = ZGetErrorMsg(*m_textOf);
+    if (m_makeText) snapshot->text = m_makeText();
     m_published = std::move(snapshot);
   }
   return m_published;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -44,6 +45,8 @@ class Outcome {
   // With the code's own message as its text, which is looked up only when somebody asks.
   void Set(ZResult code);
   void Set(ZResult code, ZString text);
+  // With a text that is made only when somebody looks. `text` may be called on any thread, under the lock, until the next change.
+  void SetLater(ZResult code, std::function<ZString()> text);
   // Keeps the text that there is.
   void SetCode(ZResult code) {
     const std::lock_guard guard(m_mutex);
@@ -73,7 +76,8 @@ class Outcome {
   // All guarded by m_mutex. What is published is made when somebody looks, and given up when something changes.
   OutcomeSnapshot m_current;
   std::optional<ZResult> m_textOf{
-      TRANSFER_E_NOT_STARTED};  // the code whose message is the text; none: m_current.text is
+      TRANSFER_E_NOT_STARTED};          // the code whose message is the text; none: m_current.text is
+  std::function<ZString()> m_makeText;  // if set: makes the text
   mutable SnapshotPointer m_published;
   mutable std::map<std::thread::id, ThreadText> m_texts;  // nodes never move, and each is read by its thread only
 };

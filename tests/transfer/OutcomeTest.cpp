@@ -43,6 +43,20 @@ TEST(Outcome, HasTheCodesOwnMessageUnlessThereIsATextOfItsOwn) {
   EXPECT_EQ(outcome.Snapshot()->text, ZString(L"Download not started yet"));
 }
 
+TEST(Outcome, MakesATextOnlyWhenSomebodyLooks) {
+  Outcome outcome;
+  int made = 0;
+  const auto make = [&] { return ++made, ZString(L"made"); };
+  outcome.SetLater(TRANSFER_E_DOWNLOAD, make);
+  outcome.SetCode(TRANSFER_S_FINISHED);
+  EXPECT_EQ(made, 0);
+  EXPECT_EQ(outcome.Snapshot()->text, ZString(L"made")) << "the text stays";
+  outcome.SetLater(TRANSFER_E_DOWNLOAD, make);
+  outcome.Set(TRANSFER_S_FINISHED);
+  EXPECT_EQ(outcome.Snapshot()->text, ZString(L"Transfer has finished successfully"));
+  EXPECT_EQ(made, 1);
+}
+
 TEST(Outcome, IsTheSameSnapshotUntilSomethingChanges) {
   Outcome outcome;
   const auto first = outcome.Snapshot();
