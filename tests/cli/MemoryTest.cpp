@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/cli/CliTesting.h"
@@ -17,32 +18,33 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-// More text than any of the limits below leaves room for. The client may hang up.
-Responder EndlessText() {
-  return [](Connection& peer, const Request&) {
-    constexpr int kMebibytes = 400;
-    peer.Send(FormatHead(200, {{"Content-Length", std::to_string(kMebibytes << 20)}}));
+// More text than any of the limits below leaves room for, but for a listing no more than is taken of one. The client may hang up.
+Responder MuchText(int mebibytes) {
+  return [=](Connection& peer, const Request&) {
+    peer.Send(FormatHead(200, {{"Content-Length", std::to_string(mebibytes << 20)}}));
     const std::string block(1 << 20, 'x');
-    for (int sent = 0; sent < kMebibytes && peer.Send(block); ++sent) continue;
+    for (int sent = 0; sent < mebibytes && peer.Send(block); ++sent) continue;
   };
 }
 
 // How much is left decides where it runs out: in a block, in the decoding, or outside of libcurl.
 TEST(Memory, ThatRunsOutIsNoFullDisk) {
-  const ScriptedServer server(OncePerConnection(EndlessText()));
+  const ScriptedServer text(OncePerConnection(MuchText(400)));
+  const ScriptedServer listing(OncePerConnection(MuchText(120)));
   const TempDir folder;
-  for (const rlim_t mebibytes : {150U, 400U, 1200U}) {
+  const std::vector<std::string> get = {"get", text.Url(), "--json"};
+  const std::vector<std::string> mirror = {"mirror", listing.Url(), folder / "dir", "--json"};
+  const std::pair<std::vector<std::string>, rlim_t> runs[] = {{get, 150},    {get, 400},    {get, 1200},
+                                                              {mirror, 100}, {mirror, 150}, {mirror, 400}};
+  for (const auto& [command, mebibytes] : runs) {
     ProgramOptions options;
     options.limits = {{RLIMIT_AS, mebibytes << 20}};
-    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
-             {"get", server.Url(), "--json"}, {"mirror", server.Url(), folder / "dir", "--json"}}) {
-      const ProgramResult result = RunCorvane(command, options);
-      EXPECT_EQ(result.exitCode, 3) << mebibytes << result.Describe();
-      EXPECT_THAT(OnlyErrorLine(result),
-                  AllOf(HasSubstr("emory"), HasSubstr("; free some memory"), Not(HasSubstr("bad_alloc")),
-                        Not(HasSubstr("disk")), Not(HasSubstr("space"))));
-      EXPECT_EQ(ParseReport(result)["operation"], command.front());
-    }
+    const ProgramResult result = RunCorvane(command, options);
+    EXPECT_EQ(result.exitCode, 3) << mebibytes << result.Describe();
+    EXPECT_THAT(OnlyErrorLine(result),
+                AllOf(HasSubstr("emory"), HasSubstr("; free some memory"), Not(HasSubstr("bad_alloc")),
+                      Not(HasSubstr("disk")), Not(HasSubstr("space"))));
+    EXPECT_EQ(ParseReport(result)["operation"], command.front());
   }
 }
 
