@@ -2,7 +2,6 @@
 
 #include <Corvane/Base/ErrorDict.h>
 #include <Corvane/LogLineImpl.h>
-#include <Corvane/MultiDownload/LocalFilesImpl.h>
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
 #include <Corvane/NumberTextImpl.h>
 
@@ -41,7 +40,7 @@ bool Impl::FetchFile(const ZString& name, unsigned long long expectedSize, FileT
   }
   const bool resume = plan.action == FileAction::Continue;
   BeginFile(name, plan.bytesPresent);
-  if (plan.action == FileAction::Replace && local.IsValid() && !IsRegularFile(local.Name())) {
+  if (plan.action == FileAction::Replace && local.IsValid() && !local.IsRegularFile()) {
     SetStatus(TRANSFER_E_DOWNLOAD,
               ZString(L"Failed to open output file %1: %2").Arg(local.Name()).Arg(ZGetErrorMsg(BASE_E_NOT_A_FILE)));
     return false;

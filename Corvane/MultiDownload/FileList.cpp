@@ -126,7 +126,7 @@ FilePlan Impl::PlanFor(const ZString& name, unsigned long long expectedSize, con
     expected.time = TimeKeptFor(local.Name(), expected.time);
   }
   const FilePlan plan = PlanFile({local.IsValid(), local.Size(), local.ModTime()}, expected, m_resume);
-  if (plan.action == FileAction::Replace || IsRegularFile(local.Name())) return plan;
+  if (plan.action == FileAction::Replace || local.IsRegularFile()) return plan;
   return PlanFile({}, expected, m_resume);
 }
 

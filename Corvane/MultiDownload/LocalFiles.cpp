@@ -7,12 +7,6 @@
 
 namespace Corvane {
 
-bool IsRegularFile(const ZString& path) {
-  const ZStringEncoder local(path, ZStringEncoder::Local);
-  struct stat status {};
-  return local.CStr() != nullptr && stat(local.CStr(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
 long TimeKeptFor(const ZString& path, long time) {
   const ZStringEncoder local(path, ZStringEncoder::Local);
   if (local.CStr() == nullptr) return time;
