@@ -44,6 +44,11 @@ void ZTransfer::ZTransferImpl::DownloadFileSteps(const ZString& url, const ZStri
     return ZString(L"Failed to open output file %1: %2").Arg(fileName).Arg(ZGetErrorMsg(opened));
   });
   if (!file.IsOpen()) return;
+  if (resumed && m_settings.additions.checkResume) {
+    // A file that cannot be compared ends here: without a request there is no answer to look at.
+    const ZResult checked = resumed->Check(m_settings.additions.validator);
+    if (checked != BASE_S_OK) return FailWithReason(checked);
+  }
 
   if (resumed) {
     ContinueFile(url, file, *resumed);
@@ -64,10 +69,6 @@ void ZTransfer::ZTransferImpl::FetchFile(const ZString& url, OpenFile& file) {
 
 void ZTransfer::ZTransferImpl::ContinueFile(const ZString& url, OpenFile& file, ResumedFile& resumed) {
   const Destination destination(m_request, resumed);
-  if (m_settings.additions.checkResume) {
-    const ZResult checked = resumed.Check(m_settings.additions.validator);
-    if (checked != BASE_S_OK) return FailWithReason(checked);
-  }
   Transfer(url, false);
   ZResult finished = BASE_S_OK;
   if (CheckHeader()) {

@@ -2,15 +2,18 @@
 
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include <Corvane/Base/ErrorDict.h>
 #include <Corvane/Base/Result.h>
 #include <Corvane/TransferOptions.h>
 
 #include "tests/recorder/Allocations.h"
 #include "tests/recorder/Scenarios.h"
+#include "tests/recorder/ScriptedFiles.h"
 #include "tests/recorder/TransferTest.h"
 
 namespace CorvaneTest {
@@ -188,6 +191,19 @@ TEST_F(Additions, AreRefusedWhileAnOperationRuns) {
   };
   ZString result;
   transfer.Download(L"http://h/", result);
+}
+
+// On a new object, which has made no request yet.
+TEST_F(Additions, EndAResumeWhoseFileCannotBeCompared) {
+  WriteFile(folder / "f", MakePattern(100));
+  ScriptedFiles files;
+  files.afterOpen = [&] { std::filesystem::resize_file(folder / "f", 10); };
+  ZTransfer transfer;
+  EXPECT_EQ(transfer.SetOptions(Everything()), 0u);
+  EXPECT_EQ(transfer.DownloadFile(L"http://h/", Path("f"), true), Corvane::TRANSFER_E_DOWNLOAD);
+  EXPECT_EQ(Outcome(transfer), "0x8001138A Download failed: " + Narrow(Corvane::ZGetErrorMsg(ResultFromErrno(EIO))));
+  EXPECT_EQ(curl.Count("perform"), 0u);
+  EXPECT_TRUE(std::filesystem::exists(folder / "f"));
 }
 
 // An upload whose bytes go out is not idle.
