@@ -17,10 +17,6 @@ class PublishedText {
     const std::lock_guard guard(m_mutex);
     m_text = std::move(text);
   }
-  [[nodiscard]] ZString Copy() const {
-    const std::lock_guard guard(m_mutex);
-    return m_text;
-  }
   // Valid as long as this object; changes only at the same thread's next call.
   [[nodiscard]] const ZString& ForThisThread() const {
     const std::lock_guard guard(m_mutex);
