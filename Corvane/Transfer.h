@@ -150,6 +150,9 @@ class CORVANE_ZN_API ZTransfer {
   // libcurl succeeded, TRANSFER_E_NOT_STARTED when no request was made, BASE_E_BUSY while an operation runs.
   ZResult GetCause(ZString& text) const;
 
+  // These four tell of the operation that has ended; called by an observer or a sink, that is on the transferring thread, of the
+  // answer that is just coming in. On any other thread, while an operation runs, they tell nothing.
+
   // The status of the last HTTP answer, behind all redirects; 0 when there was none, for other schemes, and while an operation runs.
   [[nodiscard]] long GetHttpStatus() const;
   // Where the last answer came from, behind all redirects; with "***" for a password. Empty before the first request. Returns 0, or

@@ -51,6 +51,9 @@ struct ZTransferOptions {
   // Asks FTP servers for the time of the file (MDTM), for GetModificationTime. HTTP servers tell it unasked.
   bool askModificationTime = false;
 
+  // Whether a sink is handed the body of an answer outside 200 to 299, too. The code is TRANSFER_E_CONNECT all the same.
+  bool handOnErrorPages = false;
+
   // libcurl's receive buffer in bytes, 1,024 to 10,485,760; 0: libcurl's own, 16 KiB. More makes fewer and larger blocks.
   unsigned long receiveBufferBytes = 0;
 };

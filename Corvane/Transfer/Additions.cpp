@@ -84,6 +84,7 @@ std::optional<Additions> AdditionsOf(const ZTransferOptions& options) {
   additions.checkResume = options.checkResume;
   additions.limitFollowsUpload = options.limitFollowsUpload;
   additions.askModificationTime = options.askModificationTime;
+  additions.handOnErrorPages = options.handOnErrorPages;
   const unsigned long buffer = options.receiveBufferBytes;
   const bool isBuffer = buffer == 0 || (buffer >= kSmallestBuffer && buffer <= kLargestBuffer);
   const bool isGood = isBuffer && options.mostRedirects <= kMostRedirects && IsValue(additions.userAgent) &&
@@ -135,8 +136,9 @@ bool ZTransfer::ZTransferImpl::SetRedirects() {
          SetOption("Transfer", CURLOPT_REDIR_PROTOCOLS, protocols);
 }
 
-// Where the answer came from, for the getters. Without redirects that is where the request went.
-void ZTransfer::ZTransferImpl::RememberSource() {
+// Without redirects the answer came from where the request went. May be asked while libcurl calls.
+AnswerSource ZTransfer::ZTransferImpl::Source() const {
+  AnswerSource source;
   const char* url = m_request.url.get();
   if (m_settings.additions.mostRedirects != 0) {
     const char* effective = nullptr;
@@ -144,12 +146,12 @@ void ZTransfer::ZTransferImpl::RememberSource() {
       url = effective;
     }
   }
-  long fileTime = -1;
+  if (url != nullptr) source.effectiveUrl = url;
   if (m_settings.additions.askModificationTime &&
-      curl_easy_getinfo(m_request.easy, CURLINFO_FILETIME, &fileTime) != CURLE_OK) {
-    fileTime = -1;
+      curl_easy_getinfo(m_request.easy, CURLINFO_FILETIME, &source.fileTime) != CURLE_OK) {
+    source.fileTime = -1;
   }
-  m_outcome.SetSource(url, fileTime);
+  return source;
 }
 
 // A chain of redirects that has come to https stays there: the protocols for the next step are set when an answer begins.

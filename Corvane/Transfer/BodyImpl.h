@@ -48,18 +48,20 @@ class MemoryBody final : public Body {
   ZDynamicMemoryStream m_stream{1};
 };
 
-// Hands the body of an acceptable answer to an object of the host. The page of a refusal is no part of what was asked for.
+// Hands the body of an acceptable answer to an object of the host. The page of a refusal is no part of what was asked for, and is
+// handed on only to a host that asks for it.
 class SinkBody final : public Body {
  public:
-  explicit SinkBody(ZTransferSink& sink) : m_sink(sink) {}
+  SinkBody(ZTransferSink& sink, bool handsOnErrorPages) : m_sink(sink), m_handsOnErrorPages(handsOnErrorPages) {}
   [[nodiscard]] bool WantsAnswer() const noexcept override { return true; }
-  void Judge(const Answer& answer) override { m_refused = !answer.isAcceptable; }
+  void Judge(const Answer& answer) override { m_refused = !answer.isAcceptable && !m_handsOnErrorPages; }
   std::size_t Write(const char* data, std::size_t bytes) override {
     return m_refused || bytes == 0 ? bytes : m_sink.Write(data, bytes);
   }
 
  private:
   ZTransferSink& m_sink;
+  bool m_handsOnErrorPages;
   bool m_refused = false;
 };
 

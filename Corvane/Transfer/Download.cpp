@@ -33,7 +33,7 @@ ZResult ZTransfer::ZTransferImpl::Download(const ZString& url, ZTransferSink& si
 }
 
 void ZTransfer::ZTransferImpl::SinkSteps(const ZString& url, ZTransferSink& sink) {
-  SinkBody body(sink);
+  SinkBody body(sink, m_settings.additions.handOnErrorPages);
   const Destination destination(m_request, body);
   Transfer(url, false);
   if (!m_outcome.IsFailed() && !CheckHeader()) {

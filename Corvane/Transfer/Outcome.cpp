@@ -51,10 +51,9 @@ void Outcome::SetHeader(std::string header) {
   m_published.reset();
 }
 
-void Outcome::SetSource(std::string effectiveUrl, long fileTime) {
+void Outcome::SetSource(AnswerSource source) {
   const std::lock_guard guard(m_mutex);
-  m_current.effectiveUrl = std::move(effectiveUrl);
-  m_current.fileTime = fileTime;
+  m_current.source = std::move(source);
   m_published.reset();
 }
 

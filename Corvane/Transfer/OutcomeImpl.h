@@ -16,15 +16,20 @@
 
 namespace Corvane {
 
+// Where an answer came from, and what is known of the resource beside its header lines.
+struct AnswerSource {
+  std::string effectiveUrl;  // behind all redirects
+  long fileTime = -1;        // seconds since the epoch, where libcurl was asked for it
+};
+
 // What became of the current or last operation. Never changes once it is published.
 struct OutcomeSnapshot {
   ZResult code = TRANSFER_E_NOT_STARTED;
   ZString text;
   ZResult cause = TRANSFER_E_NOT_STARTED;  // what libcurl said, which the operation may have replaced in code and text
   ZString causeText;
-  std::string header;        // the lines of an operation that has ended, as received
-  std::string effectiveUrl;  // of that operation, behind all redirects
-  long fileTime = -1;        // seconds since the epoch, where libcurl was asked for it
+  std::string header;   // the lines of an operation that has ended, as received
+  AnswerSource source;  // of that operation
 };
 
 // Holds the outcome while one thread works on it and others look. Code and text change together, so that nobody sees one of them
@@ -55,7 +60,7 @@ class Outcome {
   }
   void SetCause(ZResult cause, ZString text);
   void SetHeader(std::string header);
-  void SetSource(std::string effectiveUrl, long fileTime);
+  void SetSource(AnswerSource source);
 
   [[nodiscard]] std::shared_ptr<const OutcomeSnapshot> Snapshot() const;
   // The text for the calling thread: a copy of its own, which changes only at the same thread's next call, and lives as long as

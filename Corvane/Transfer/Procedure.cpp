@@ -118,7 +118,7 @@ void ZTransfer::ZTransferImpl::TakeResult(CURLcode result) {
     m_outcome.Set(code, text);
     m_outcome.SetCause(code, text);
   }
-  RememberSource();
+  m_outcome.SetSource(Source());
   m_request.UpdateTransferTime();
   m_request.UpdateTransferSize();
   // The two ways in which an abort ends a request: the shortened time limit, or a callback that refused its data.

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
@@ -96,28 +97,40 @@ ZResult ZTransfer::ZTransferImpl::GetHeader(ZString& header) const {
   return BASE_S_OK;
 }
 
+// The answer that the getters below tell of: that of the last operation; while one runs, the one that is just coming in, which only
+// the thread that receives it may look at. Null for other threads.
+std::shared_ptr<const OutcomeSnapshot> ZTransfer::ZTransferImpl::ToldAnswer() const {
+  if (!IsRunning()) return m_outcome.Snapshot();
+  if (!IsOnItsThread()) return nullptr;
+  auto coming = std::make_shared<OutcomeSnapshot>();
+  coming->header = m_request.header;
+  coming->source = Source();
+  return coming;
+}
+
 long ZTransfer::ZTransferImpl::GetHttpStatus() const {
-  return IsRunning() ? 0 : StatusOf(m_outcome.Snapshot()->header);
+  const auto answer = ToldAnswer();
+  return answer == nullptr ? 0 : StatusOf(answer->header);
 }
 
 ZResult ZTransfer::ZTransferImpl::GetEffectiveUrl(ZString& url) const {
-  if (IsRunning()) return BASE_E_BUSY;
-  const auto outcome = m_outcome.Snapshot();
-  url = ShownUrl(ZStringDecoder::FromUtf8(outcome->effectiveUrl.c_str()));
+  const auto answer = ToldAnswer();
+  if (answer == nullptr) return BASE_E_BUSY;
+  url = ShownUrl(ZStringDecoder::FromUtf8(answer->source.effectiveUrl.c_str()));
   return BASE_S_OK;
 }
 
 long long ZTransfer::ZTransferImpl::GetModificationTime() const {
-  if (IsRunning()) return -1;
-  const auto outcome = m_outcome.Snapshot();
-  const auto field = FieldOf(outcome->header, "Last-Modified");
-  return field ? static_cast<long long>(curl_getdate(std::string(*field).c_str(), nullptr)) : outcome->fileTime;
+  const auto answer = ToldAnswer();
+  if (answer == nullptr) return -1;
+  const auto field = FieldOf(answer->header, "Last-Modified");
+  return field ? static_cast<long long>(curl_getdate(std::string(*field).c_str(), nullptr)) : answer->source.fileTime;
 }
 
 ZResult ZTransfer::ZTransferImpl::GetValidator(ZString& validator) const {
-  if (IsRunning()) return BASE_E_BUSY;
-  const auto outcome = m_outcome.Snapshot();
-  validator = ZStringDecoder::FromUtf8(ValidatorOf(outcome->header).c_str());
+  const auto answer = ToldAnswer();
+  if (answer == nullptr) return BASE_E_BUSY;
+  validator = ZStringDecoder::FromUtf8(ValidatorOf(answer->header).c_str());
   return BASE_S_OK;
 }
 

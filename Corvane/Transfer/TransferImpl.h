@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -46,6 +47,7 @@ struct Additions {
   std::string validator;
   bool limitFollowsUpload = false;
   bool askModificationTime = false;
+  bool handOnErrorPages = false;
   unsigned long receiveBufferBytes = 0;
 };
 
@@ -126,7 +128,8 @@ class ZTransfer::ZTransferImpl : public Operation {
   bool Prepare(const ZString& url);
   void TakeResult(CURLcode result);
   [[nodiscard]] ZString TextOfFailure(CURLcode result) const;
-  void RememberSource();
+  [[nodiscard]] AnswerSource Source() const;
+  [[nodiscard]] std::shared_ptr<const OutcomeSnapshot> ToldAnswer() const;
   bool SetRequestOptions();
   bool SetHeaderOptions(const ZString& scheme);
   bool SetTimeLimits();

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <stdexcept>
@@ -8,9 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include <Corvane/TransferOptions.h>
-
-#include "tests/loopback/TransferTesting.h"
+#include "tests/loopback/AdditionsTesting.h"
 #include "tests/support/Pki.h"
 #include "tests/support/ScriptedFtpServer.h"
 #include "tests/support/ScriptedServer.h"
@@ -248,20 +245,6 @@ TEST_F(ACheckedResume, OverFtpComparesTheOverlap) {
 
 // --- sink
 
-class CollectingSink : public ZTransferSink {
- public:
-  std::size_t Write(const void* data, std::size_t bytes) override {
-    if (thrown) throw std::runtime_error("sink");
-    const std::size_t taken = std::min(bytes, room - collected.size());
-    collected.append(static_cast<const char*>(data), taken);
-    return taken;
-  }
-
-  std::string collected;
-  std::size_t room = std::string::npos;
-  bool thrown = false;
-};
-
 TEST_F(Additions, HandABodyToASink) {
   const std::string content = MakePattern(300000);
   ScriptedServer server(KeepAlive(Content(content)));
@@ -287,6 +270,24 @@ TEST_F(Additions, HandNoRefusalToASink) {
   EXPECT_THAT(transfer.Download(Wide(server.Url("/a")), sink), IsCode(TRANSFER_E_CONNECT));
   EXPECT_EQ(ErrorOf(transfer), "Failed to connect to the specified URL, " + server.Url("/a"));
   EXPECT_EQ(sink.collected, "");
+}
+
+TEST_F(Additions, HandARefusalToASinkThatAsksForIt) {
+  ScriptedServer server(KeepAlive(Routes({{"/a", Status(404, "page")}, {"/b", Redirect("/a")}, {"/c", Content("c")}})));
+  ZTransferOptions options;
+  options.handOnErrorPages = true;
+  options.mostRedirects = 1;
+  Set(options);
+  for (const char* path : {"/a", "/b"}) {
+    CollectingSink sink;
+    EXPECT_THAT(transfer.Download(Wide(server.Url(path)), sink), IsCode(TRANSFER_E_CONNECT));
+    EXPECT_EQ(ErrorOf(transfer), "Failed to connect to the specified URL, " + server.Url(path));
+    EXPECT_EQ(sink.collected, "page");
+    EXPECT_EQ(transfer.GetHttpStatus(), 404);
+  }
+  CollectingSink sink;
+  EXPECT_THAT(transfer.Download(Wide(server.Url("/c")), sink), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_EQ(sink.collected, "c");
 }
 
 TEST_F(Additions, PassAnExceptionOfASinkToTheCaller) {
