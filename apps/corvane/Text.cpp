@@ -23,10 +23,10 @@ bool IsControl(wchar_t character) noexcept {
   return character < 0x20 || (character >= 0x7F && character < 0xA0) || character == 0x2028 || character == 0x2029;
 }
 
-// Text direction marks and embeddings, which would let a server's text rearrange the rest of the line.
+// With embeddings and overrides.
 bool IsDirectionMark(wchar_t character) noexcept {
-  return (character >= 0x200E && character <= 0x200F) || (character >= 0x202A && character <= 0x202E) ||
-         (character >= 0x2066 && character <= 0x2069);
+  return character == 0x061C || (character >= 0x200E && character <= 0x200F) ||
+         (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
 }
 
 std::size_t ColumnsOf(wchar_t character) noexcept {
@@ -87,11 +87,13 @@ std::string DisplayName(const std::string& bytes) {
   return shown;
 }
 
+bool IsPlain(wchar_t character) noexcept { return !IsControl(character) && !IsDirectionMark(character); }
+
 std::string Printable(std::string_view utf8) {
   std::string printed;
   const ZString text = FromUtf8(utf8);
   for (const wchar_t character : text.Str()) {
-    if (IsControl(character) || IsDirectionMark(character)) {
+    if (!IsPlain(character)) {
       printed += ' ';
       continue;
     }

@@ -21,6 +21,10 @@ namespace CorvaneCli {
 // `bytes` of a name as UTF-8 for a message. Bytes that the locale does not know show as \xNN.
 [[nodiscard]] std::string DisplayName(const std::string& bytes);
 
+// Whether a character only stands for itself: no control character (line ends included), no line or paragraph separator, and no
+// text direction mark, which would let a server's text rearrange the rest of the line.
+[[nodiscard]] bool IsPlain(wchar_t character) noexcept;
+
 // A message in the locale's encoding, safe for a terminal: control characters, line ends included, become blanks, and
 // characters that the locale cannot express become \x{N} with their number in hexadecimal.
 [[nodiscard]] std::string Printable(std::string_view utf8);

@@ -113,7 +113,7 @@ TEST(PartRecord, GivesARecordOrNothingForAnyText) {
   std::size_t records = 0;
   for (int round = 0; round < 20000; ++round) {
     std::string text = good;
-    for (unsigned int change = random() % 4; change > 0; --change) {
+    for (auto change = random() % 4; change > 0; --change) {
       text[random() % text.size()] = static_cast<char>(random() & 0xFF);
     }
     if (random() % 4 == 0) text.resize(random() % text.size());
