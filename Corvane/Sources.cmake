@@ -14,12 +14,14 @@ set(CORVANE_ZN_SOURCES
     Transfer/ContentRange.cpp
     Transfer/Download.cpp
     Transfer/DownloadFile.cpp
+    Transfer/FileVersion.cpp
     Transfer/Operation.cpp
     Transfer/Outcome.cpp
     Transfer/Post.cpp
     Transfer/Procedure.cpp
     Transfer/Receive.cpp
     Transfer/Request.cpp
+    Transfer/RequestedPart.cpp
     Transfer/ResumedFile.cpp
     Transfer/Settings.cpp
     Transfer/Transfer.cpp

@@ -36,22 +36,25 @@ struct ZTransferOptions {
   // Whether a resume proves that the old part belongs to what the server has now: the 32 bytes that are fetched again are compared
   // with those in the file before one byte is written. A difference, a resource that is shorter than the file, or an answer with
   // another validator than the one below gives libcurl's code 33 with the text "The file on the server has changed. Cannot
-  // resume.", and leaves the file as it is.
+  // resume.", and leaves the file as it is. A sink that asks for a part has nothing to compare: there the validator is all.
   bool checkResume = false;
 
-  // With checkResume, what the server said of the version that the old part came from: a strong entity tag, with its quotes, or the
-  // text of Last-Modified, as ZTransfer::GetValidator gives them. The request then carries it as If-Range (RFC 9110, section
-  // 13.1.5), so that a server which has another version sends no part of it.
+  // With checkResume, what the server said of the version that the old part came from, as ZTransfer::GetValidator gave it. Over HTTP
+  // that is a strong entity tag, with its quotes, or the text of Last-Modified, and the request carries it as If-Range (RFC 9110,
+  // section 13.1.5), so that a server which has another version sends no part of it. Over FTP it stands for the size and the time of
+  // the file (SIZE and MDTM; set askModificationTime, too), which are asked for again and have to be the same. A validator of the
+  // other protocol proves nothing: no HTTP request carries one of FTP, and either is refused as another version.
   ZString validator;
 
   // Whether bytes sent move the sliding time limit, as received ones do, and show in GetTransferSize and GetTransferRate while they
   // are sent. Without it an upload must be through within the time limit.
   bool limitFollowsUpload = false;
 
-  // Asks FTP servers for the time of the file (MDTM), for GetModificationTime. HTTP servers tell it unasked.
+  // Asks FTP servers for the time of the file (MDTM), for GetModificationTime and GetValidator. HTTP servers tell it unasked.
   bool askModificationTime = false;
 
-  // Whether a sink is handed the body of an answer outside 200 to 299, too. The code is TRANSFER_E_CONNECT all the same.
+  // Whether a sink is handed the body of an answer outside 200 to 299, too, unless it asked for a part of the resource. The code is
+  // TRANSFER_E_CONNECT all the same.
   bool handOnErrorPages = false;
 
   // libcurl's receive buffer in bytes, 1,024 to 10,485,760; 0: libcurl's own, 16 KiB. More makes fewer and larger blocks.

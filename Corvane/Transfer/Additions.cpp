@@ -7,7 +7,7 @@
 
 #include <strings.h>
 
-#include <Corvane/Transfer/AnswerHeaderImpl.h>
+#include <Corvane/Transfer/FileVersionImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
 
 // What a transfer does only when its host asks for it. An object on which nothing of this was set gets no option from here.
@@ -140,17 +140,18 @@ bool ZTransfer::ZTransferImpl::SetRedirects() {
 AnswerSource ZTransfer::ZTransferImpl::Source() const {
   AnswerSource source;
   const char* url = m_request.url.get();
+  if (url == nullptr) return source;
   if (m_settings.additions.mostRedirects != 0) {
     const char* effective = nullptr;
     if (curl_easy_getinfo(m_request.easy, CURLINFO_EFFECTIVE_URL, &effective) == CURLE_OK && effective != nullptr) {
       url = effective;
     }
   }
-  if (url != nullptr) source.effectiveUrl = url;
-  if (m_settings.additions.askModificationTime &&
-      curl_easy_getinfo(m_request.easy, CURLINFO_FILETIME, &source.fileTime) != CURLE_OK) {
-    source.fileTime = -1;
-  }
+  source.effectiveUrl = url;
+  if (!m_settings.additions.askModificationTime) return source;
+  if (curl_easy_getinfo(m_request.easy, CURLINFO_FILETIME, &source.fileTime) != CURLE_OK) source.fileTime = -1;
+  const std::optional<unsigned long long> size = m_request.ResourceSize();
+  if (!m_request.IsHttp() && size && source.fileTime >= 0) source.fileVersion = FileVersion(*size, source.fileTime);
   return source;
 }
 
@@ -164,7 +165,8 @@ void ZTransfer::ZTransferImpl::KeepRedirectsSecure(std::string_view line) {
 
 bool ZTransfer::ZTransferImpl::SetRequestHeaders() {
   const Additions& wanted = m_settings.additions;
-  const bool asksIfRange = wanted.checkResume && !wanted.validator.empty() && m_request.body->Position() != 0;
+  const bool hasValidator = !wanted.validator.empty() && !IsFileVersion(wanted.validator);
+  const bool asksIfRange = wanted.checkResume && hasValidator && m_request.body->Position() != 0;
   if (wanted.headers.empty() && !asksIfRange) return true;
   m_request.headers.reset();
   for (const std::string& header : wanted.headers) Append(m_request.headers, header);

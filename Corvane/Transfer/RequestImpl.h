@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include <Corvane/Base/DateTime.h>
@@ -63,6 +64,8 @@ struct Request {
   void UpdateTransferTime();
   void UpdateTransferSize();
   void ReadContentSize();
+  // The length of the whole resource, as far as it is known.
+  [[nodiscard]] std::optional<unsigned long long> ResourceSize() const;
 
  private:
   [[nodiscard]] std::string PeerOf(const char* credentials) const;

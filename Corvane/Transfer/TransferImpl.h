@@ -13,6 +13,7 @@
 #include <Corvane/Transfer/OperationImpl.h>
 #include <Corvane/Transfer/OutcomeImpl.h>
 #include <Corvane/Transfer/RequestImpl.h>
+#include <Corvane/Transfer/RequestedPartImpl.h>
 #include <Corvane/TransferOptions.h>
 
 // The area of single transfers: the process-wide set-up (ProcessSetup), the throttle (Throttle), and the transfer object. That one
@@ -27,8 +28,9 @@
 //   Additions      what is done only when the host asks for it
 //   Receive        what libcurl calls while it runs: header lines and blocks of the body
 //   Request        what libcurl is given, and the sizes and times it tells
-//   Body, ResumedFile   where the body of an answer goes
-//   AnswerHeader, ContentRange   what header lines say
+//   Body, ResumedFile, ResumedSink   where the body of an answer goes
+//   RequestedPart  whether an answer is the rest of a resource, and all of it
+//   AnswerHeader, ContentRange, FileVersion   what header lines say, and what stands for a version
 //   Download, DownloadFile, Post, Abort   what hosts ask for
 //   Transfer       the public class
 //
@@ -75,7 +77,7 @@ class ZTransfer::ZTransferImpl : public Operation {
 
   // Operations.
   ZResult Download(const ZString& url, ZString& result);
-  ZResult Download(const ZString& url, ZTransferSink& sink);
+  ZResult Download(const ZString& url, ZTransferSink& sink, unsigned long long offset);
   ZResult DownloadFile(const ZString& url, const ZString& fileName, bool resume);
   ZResult Post(const ZString& url, const ZString& name, const ZString& value, ZString* result);
   ZResult Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString* result);
@@ -113,12 +115,15 @@ class ZTransfer::ZTransferImpl : public Operation {
 
   void DownloadSteps(const ZString& url, ZString& result);
   void SinkSteps(const ZString& url, ZTransferSink& sink);
+  void ResumedSinkSteps(const ZString& url, ZTransferSink& sink, unsigned long long offset);
   void DownloadFileSteps(const ZString& url, const ZString& fileName, bool resume);
   void FetchFile(const ZString& url, OpenFile& file);
   void ContinueFile(const ZString& url, OpenFile& file, ResumedFile& resumed);
   void FinishFile(OpenFile& file, ZResult finished);
+  RequestedPart::End FinishPart(const RequestedPart& part);
   void FailAs(CURLcode code, const ZString& text);
   void RefuseFile(const ZString& url);
+  void RefusePage(const ZString& url);
   void PostDataSteps(const ZString& url, const ZString& data, ZString* result);
   void PostFileSteps(const ZString& url, const ZString& inputFile, const ZString& outputFile);
   ZResult Post(const ZString& url, long size);

@@ -1,5 +1,6 @@
 // What a transfer does only when it is asked to, and that it leaves everything else as it is.
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -196,6 +197,26 @@ TEST_F(Additions, AreRefusedWhileAnOperationRuns) {
   };
   ZString result;
   transfer.Download(L"http://h/", result);
+}
+
+class NoSink : public Corvane::ZTransferSink {
+ public:
+  std::size_t Write(const void*, std::size_t bytes) override { return bytes; }
+};
+
+TEST_F(Additions, AskForAPartWithNoOtherOptionThanItsBeginning) {
+  ZTransfer transfer;
+  NoSink sink;
+  const std::string resumeFrom = std::to_string(CURLOPT_RESUME_FROM_LARGE) + "=";
+  curl.Clear();
+  transfer.Download(L"http://h/", sink);
+  std::vector<std::string> whole = curl.OptionsBeforeRequest();
+  curl.Clear();
+  transfer.Download(L"http://h/", sink, 5000000000);
+  EXPECT_EQ(std::count(whole.begin(), whole.end(), resumeFrom + "0"), 1);
+  std::replace(whole.begin(), whole.end(), resumeFrom + "0", resumeFrom + "5000000000");
+  EXPECT_EQ(curl.OptionsBeforeRequest(), whole);
+  EXPECT_EQ(transfer.GetDownloadSize(), 5000000000u);
 }
 
 // On a new object, which has made no request yet.
