@@ -24,6 +24,8 @@ set(CORVANE_ZN_SOURCES
     Transfer/RequestedPart.cpp
     Transfer/ResumedFile.cpp
     Transfer/Settings.cpp
+    Transfer/Trace.cpp
+    Transfer/TraceLines.cpp
     Transfer/Transfer.cpp
     Transfer/Verification.cpp
     TransferModule.cpp

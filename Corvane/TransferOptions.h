@@ -8,6 +8,8 @@
 
 namespace Corvane {
 
+class ZTransferTrace;
+
 // What a ZTransfer does only when it is asked to, see ZTransfer::SetOptions. Every member begins with the value that leaves a
 // transfer as it is without any of this.
 //
@@ -57,6 +59,10 @@ struct ZTransferOptions {
   // TRANSFER_E_CONNECT all the same.
   bool handOnErrorPages = false;
 
+  // Told what goes on while an operation runs; null: nobody. The host's: it must live until it is replaced or the transfer is
+  // destroyed.
+  ZTransferTrace* trace = nullptr;
+
   // libcurl's receive buffer in bytes, 1,024 to 10,485,760; 0: libcurl's own, 16 KiB. More makes fewer and larger blocks.
   unsigned long receiveBufferBytes = 0;
 };
@@ -70,6 +76,27 @@ class ZTransferSink {
   // An exception ends the operation and is passed to its caller; std::bad_alloc counts as 0 bytes taken.
   virtual std::size_t Write(const void* data, std::size_t bytes) = 0;
   virtual ~ZTransferSink() = default;
+};
+
+// Is told what goes on during an operation: what is sent and received beside the bodies, and what libcurl says of addresses, TLS
+// versions, certificates and connections. See ZTransferOptions::trace. Objects are the host's.
+class ZTransferTrace {
+ public:
+  enum class Kind {
+    Information,  // libcurl's own words: "Connected to ...", "SSL connection using TLSv1.3 ...", "Server certificate:"
+    RequestLine,  // a line of a request's header, or a command to an FTP server
+    ResponseLine  // a line of an answer's header, or an FTP server's reply
+  };
+
+  // Called on the transferring thread, without any lock. `line` has no line end; the one after a header's last is empty. It may hold
+  // any character that a server sends, those that move a terminal's cursor, too; ill-formed UTF-8 is U+FFFD in it.
+  // "***" stands for what may be a secret: passwords in URLs, the password sent to an FTP server, the values of Authorization,
+  // Proxy-Authorization, Cookie and Set-Cookie, and those of all fields of ZTransferOptions::headers, sent or received; and for all
+  // that is sent to a server of another protocol than HTTP and FTP. Queries of URLs are shown as they are.
+  // Must not start an operation of the same object. An exception ends the operation no sooner; it is passed to the operation's
+  // caller, and no further line of that operation is told.
+  virtual void Line(Kind kind, const ZString& line) = 0;
+  virtual ~ZTransferTrace() = default;
 };
 
 }  // namespace Corvane

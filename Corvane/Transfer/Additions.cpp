@@ -7,6 +7,7 @@
 
 #include <strings.h>
 
+#include <Corvane/Transfer/AnswerHeaderImpl.h>
 #include <Corvane/Transfer/FileVersionImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
 
@@ -40,12 +41,6 @@ std::string Utf8(const ZString& text) {
   const ZStringEncoder encoder(text, ZStringEncoder::Utf8);
   return {encoder.CStr(), encoder.Length()};
 }
-
-bool IsSameName(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
-std::string_view NameOf(std::string_view header) { return header.substr(0, header.find_first_of(":;")); }
 
 // The header as libcurl takes it, which has a form of its own for an empty value. None when it is refused.
 std::optional<std::string> HeaderOf(const ZString& given) {
@@ -85,6 +80,7 @@ std::optional<Additions> AdditionsOf(const ZTransferOptions& options) {
   additions.limitFollowsUpload = options.limitFollowsUpload;
   additions.askModificationTime = options.askModificationTime;
   additions.handOnErrorPages = options.handOnErrorPages;
+  additions.trace = options.trace;
   const unsigned long buffer = options.receiveBufferBytes;
   const bool isBuffer = buffer == 0 || (buffer >= kSmallestBuffer && buffer <= kLargestBuffer);
   const bool isGood = isBuffer && options.mostRedirects <= kMostRedirects && IsValue(additions.userAgent) &&
@@ -124,7 +120,12 @@ bool ZTransfer::ZTransferImpl::SetAdditions() {
   const auto buffer = static_cast<long>(wanted.receiveBufferBytes);
   if (buffer != 0 && !SetOption(kWho, CURLOPT_BUFFERSIZE, buffer)) return false;
   if (wanted.askModificationTime && !SetOption(kWho, CURLOPT_FILETIME, 1L)) return false;
-  if (!wanted.limitFollowsUpload) return true;
+  if (wanted.limitFollowsUpload && !SetProgress()) return false;
+  return SetTrace();
+}
+
+bool ZTransfer::ZTransferImpl::SetProgress() {
+  constexpr const char* kWho = "Transfer";
   return SetOption(kWho, CURLOPT_XFERINFOFUNCTION, &ProgressCallback) && SetOption(kWho, CURLOPT_XFERINFODATA, this) &&
          SetOption(kWho, CURLOPT_NOPROGRESS, 0L);
 }

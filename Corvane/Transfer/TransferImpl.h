@@ -27,6 +27,7 @@
 //   Verification   the checks on https URLs
 //   Additions      what is done only when the host asks for it
 //   Receive        what libcurl calls while it runs: header lines and blocks of the body
+//   Trace, TraceLines   what it tells of its work, without secrets
 //   Request        what libcurl is given, and the sizes and times it tells
 //   Body, ResumedFile, ResumedSink   where the body of an answer goes
 //   RequestedPart  whether an answer is the rest of a resource, and all of it
@@ -50,6 +51,7 @@ struct Additions {
   bool limitFollowsUpload = false;
   bool askModificationTime = false;
   bool handOnErrorPages = false;
+  ZTransferTrace* trace = nullptr;  // the host's
   unsigned long receiveBufferBytes = 0;
 };
 
@@ -141,6 +143,8 @@ class ZTransfer::ZTransferImpl : public Operation {
   bool SetAuthentication(const ZString& scheme);
   bool SetAdditions();
   bool SetRedirects();
+  bool SetProgress();
+  bool SetTrace();
   bool SetRequestHeaders();
   void KeepRedirectsSecure(std::string_view line);
   ZResult ApplyExtraHttpsSettings();
@@ -155,6 +159,7 @@ class ZTransfer::ZTransferImpl : public Operation {
   static std::size_t HeaderCallback(void* data, std::size_t size, std::size_t count, void* object) noexcept;
   static int ProgressCallback(void* object, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
                               curl_off_t sent) noexcept;
+  static int DebugCallback(CURL* handle, curl_infotype type, char* data, std::size_t size, void* object) noexcept;
   template <class Receive>
   std::size_t CatchAll(std::size_t total, Receive receive) noexcept;
   std::size_t ReceiveBody(const char* data, std::size_t total);
@@ -162,6 +167,10 @@ class ZTransfer::ZTransferImpl : public Operation {
   void NotifyFirstData();
   void ExtendTimeLimit(unsigned long slackSeconds);
   void RepeatAbort(CURLoption limit);
+  template <class Tell>
+  void Trace(Tell tell) noexcept;
+  void FinishTrace() noexcept;
+  void RethrowFromTrace();
 
   bool CheckHeader() { return m_request.IsAnswerAcceptable(); }
   void SetResult(ZString& result);
@@ -190,6 +199,7 @@ ZResult ZTransfer::ZTransferImpl::RunOperation(Steps steps) {
   if (!HasHandle()) return m_outcome.Code();
   try {
     steps();
+    RethrowFromTrace();
   } catch (const std::bad_alloc&) {
     m_outcome.Set(TRANSFER_E_DOWNLOAD);
   }
