@@ -26,7 +26,7 @@ Options MatchesIn(const std::string& text, const char* pattern) {
 
 // The long options in the help of a command, without their dashes.
 Options OptionsOf(const std::string& command) {
-  return MatchesIn(RunCorvane({command, "--help"}).out, "\n  (?:-[a-z], |    )--([a-z-]+)");
+  return MatchesIn(RunCorvane({command, "--help"}).out, "\n  (?:-[a-zA-Z], |    )--([a-z0-9-]+)");
 }
 
 Options AllOptions() {
@@ -41,8 +41,8 @@ std::string Completion(const std::string& name) {
 
 TEST(Manual, NamesExactlyTheOptionsThatThereAre) {
   const std::string manual = ReadFile(CORVANE_SOURCE_DIR "/docs/man/corvane.1");
-  EXPECT_EQ(MatchesIn(manual, "Fl Fl ([a-z-]+)"), AllOptions());
-  EXPECT_EQ(MatchesIn(manual, "\n\\.It [^\n]*Fl Fl ([a-z-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(manual, "Fl Fl ([a-z0-9-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(manual, "\n\\.It [^\n]*Fl Fl ([a-z0-9-]+)"), AllOptions());
 }
 
 TEST(Manual, HasNoMistakesInItsForm) {
@@ -53,9 +53,9 @@ TEST(Manual, HasNoMistakesInItsForm) {
 }
 
 TEST(Completions, NameExactlyTheOptionsThatThereAre) {
-  EXPECT_EQ(MatchesIn(Completion("corvane.bash"), "--([a-z-]+)"), AllOptions());
-  EXPECT_EQ(MatchesIn(Completion("_corvane"), "--([a-z-]+)"), AllOptions());
-  EXPECT_EQ(MatchesIn(Completion("corvane.fish"), "complete [^\n]*-l ([a-z-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(Completion("corvane.bash"), "--([a-z0-9-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(Completion("_corvane"), "--([a-z0-9-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(Completion("corvane.fish"), "complete [^\n]*-l ([a-z0-9-]+)"), AllOptions());
 }
 
 // What bash offers behind these words, the last of which is being typed.
