@@ -28,8 +28,9 @@ struct Utf8Lead {
 [[nodiscard]] constexpr std::size_t Utf8Length(std::string_view text) noexcept {
   if (text.empty()) return 0;
   const Utf8Lead lead = Utf8LeadOf(static_cast<unsigned char>(text.front()));
-  const auto length = static_cast<std::size_t>(lead.following + 1);
-  if (length == 0 || text.size() < length) return 0;
+  if (lead.following < 0) return 0;
+  const std::size_t length = static_cast<std::size_t>(lead.following) + 1;
+  if (text.size() < length) return 0;
   for (std::size_t i = 1; i < length; ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);
     if (byte < (i == 1 ? lead.low : 0x80) || byte > (i == 1 ? lead.high : 0xBF)) return 0;

@@ -16,7 +16,7 @@
 namespace CorvaneCli {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 struct UrlCase {
   std::string url;
@@ -246,7 +246,7 @@ class Bytes {
                                           "b.c",
                                           "\r\n",
                                           "\r\n ",
-                                          "\xE2\x80\xAE",
+                                          "\xE2\x80\xAE",  // NOLINT(misc-misleading-bidirectional)
                                           "%c0%af",
                                           "*",
                                           "\n",

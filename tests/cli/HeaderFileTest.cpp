@@ -29,7 +29,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 class HeaderFile : public testing::Test {
  protected:

@@ -100,7 +100,8 @@ std::string WithDepth(std::size_t depth) {
 
 TEST(PartRecord, RefusesWhatIsNestedDeeply) {
   EXPECT_NE(ParsePartRecord(WithDepth(4)), std::nullopt);
-  for (const std::size_t depth : {9, 1000, 32000}) EXPECT_EQ(ParsePartRecord(WithDepth(depth)), std::nullopt) << depth;
+  for (const std::size_t depth : {9U, 1000U, 32000U})
+    EXPECT_EQ(ParsePartRecord(WithDepth(depth)), std::nullopt) << depth;
   EXPECT_EQ(ParsePartRecord(std::string(65536, '[')), std::nullopt);
   std::string objects;
   for (int i = 0; i < 10000; ++i) objects += "{\"a\":";

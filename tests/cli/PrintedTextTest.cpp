@@ -13,7 +13,7 @@
 namespace CorvaneCli {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 constexpr const char* kReplacement = "\xEF\xBF\xBD";
 
@@ -32,8 +32,7 @@ const std::string kTexts[] = {
     "\xC0\xAF",
     "\xC1\xBF",
     "\xC2",
-    "\xC2"
-    "a",
+    "\xC2-",
     "\xE0\x80\x80",
     "\xE0\x9F\xBF",
     "\xE0\xA0",
@@ -46,8 +45,7 @@ const std::string kTexts[] = {
     "\xF4\x90\x80\x80",
     "\xF5\x80\x80\x80",
     "\xFE\xFF",
-    "\xE6\xBC"
-    "a\xE6",
+    "\xE6\xBC-\xE6",
     "\xF0\x9F\x98\xF0\x9F\x98\x80",
     "\xEF\xBB\xBF with a mark",
     "\xEF\xBF\xBD",  // U+FFFD itself

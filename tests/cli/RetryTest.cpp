@@ -80,72 +80,72 @@ TEST(MayPass, LooksAtTheAnswerAlsoWhenItsPageDidNotComeWhole) {
 
 struct TextCase {
   unsigned int number;
-  const char* text;
   bool isPassing;
+  const char* text;
 };
 
 TEST(MayPass, ReadsTheReplyOfAnFtpServerInTheText) {
   const TextCase cases[] = {
-      {19, "RETR response: 450", true},
-      {19, "RETR response: 451", true},
-      {19, "RETR response: 452", true},
-      {19, "RETR response: 425", true},
-      {19, "RETR response: 426", true},
-      {19, "RETR response: 421", true},
-      {19, "RETR response: 500", false},
-      {19, "RETR response: 550", false},
-      {19, "RETR response: 999", false},
-      {19, "RETR response: ", false},
-      {19, "RETR response: 45000000000000000000000", false},
-      {78, "RETR response: 550", false},
-      {8, "Got a 425 ftp-server response when 220 was expected", true},
-      {8, "Got a 500 ftp-server response when 220 was expected", false},
-      {13, "Bad PASV/EPSV response: 425", true},
-      {13, "Bad PASV/EPSV response: 500", false},
-      {67, "Access denied: 530", false},
-      {67, "Access denied: 430", false},  // the name or the password is wrong
-      {67, "Access denied: 421", true},
-      {18, "server did not report OK, got 426", true},
-      {18, "server did not report OK, got 451", true},
-      {18, "server did not report OK, got 552", false},
-      {18, "transfer closed with 5 bytes remaining to read", true},
-      {9, "Server denied you to change to the given directory", false},
-      {28, "FTP response timeout", true},
-      {56, "response reading failed (errno: 0)", true},
+      {19, true, "RETR response: 450"},
+      {19, true, "RETR response: 451"},
+      {19, true, "RETR response: 452"},
+      {19, true, "RETR response: 425"},
+      {19, true, "RETR response: 426"},
+      {19, true, "RETR response: 421"},
+      {19, false, "RETR response: 500"},
+      {19, false, "RETR response: 550"},
+      {19, false, "RETR response: 999"},
+      {19, false, "RETR response: "},
+      {19, false, "RETR response: 45000000000000000000000"},
+      {78, false, "RETR response: 550"},
+      {8, true, "Got a 425 ftp-server response when 220 was expected"},
+      {8, false, "Got a 500 ftp-server response when 220 was expected"},
+      {13, true, "Bad PASV/EPSV response: 425"},
+      {13, false, "Bad PASV/EPSV response: 500"},
+      {67, false, "Access denied: 530"},
+      {67, false, "Access denied: 430"},  // the name or the password is wrong
+      {67, true, "Access denied: 421"},
+      {18, true, "server did not report OK, got 426"},
+      {18, true, "server did not report OK, got 451"},
+      {18, false, "server did not report OK, got 552"},
+      {18, true, "transfer closed with 5 bytes remaining to read"},
+      {9, false, "Server denied you to change to the given directory"},
+      {28, true, "FTP response timeout"},
+      {56, true, "response reading failed (errno: 0)"},
   };
   for (const TextCase& c : cases) EXPECT_EQ(MayPass(CurlReport(c.number, c.text), 0), c.isPassing) << c.text;
 }
 
 TEST(MayPass, TakesTlsOnlyWhenThePeerBrokeOff) {
   const TextCase cases[] = {
-      {35, "", false},
-      {35, "OpenSSL SSL_connect: Connection reset by peer in connection to h:443 ", true},
-      {35, "OpenSSL SSL_connect: SSL_ERROR_SYSCALL in connection to h:443 ", true},
-      {35, "error:0A000126:SSL routines::unexpected eof while reading", true},
-      {35, "TLS connect error: error:0A000126:SSL routines::unexpected eof while reading", true},
-      {35, "Recv failure: Connection reset by peer", true},
-      {35, "Send failure: Broken pipe", true},
-      {35, "error:0A00010B:SSL routines::wrong version number", false},
-      {35, "error:0A000410:SSL routines::sslv3 alert handshake failure", false},
-      {60, "SSL certificate problem: unable to get local issuer certificate", false},
-      {60, "SSL certificate problem: Connection reset by peer", false},
-      {77, "error setting certificate file", false},
-      {56, "OpenSSL SSL_read: error:0A000126:SSL routines::unexpected eof while reading, errno 0", true},
-      {56, "OpenSSL SSL_read: error:0A00045C:SSL routines::tlsv13 alert certificate required, errno 0", false},
+      {35, false, ""},
+      {35, true, "OpenSSL SSL_connect: Connection reset by peer in connection to h:443 "},
+      {35, true, "OpenSSL SSL_connect: SSL_ERROR_SYSCALL in connection to h:443 "},
+      {35, true, "error:0A000126:SSL routines::unexpected eof while reading"},
+      {35, true, "TLS connect error: error:0A000126:SSL routines::unexpected eof while reading"},
+      {35, true, "Recv failure: Connection reset by peer"},
+      {35, true, "Send failure: Broken pipe"},
+      {35, false, "error:0A00010B:SSL routines::wrong version number"},
+      {35, false, "error:0A000410:SSL routines::sslv3 alert handshake failure"},
+      {60, false, "SSL certificate problem: unable to get local issuer certificate"},
+      {60, false, "SSL certificate problem: Connection reset by peer"},
+      {77, false, "error setting certificate file"},
+      {56, true, "OpenSSL SSL_read: error:0A000126:SSL routines::unexpected eof while reading, errno 0"},
+      {56, false, "OpenSSL SSL_read: error:0A00045C:SSL routines::tlsv13 alert certificate required, errno 0"},
   };
   for (const TextCase& c : cases) EXPECT_EQ(MayPass(CurlReport(c.number, c.text), 0), c.isPassing) << c.text;
 }
 
 TEST(MayPass, ReadsWhatAProxyAnsweredAndWhatOnlyGrows) {
   const TextCase cases[] = {
-      {56, "CONNECT tunnel failed, response 503", true},
-      {56, "CONNECT tunnel failed, response 407", false},
-      {56, "CONNECT tunnel failed, response 403", false},
-      {56, "Received HTTP code 502 from proxy after CONNECT", true},
-      {56, "Received HTTP code 403 from proxy after CONNECT", false},
-      {56, "Proxy CONNECT aborted", true},
-      {56, "Too large response headers: 307201 > 307200", false},
-      {56, "CONNECT response too large", false},
+      {56, true, "CONNECT tunnel failed, response 503"},
+      {56, false, "CONNECT tunnel failed, response 407"},
+      {56, false, "CONNECT tunnel failed, response 403"},
+      {56, true, "Received HTTP code 502 from proxy after CONNECT"},
+      {56, false, "Received HTTP code 403 from proxy after CONNECT"},
+      {56, true, "Proxy CONNECT aborted"},
+      {56, false, "Too large response headers: 307201 > 307200"},
+      {56, false, "CONNECT response too large"},
   };
   for (const TextCase& c : cases) EXPECT_EQ(MayPass(CurlReport(c.number, c.text), 0), c.isPassing) << c.text;
 }
