@@ -95,6 +95,7 @@ class Mirror {
 void Mirror::Run() {
   ReadLists();
   m_settings = PrepareTransfers(m_command.target, m_environment);
+  m_settings.request = RequestOptions{0, 0, {}, {}, {}};  // a mirror makes plain requests
   PrepareDirectory();
   TellOfTheUrl();
   SpareFilesFromAnUnreachableServer();
@@ -188,9 +189,7 @@ void Mirror::SpareFilesFromAnUnreachableServer() {
 // Downloads the directory's own page, to see what the server says.
 Report Mirror::AskForDirectory() {
   Report answer;
-  TransferSettings plain = m_settings;
-  plain.request = RequestOptions{0, 0, {}, {}, {}};  // as the mirror asks for it
-  Session session(m_command.target, plain, m_environment);
+  Session session(m_command.target, m_settings, m_environment);
   session.Transfer().DetectHttpError(true);
   ZString page;
   const ZString& given = m_command.target.url;

@@ -7,6 +7,7 @@
 namespace CorvaneCli {
 
 void Trace::Line(Kind kind, const Corvane::ZString& line) {
+  if (line.IsEmpty()) return;  // the end of a header
   const char* const mark = kind == Kind::RequestLine ? "> " : kind == Kind::ResponseLine ? "< " : "* ";
   m_logging.Tell(mark + ToUtf8(line));
 }

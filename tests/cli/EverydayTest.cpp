@@ -287,7 +287,7 @@ TEST(RemoteName, NeverLeavesTheDirectory) {
     EXPECT_EQ(RunCorvane({"get", server.Url("/%2e%2e%2fup2"), "--into", folder / "in", "-q"}).exitCode, 0) << name;
     EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("in"));
     ASSERT_EQ(NamesIn(folder / "in").size(), 1U) << name;
-    EXPECT_THAT(NamesIn(folder / "in")[0], testing::AnyOf("up", "_bashrc", ".._up2")) << name;
+    EXPECT_THAT(NamesIn(folder / "in")[0], testing::AnyOf("up", "_bashrc", "_.up", ".._up2")) << name;
   }
 }
 
@@ -426,7 +426,7 @@ TEST(PostUpload, TakesLongerThanTheLimitAsLongAsItMoves) {
     if (!request) return;
     std::size_t left = content.size();
     while (left > 0) {
-      const std::string some = peer.ReadSome(std::min<std::size_t>(left, 512 << 10));
+      const std::string some = peer.ReadExactly(std::min<std::size_t>(left, 512 << 10));
       if (some.empty()) return;
       left -= some.size();
       Gate never;

@@ -95,11 +95,13 @@ TEST(LogFile, NamesCannotForgeLines) {
       [](Connection& peer, const Request&) { peer.Send("HTTP/1.1 404 \x1b[2J\r\nContent-Length: 0\r\n\r\n"); }));
   const TempDir folder;
   const std::string name = folder / "a\n2026-01-01 forged";
-  WriteFile(name, MakePattern(100));
+  WriteFile(name + ".part", MakePattern(100));
+  WriteFile(name + ".part.json",
+            R"({"corvane": 1, "url": ")" + server.Url() + R"(", "validator": "\"v1\"", "size": null})");
   const ProgramResult result =
       RunCorvane({"get", server.Url(), "-o", name, "--resume", "--log-file", folder / "log", "-v"});
   EXPECT_EQ(result.exitCode, 1) << result.Describe();
-  EXPECT_THAT(ReadFile(folder / "log"), AllOf(HasSubstr("Resuming file"), HasSubstr("404"),
+  EXPECT_THAT(ReadFile(folder / "log"), AllOf(HasSubstr("> Range: bytes=68-"), HasSubstr("404"),
                                               Not(HasSubstr("\n2026-01-01 forged")), Not(HasSubstr("\x1b"))));
   EXPECT_THAT(result.err, AllOf(Not(HasSubstr("\n2026-01-01 forged")), Not(HasSubstr("\x1b"))));
 }

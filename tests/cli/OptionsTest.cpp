@@ -100,10 +100,28 @@ TEST(Usage, AsksForACommand) {
   ExpectUsageError({"--bogus", "get", "http://h/"}, {"--bogus", "not known here"}, "corvane get --help");
 }
 
-TEST(Usage, AsksForExactlyOneUrl) {
+TEST(Usage, AsksForAUrl) {
   ExpectUsageError({"get"}, {"no URL", "http://example.com/file"}, "corvane get --help");
   ExpectUsageError({"post"}, {"no URL"}, "corvane post --help");
-  ExpectGetError({"b"}, {"\"b\"", "one too many"});
+  ExpectUsageError({"post", "a", "b"}, {"\"b\"", "one too many"}, "corvane post --help");
+}
+
+TEST(Usage, TakesSeveralUrlsOnlyWhereEachHasAPlace) {
+  ExpectGetError({"http://h/b", "-o", "f"}, {"-o names one file, but there are 2 URLs", "use -O or --into DIR"});
+  ExpectGetError({"http://h/b", "--sha256", std::string(64, 'a')}, {"--sha256 is about one file"});
+}
+
+TEST(Usage, RefusesPlacesThatContradictEachOther) {
+  ExpectGetError({"-o", "f", "-O"}, {"--output and --remote-name cannot be used together"});
+  ExpectGetError({"-o", "f", "--into", "d"}, {"--output and --into cannot be used together"});
+  ExpectGetError({"-o", "f", "--text"}, {"--text is for the standard output"});
+  ExpectGetError({"--into", ""}, {"--into got an empty name"});
+}
+
+TEST(Usage, RefusesWhatIsNoChecksum) {
+  for (const char* const sum : {"", "abc", "zz7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"}) {
+    ExpectGetError({"-o", "f", "--sha256", sum}, {"no SHA-256 checksum", "64 hexadecimal digits"});
+  }
 }
 
 TEST(Usage, NamesAnUnknownOptionWithoutItsValue) {
@@ -146,12 +164,12 @@ TEST(Usage, RefusesOptionsThatContradictEachOther) {
 }
 
 TEST(Usage, RefusesOptionsThatLackAnother) {
-  ExpectGetError({"--resume"}, {"--resume needs --output"});
+  ExpectGetError({"--resume"}, {"--resume needs a file", "-o FILE, -O or --into DIR"});
+  ExpectGetError({"--remote-time"}, {"--remote-time needs a file"});
+  ExpectGetError({"-o", "-", "--resume"}, {"--resume needs a file"});
   ExpectGetError({"--low-water", "5"}, {"--low-water needs --limit"});
   ExpectGetError({"--password-file", "x"}, {"--password-file needs --user"});
 }
-
-TEST(Usage, DoesNotTakeADashForAFile) { ExpectGetError({"-o", "-"}, {"leave -o out", "/dev/stdout"}); }
 
 // --- numbers
 

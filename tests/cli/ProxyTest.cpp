@@ -46,7 +46,7 @@ TEST(ProxyFailure, NamesTheProxyAndItsVariableWithoutThePassword) {
        "the proxy no-such-host.invalid:80 (http_proxy) cannot be used"},
   };
   for (const Case& c : cases) {
-    const ProgramResult result = RunCorvane({"get", c.url, "--insecure"}, With(c.variable, c.value));
+    const ProgramResult result = RunCorvane({"get", c.url, "--insecure", "--retries", "0"}, With(c.variable, c.value));
     EXPECT_EQ(result.exitCode, 1) << result.Describe();
     EXPECT_THAT(OnlyErrorLine(result),
                 AllOf(HasSubstr(c.part), HasSubstr(std::string("; check ") + c.variable), Not(HasSubstr("s3cret"))));
@@ -75,7 +75,7 @@ TEST(ProxyFailure, IsNotNamedForHostsThatNeedNone) {
   for (const char* const exempt : {"*", "127.0.0.1", "example.com, 127.0.0.1", "127.0.0.0/8"}) {
     ProgramOptions options = With("http_proxy", "http://proxy.invalid:80");
     options.environment["no_proxy"] = exempt;
-    const ProgramResult result = RunCorvane({"get", RefusedUrl()}, options);
+    const ProgramResult result = RunCorvane({"get", RefusedUrl(), "--retries", "0"}, options);
     EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("the connection failed"), Not(HasSubstr("proxy")))) << exempt;
   }
 }
@@ -92,14 +92,15 @@ TEST(ProxyAnswer, NamesTheProxyThatWantsALogin) {
 TEST(ProxyAnswer, MayBeThatOfTheProxy) {
   const ScriptedServer proxy(KeepAlive(Status(502)));
   const std::string place = proxy.Url("").substr(7);
-  const ProgramResult result = RunCorvane({"get", "http://example.com/"}, With("http_proxy", "http://" + place));
+  const ProgramResult result =
+      RunCorvane({"get", "http://example.com/", "--retries", "0"}, With("http_proxy", "http://" + place));
   EXPECT_EQ(result.exitCode, 1) << result.Describe();
   EXPECT_THAT(OnlyErrorLine(result), HasSubstr("the server or the proxy " + place + " (http_proxy) answered 502"));
 }
 
 TEST(Redirection, IsToldWithoutThePasswordInIt) {
   const ScriptedServer server(KeepAlive(Redirect("http://ada:s3cret@h/x@y")));
-  const ProgramResult result = RunCorvane({"get", server.Url()});
+  const ProgramResult result = RunCorvane({"get", server.Url(), "--redirects", "0"});
   EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("@h/x@y instead"), Not(HasSubstr("s3cret"))));
 }
 

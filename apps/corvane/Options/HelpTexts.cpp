@@ -41,7 +41,7 @@ with -o, writes it into a file. A URL without a scheme is completed with
 http://. A post that fails is not repeated.)",
     R"(Examples:
   corvane post https://example.com/form --field name=Ada --field "note=a & b"
-  corvane post https://example.com/api --data '{"id": 7}' --type application/json
+  corvane post https://example.com/api --data '{"id":7}' --type application/json
   corvane post https://example.com/upload --file report.csv -o answer.txt)"};
 
 const HelpTexts kMirrorHelp = {"mirror URL DIR [OPTION ...]",
