@@ -26,7 +26,7 @@ Options MatchesIn(const std::string& text, const char* pattern) {
 
 // The long options in the help of a command, without their dashes.
 Options OptionsOf(const std::string& command) {
-  return MatchesIn(RunCorvane({command, "--help"}).out, "\n  (?:-[a-z], |    )--([a-z-]+)");
+  return MatchesIn(RunCorvane({command, "--help"}).out, "\n  (?:-[A-Za-z], |    )--([a-z0-9-]+)");
 }
 
 Options AllOptions() {
@@ -41,8 +41,8 @@ std::string Completion(const std::string& name) {
 
 TEST(Manual, NamesExactlyTheOptionsThatThereAre) {
   const std::string manual = ReadFile(CORVANE_SOURCE_DIR "/docs/man/corvane.1");
-  EXPECT_EQ(MatchesIn(manual, "Fl Fl ([a-z-]+)"), AllOptions());
-  EXPECT_EQ(MatchesIn(manual, "\n\\.It [^\n]*Fl Fl ([a-z-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(manual, "Fl Fl ([a-z0-9-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(manual, "\n\\.It [^\n]*Fl Fl ([a-z0-9-]+)"), AllOptions());
 }
 
 TEST(Manual, HasNoMistakesInItsForm) {
@@ -53,9 +53,9 @@ TEST(Manual, HasNoMistakesInItsForm) {
 }
 
 TEST(Completions, NameExactlyTheOptionsThatThereAre) {
-  EXPECT_EQ(MatchesIn(Completion("corvane.bash"), "--([a-z-]+)"), AllOptions());
-  EXPECT_EQ(MatchesIn(Completion("_corvane"), "--([a-z-]+)"), AllOptions());
-  EXPECT_EQ(MatchesIn(Completion("corvane.fish"), "complete [^\n]*-l ([a-z-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(Completion("corvane.bash"), "--([a-z0-9-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(Completion("_corvane"), "--([a-z0-9-]+)"), AllOptions());
+  EXPECT_EQ(MatchesIn(Completion("corvane.fish"), "complete [^\n]*-l ([a-z0-9-]+)"), AllOptions());
 }
 
 // What bash offers behind these words, the last of which is being typed.
@@ -69,18 +69,27 @@ std::string Complete(const std::vector<std::string>& words) {
 TEST(BashCompletion, OffersWhatFits) {
   EXPECT_EQ(Complete({"corvane", "g"}), "get\n");
   EXPECT_EQ(Complete({"corvane", ""}), "get post mirror resolve --help --version\n");
-  EXPECT_EQ(Complete({"corvane", "get", "--re"}), "--resume\n");
-  EXPECT_EQ(Complete({"corvane", "post", "--re"}), "\n");
+  EXPECT_EQ(Complete({"corvane", "get", "--re"}),
+            "--remote-name --resume --remote-time --redirects --retries --retry-wait\n");
+  EXPECT_EQ(Complete({"corvane", "post", "--re"}), "--redirects\n");
+  EXPECT_EQ(Complete({"corvane", "mirror", "--re"}), "--resume\n");
   EXPECT_EQ(Complete({"corvane", "post", "http://h/", "--fi"}), "--field --file\n");
-  EXPECT_EQ(Complete({"corvane", "get", "--timeout", ""}), "\n");
+  for (const char* const option : {"--timeout", "--retries", "--header", "--sha256"}) {
+    EXPECT_EQ(Complete({"corvane", "get", option, ""}), "\n") << option;
+  }
+  EXPECT_EQ(Complete({"corvane", "post", "--type", "text"}), "text/plain\n");
   EXPECT_EQ(Complete({"corvane", "mirror", "--si"}), "--sizes\n");
   EXPECT_EQ(Complete({"corvane", "resolve", "--l"}), "--log-file\n");
   const TempDir folder;
   std::filesystem::create_directory(folder / "some directory");
-  EXPECT_EQ(Complete({"corvane", "mirror", "http://h/", folder / "so"}), (folder / "some directory").string() + "\n");
-  std::filesystem::remove(folder / "some directory");
   WriteFile(folder / "some file", "");
-  EXPECT_EQ(Complete({"corvane", "get", "-o", folder / "so"}), (folder / "some file").string() + "\n");
+  const std::string directory = (folder / "some directory").string() + "\n";
+  EXPECT_EQ(Complete({"corvane", "mirror", "http://h/", folder / "so"}), directory);
+  EXPECT_EQ(Complete({"corvane", "get", "--into", folder / "so"}), directory);
+  std::filesystem::remove(folder / "some directory");
+  const std::string file = (folder / "some file").string() + "\n";
+  EXPECT_EQ(Complete({"corvane", "get", "-o", folder / "so"}), file);
+  EXPECT_EQ(Complete({"corvane", "get", "--header-file", folder / "so"}), file);
 }
 
 }  // namespace
