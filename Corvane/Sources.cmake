@@ -14,14 +14,18 @@ set(CORVANE_ZN_SOURCES
     Transfer/ContentRange.cpp
     Transfer/Download.cpp
     Transfer/DownloadFile.cpp
+    Transfer/FileVersion.cpp
     Transfer/Operation.cpp
     Transfer/Outcome.cpp
     Transfer/Post.cpp
     Transfer/Procedure.cpp
     Transfer/Receive.cpp
     Transfer/Request.cpp
+    Transfer/RequestedPart.cpp
     Transfer/ResumedFile.cpp
     Transfer/Settings.cpp
+    Transfer/Trace.cpp
+    Transfer/TraceLines.cpp
     Transfer/Transfer.cpp
     Transfer/Verification.cpp
     TransferModule.cpp

@@ -163,7 +163,8 @@ class CORVANE_ZN_API ZTransfer {
   [[nodiscard]] long long GetModificationTime() const;
   // What proves that a later answer is of the same version (RFC 9110, section 8.8): the strong entity tag of the last answer, with
   // its quotes, else the text of its Last-Modified, where the server's Date is later. Empty when the answer has neither: nothing is
-  // proven by a weak tag. Returns 0, or BASE_E_BUSY while an operation runs.
+  // proven by a weak tag. For FTP, with ZTransferOptions::askModificationTime, a text made of the file's size and time, where the
+  // server tells both. Returns 0, or BASE_E_BUSY while an operation runs.
   ZResult GetValidator(ZString& validator) const;
 
   // --- Control, from any thread. ---
@@ -192,6 +193,14 @@ class CORVANE_ZN_API ZTransfer {
   // is not handed on, and such an answer gives TRANSFER_E_CONNECT, whatever DetectHttpError says. See ZTransferSink
   // (TransferOptions.h).
   ZResult Download(const ZString& url, ZTransferSink& sink);
+
+  // The same from `offset` bytes into the resource on; 0: from its beginning. Nothing is handed on unless the answer is that part
+  // (RFC 9110, section 14.4): anything else in 200 to 299 gives libcurl's code 33, and a part that ends before the resource does
+  // code 18, as for DownloadFile. An answer outside 200 to 299 gives TRANSFER_E_CONNECT as above, also the 416 with which most
+  // servers answer when the resource ends at the offset; its body is never handed on. Over FTP a file that ends before the offset
+  // gives libcurl's code 36. With ZTransferOptions::checkResume a part of another version than that of the validator, or a file
+  // that ends before the offset, is refused with code 33. Sizes are those of the whole: GetDownloadSize begins at the offset.
+  ZResult Download(const ZString& url, ZTransferSink& sink, unsigned long long offset);
 
   // Downloads `url` into the file `fileName`, whose missing directories are made. With `resume`, a file of more than 64 bytes
   // is continued 32 bytes before its end; otherwise it is truncated first. After a failure a file for which no answer in 200 to 299

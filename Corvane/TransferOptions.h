@@ -8,6 +8,8 @@
 
 namespace Corvane {
 
+class ZTransferTrace;
+
 // What a ZTransfer does only when it is asked to, see ZTransfer::SetOptions. Every member begins with the value that leaves a
 // transfer as it is without any of this.
 //
@@ -36,23 +38,30 @@ struct ZTransferOptions {
   // Whether a resume proves that the old part belongs to what the server has now: the 32 bytes that are fetched again are compared
   // with those in the file before one byte is written. A difference, a resource that is shorter than the file, or an answer with
   // another validator than the one below gives libcurl's code 33 with the text "The file on the server has changed. Cannot
-  // resume.", and leaves the file as it is.
+  // resume.", and leaves the file as it is. A sink that asks for a part has nothing to compare: there the validator is all.
   bool checkResume = false;
 
-  // With checkResume, what the server said of the version that the old part came from: a strong entity tag, with its quotes, or the
-  // text of Last-Modified, as ZTransfer::GetValidator gives them. The request then carries it as If-Range (RFC 9110, section
-  // 13.1.5), so that a server which has another version sends no part of it.
+  // With checkResume, what the server said of the version that the old part came from, as ZTransfer::GetValidator gave it. Over HTTP
+  // that is a strong entity tag, with its quotes, or the text of Last-Modified, and the request carries it as If-Range (RFC 9110,
+  // section 13.1.5), so that a server which has another version sends no part of it. Over FTP it stands for the size and the time of
+  // the file (SIZE and MDTM; set askModificationTime, too), which are asked for again and have to be the same. A validator of the
+  // other protocol proves nothing: no HTTP request carries one of FTP, and either is refused as another version.
   ZString validator;
 
   // Whether bytes sent move the sliding time limit, as received ones do, and show in GetTransferSize and GetTransferRate while they
   // are sent. Without it an upload must be through within the time limit.
   bool limitFollowsUpload = false;
 
-  // Asks FTP servers for the time of the file (MDTM), for GetModificationTime. HTTP servers tell it unasked.
+  // Asks FTP servers for the time of the file (MDTM), for GetModificationTime and GetValidator. HTTP servers tell it unasked.
   bool askModificationTime = false;
 
-  // Whether a sink is handed the body of an answer outside 200 to 299, too. The code is TRANSFER_E_CONNECT all the same.
+  // Whether a sink is handed the body of an answer outside 200 to 299, too, unless it asked for a part of the resource. The code is
+  // TRANSFER_E_CONNECT all the same.
   bool handOnErrorPages = false;
+
+  // Told what goes on while an operation runs; null: nobody. The host's: it must live until it is replaced or the transfer is
+  // destroyed.
+  ZTransferTrace* trace = nullptr;
 
   // libcurl's receive buffer in bytes, 1,024 to 10,485,760; 0: libcurl's own, 16 KiB. More makes fewer and larger blocks.
   unsigned long receiveBufferBytes = 0;
@@ -67,6 +76,27 @@ class ZTransferSink {
   // An exception ends the operation and is passed to its caller; std::bad_alloc counts as 0 bytes taken.
   virtual std::size_t Write(const void* data, std::size_t bytes) = 0;
   virtual ~ZTransferSink() = default;
+};
+
+// Is told what goes on during an operation: what is sent and received beside the bodies, and what libcurl says of addresses, TLS
+// versions, certificates and connections. See ZTransferOptions::trace. Objects are the host's.
+class ZTransferTrace {
+ public:
+  enum class Kind {
+    Information,  // libcurl's own words: "Connected to ...", "SSL connection using TLSv1.3 ...", "Server certificate:"
+    RequestLine,  // a line of a request's header, or a command to an FTP server
+    ResponseLine  // a line of an answer's header, or an FTP server's reply
+  };
+
+  // Called on the transferring thread, without any lock. `line` has no line end; the one after a header's last is empty. It may hold
+  // any character that a server sends, those that move a terminal's cursor, too; ill-formed UTF-8 is U+FFFD in it.
+  // "***" stands for what may be a secret: passwords in URLs, the password sent to an FTP server, the values of Authorization,
+  // Proxy-Authorization, Cookie and Set-Cookie, and those of all fields of ZTransferOptions::headers, sent or received; and for all
+  // that is sent to a server of another protocol than HTTP and FTP. Queries of URLs are shown as they are.
+  // Must not start an operation of the same object. An exception ends the operation no sooner; it is passed to the operation's
+  // caller, and no further line of that operation is told.
+  virtual void Line(Kind kind, const ZString& line) = 0;
+  virtual ~ZTransferTrace() = default;
 };
 
 }  // namespace Corvane

@@ -8,6 +8,7 @@
 #include <strings.h>
 
 #include <Corvane/Transfer/AnswerHeaderImpl.h>
+#include <Corvane/Transfer/FileVersionImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
 
 // What a transfer does only when its host asks for it. An object on which nothing of this was set gets no option from here.
@@ -40,12 +41,6 @@ std::string Utf8(const ZString& text) {
   const ZStringEncoder encoder(text, ZStringEncoder::Utf8);
   return {encoder.CStr(), encoder.Length()};
 }
-
-bool IsSameName(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
-std::string_view NameOf(std::string_view header) { return header.substr(0, header.find_first_of(":;")); }
 
 // The header as libcurl takes it, which has a form of its own for an empty value. None when it is refused.
 std::optional<std::string> HeaderOf(const ZString& given) {
@@ -85,6 +80,7 @@ std::optional<Additions> AdditionsOf(const ZTransferOptions& options) {
   additions.limitFollowsUpload = options.limitFollowsUpload;
   additions.askModificationTime = options.askModificationTime;
   additions.handOnErrorPages = options.handOnErrorPages;
+  additions.trace = options.trace;
   const unsigned long buffer = options.receiveBufferBytes;
   const bool isBuffer = buffer == 0 || (buffer >= kSmallestBuffer && buffer <= kLargestBuffer);
   const bool isGood = isBuffer && options.mostRedirects <= kMostRedirects && IsValue(additions.userAgent) &&
@@ -124,7 +120,12 @@ bool ZTransfer::ZTransferImpl::SetAdditions() {
   const auto buffer = static_cast<long>(wanted.receiveBufferBytes);
   if (buffer != 0 && !SetOption(kWho, CURLOPT_BUFFERSIZE, buffer)) return false;
   if (wanted.askModificationTime && !SetOption(kWho, CURLOPT_FILETIME, 1L)) return false;
-  if (!wanted.limitFollowsUpload) return true;
+  if (wanted.limitFollowsUpload && !SetProgress()) return false;
+  return SetTrace();
+}
+
+bool ZTransfer::ZTransferImpl::SetProgress() {
+  constexpr const char* kWho = "Transfer";
   return SetOption(kWho, CURLOPT_XFERINFOFUNCTION, &ProgressCallback) && SetOption(kWho, CURLOPT_XFERINFODATA, this) &&
          SetOption(kWho, CURLOPT_NOPROGRESS, 0L);
 }
@@ -140,17 +141,18 @@ bool ZTransfer::ZTransferImpl::SetRedirects() {
 AnswerSource ZTransfer::ZTransferImpl::Source() const {
   AnswerSource source;
   const char* url = m_request.url.get();
+  if (url == nullptr) return source;
   if (m_settings.additions.mostRedirects != 0) {
     const char* effective = nullptr;
     if (curl_easy_getinfo(m_request.easy, CURLINFO_EFFECTIVE_URL, &effective) == CURLE_OK && effective != nullptr) {
       url = effective;
     }
   }
-  if (url != nullptr) source.effectiveUrl = url;
-  if (m_settings.additions.askModificationTime &&
-      curl_easy_getinfo(m_request.easy, CURLINFO_FILETIME, &source.fileTime) != CURLE_OK) {
-    source.fileTime = -1;
-  }
+  source.effectiveUrl = url;
+  if (!m_settings.additions.askModificationTime) return source;
+  if (curl_easy_getinfo(m_request.easy, CURLINFO_FILETIME, &source.fileTime) != CURLE_OK) source.fileTime = -1;
+  const std::optional<unsigned long long> size = m_request.ResourceSize();
+  if (!m_request.IsHttp() && size && source.fileTime >= 0) source.fileVersion = FileVersion(*size, source.fileTime);
   return source;
 }
 
@@ -164,7 +166,8 @@ void ZTransfer::ZTransferImpl::KeepRedirectsSecure(std::string_view line) {
 
 bool ZTransfer::ZTransferImpl::SetRequestHeaders() {
   const Additions& wanted = m_settings.additions;
-  const bool asksIfRange = wanted.checkResume && !wanted.validator.empty() && m_request.body->Position() != 0;
+  const bool hasValidator = !wanted.validator.empty() && !IsFileVersion(wanted.validator);
+  const bool asksIfRange = wanted.checkResume && hasValidator && m_request.body->Position() != 0;
   if (wanted.headers.empty() && !asksIfRange) return true;
   m_request.headers.reset();
   for (const std::string& header : wanted.headers) Append(m_request.headers, header);

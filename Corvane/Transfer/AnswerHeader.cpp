@@ -33,6 +33,12 @@ std::time_t TimeOf(std::string_view text) { return curl_getdate(std::string(text
 
 }  // namespace
 
+bool IsSameName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+std::string_view NameOf(std::string_view header) { return header.substr(0, header.find_first_of(":;")); }
+
 bool TakeLine(std::string_view& text, std::string_view& line) {
   const std::size_t end = text.find('\n');
   if (end == std::string_view::npos) return false;

@@ -9,6 +9,12 @@
 
 namespace Corvane {
 
+// Names of fields know no upper and lower case.
+[[nodiscard]] bool IsSameName(std::string_view a, std::string_view b);
+
+// The name of a request header in the form in which libcurl takes it, "NAME: VALUE", or "NAME;" for an empty value.
+[[nodiscard]] std::string_view NameOf(std::string_view header);
+
 // The lines of the last answer, its status line included; the whole text when there is no status line.
 [[nodiscard]] std::string_view LastAnswer(std::string_view header);
 

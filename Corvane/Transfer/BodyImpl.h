@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 #include <Corvane/Base/Stream.h>
@@ -15,6 +16,7 @@ struct Answer {
   bool isHttp = false;
   bool isAcceptable = false;  // a status in 200 to 299, or no HTTP at all
   std::string_view header;    // all header lines received so far
+  std::string fileVersion{};  // without HTTP: what stands for the file's version; empty when that is not known
 };
 
 // Where the body of an answer goes: into memory, into a file, or into a file that holds its beginning already.

@@ -33,6 +33,8 @@ void ZTransfer::ZTransferImpl::BeginOperation() {
 
 void ZTransfer::ZTransferImpl::EndOperation() {
   m_request.UpdateTransferTime();
+  m_request.trace.reset();
+  m_request.traceException = nullptr;
   m_outcome.SetHeader(std::move(m_request.header));
   End();
 }

@@ -72,19 +72,22 @@ void ZTransfer::ZTransferImpl::ContinueFile(const ZString& url, OpenFile& file, 
   Transfer(url, false);
   ZResult finished = BASE_S_OK;
   if (CheckHeader()) {
-    ResumedFile::End end;
-    end.isHttp = m_request.IsHttp();
-    end.isFailed = m_outcome.IsFailed();
-    end.isWriteError = m_outcome.Code() == CodeOf(CURLE_WRITE_ERROR);
-    end.hasContent = m_request.contentSizeKnown;
-    if (!end.isFailed && !end.hasContent) end.contentLength = m_request.Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
-    if (const auto refusal = resumed.Refuse(end)) FailAs(refusal->code, refusal->text);
-    if (m_outcome.Code() == CodeOf(CURLE_RANGE_ERROR)) {
-      if (const auto refusal = resumed.RefuseVersion(m_request.header)) FailAs(refusal->code, refusal->text);
-    }
+    const RequestedPart::End end = FinishPart(resumed.Part());
     if (!m_outcome.IsFailed()) finished = resumed.CutStaleTail(end);
   }
   FinishFile(file, finished);
+}
+
+// Fails when what came with an acceptable answer is not the rest of what is there already.
+RequestedPart::End ZTransfer::ZTransferImpl::FinishPart(const RequestedPart& part) {
+  RequestedPart::End end;
+  end.answer = {m_request.IsHttp(), true, m_request.header, Source().fileVersion};
+  end.code = m_outcome.Code();
+  end.hasContent = m_request.contentSizeKnown;
+  if (!IsFailure(end.code) && !end.hasContent)
+    end.contentLength = m_request.Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
+  if (const auto refusal = part.Refuse(end)) FailAs(refusal->code, refusal->text);
+  return end;
 }
 
 // Data that did not reach the disk is never a success. `finished` is what became of the steps before the file is closed.

@@ -20,6 +20,7 @@ namespace Corvane {
 struct AnswerSource {
   std::string effectiveUrl;  // behind all redirects
   long fileTime = -1;        // seconds since the epoch, where libcurl was asked for it
+  std::string fileVersion;   // without HTTP: what stands for the version, where time and size are known
 };
 
 // What became of the current or last operation. Never changes once it is published.

@@ -19,7 +19,9 @@ ZResult ZTransfer::ZTransferImpl::Transfer(const ZString& url, bool /*post*/) {
   if (!Prepare(url)) return m_outcome.Code();
   m_request.LetGoOfOtherPeer(m_settings.credentials.get());
   m_request.RememberPeer(m_settings.credentials.get());
-  TakeResult(curl_easy_perform(m_request.easy));
+  const CURLcode result = curl_easy_perform(m_request.easy);
+  FinishTrace();
+  TakeResult(result);
   if (m_request.exception != nullptr) std::rethrow_exception(std::exchange(m_request.exception, nullptr));
   return m_outcome.Code();
 }

@@ -11,6 +11,7 @@ namespace Corvane {
 namespace {
 
 constexpr long long kMicrosecondsPerSecond = 1000000;
+constexpr unsigned long long kUnknownSize = std::numeric_limits<unsigned long long>::max();
 
 // The whole part of `value`, or the nearest number that the type holds: a conversion that does not fit is undefined.
 template <class Whole>
@@ -91,10 +92,19 @@ void Request::UpdateTransferTime() {
 void Request::ReadContentSize() {
   double length = 0.0;
   if (curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length) != CURLE_OK) return;
-  constexpr unsigned long long kUnknown = std::numeric_limits<unsigned long long>::max();
   // libcurl tells an unknown length as -1; no length that it knows reaches 2^63.
   const bool known = length >= 0.0 && length < 9223372036854775808.0;
-  contentSize = known ? static_cast<unsigned long long>(length) + body->Position() : kUnknown;
+  contentSize = known ? static_cast<unsigned long long>(length) + body->Position() : kUnknownSize;
+}
+
+// Without content libcurl has not been asked yet, and tells the whole.
+std::optional<unsigned long long> Request::ResourceSize() const {
+  if (!contentSizeKnown) {
+    const double length = Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
+    return length >= 0.0 ? std::optional(Truncated<unsigned long long>(length)) : std::nullopt;
+  }
+  const unsigned long long size = contentSize;
+  return size != kUnknownSize ? std::optional(size) : std::nullopt;
 }
 
 void Request::UpdateTransferSize() {

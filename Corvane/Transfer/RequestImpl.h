@@ -2,11 +2,13 @@
 
 #include <atomic>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include <Corvane/Base/DateTime.h>
 #include <Corvane/Transfer/BodyImpl.h>
 #include <Corvane/Transfer/CurlImpl.h>
+#include <Corvane/Transfer/TraceLinesImpl.h>
 
 namespace Corvane {
 
@@ -16,17 +18,19 @@ struct Request {
   CURL* easy = nullptr;  // owned by ZTransfer, which cleans it up before this object goes
   // Whether an option may have been set since the handle was reset last; a reset that would change nothing is saved.
   std::atomic<bool> hasOptions{true};
-  OwnedCString url;                  // UTF-8
-  OwnedCString postData;             // UTF-8
-  char errorText[4096] = {};         // libcurl's own words
-  std::string header;                // the header lines received so far
-  bool isHeaderTooLong = false;      // more lines came than are taken
-  MemoryBody memory;                 // where bodies go that go nowhere else
-  Body* body = &memory;              // where this one goes
-  OwnedList headers;                 // request headers that the host asked for
-  curl_off_t sentBytes = 0;          // of the body, when the time limit follows it
-  bool isFirstDataNotified = false;  // the observers know
-  std::exception_ptr exception;      // thrown by host code inside a callback; rethrown when libcurl has returned
+  OwnedCString url;                   // UTF-8
+  OwnedCString postData;              // UTF-8
+  char errorText[4096] = {};          // libcurl's own words
+  std::string header;                 // the header lines received so far
+  bool isHeaderTooLong = false;       // more lines came than are taken
+  MemoryBody memory;                  // where bodies go that go nowhere else
+  Body* body = &memory;               // where this one goes
+  OwnedList headers;                  // request headers that the host asked for
+  curl_off_t sentBytes = 0;           // of the body, when the time limit follows it
+  bool isFirstDataNotified = false;   // the observers know
+  std::exception_ptr exception;       // thrown by host code inside a callback; rethrown when libcurl has returned
+  std::optional<TraceLines> trace;    // while an operation runs for a host that wants to be told
+  std::exception_ptr traceException;  // thrown there; rethrown when the operation's steps are done
 
   std::atomic<bool> contentSizeKnown{false};
   std::atomic<unsigned long long> contentSize{0};
@@ -63,6 +67,8 @@ struct Request {
   void UpdateTransferTime();
   void UpdateTransferSize();
   void ReadContentSize();
+  // The length of the whole resource, as far as it is known.
+  [[nodiscard]] std::optional<unsigned long long> ResourceSize() const;
 
  private:
   [[nodiscard]] std::string PeerOf(const char* credentials) const;

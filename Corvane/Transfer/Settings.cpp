@@ -130,7 +130,8 @@ long long ZTransfer::ZTransferImpl::GetModificationTime() const {
 ZResult ZTransfer::ZTransferImpl::GetValidator(ZString& validator) const {
   const auto answer = ToldAnswer();
   if (answer == nullptr) return BASE_E_BUSY;
-  validator = ZStringDecoder::FromUtf8(ValidatorOf(answer->header).c_str());
+  const std::string& fileVersion = answer->source.fileVersion;
+  validator = ZStringDecoder::FromUtf8((fileVersion.empty() ? ValidatorOf(answer->header) : fileVersion).c_str());
   return BASE_S_OK;
 }
 

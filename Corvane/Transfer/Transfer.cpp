@@ -115,7 +115,11 @@ ZResult ZTransfer::Abort() {
 
 bool ZTransfer::Wait(unsigned long milliseconds) { return m_impl->WaitUntilIdle(milliseconds); }
 
-ZResult ZTransfer::Download(const ZString& url, ZTransferSink& sink) { return m_impl->Download(url, sink); }
+ZResult ZTransfer::Download(const ZString& url, ZTransferSink& sink) { return m_impl->Download(url, sink, 0); }
+
+ZResult ZTransfer::Download(const ZString& url, ZTransferSink& sink, unsigned long long offset) {
+  return m_impl->Download(url, sink, offset);
+}
 
 ZResult ZTransfer::Download(const ZString& url, ZString& result) { return m_impl->Download(url, result); }
 

@@ -13,6 +13,7 @@
 #include <Corvane/Transfer/OperationImpl.h>
 #include <Corvane/Transfer/OutcomeImpl.h>
 #include <Corvane/Transfer/RequestImpl.h>
+#include <Corvane/Transfer/RequestedPartImpl.h>
 #include <Corvane/TransferOptions.h>
 
 // The area of single transfers: the process-wide set-up (ProcessSetup), the throttle (Throttle), and the transfer object. That one
@@ -26,9 +27,11 @@
 //   Verification   the checks on https URLs
 //   Additions      what is done only when the host asks for it
 //   Receive        what libcurl calls while it runs: header lines and blocks of the body
+//   Trace, TraceLines   what it tells of its work, without secrets
 //   Request        what libcurl is given, and the sizes and times it tells
-//   Body, ResumedFile   where the body of an answer goes
-//   AnswerHeader, ContentRange   what header lines say
+//   Body, ResumedFile, ResumedSink   where the body of an answer goes
+//   RequestedPart  whether an answer is the rest of a resource, and all of it
+//   AnswerHeader, ContentRange, FileVersion   what header lines say, and what stands for a version
 //   Download, DownloadFile, Post, Abort   what hosts ask for
 //   Transfer       the public class
 //
@@ -48,6 +51,7 @@ struct Additions {
   bool limitFollowsUpload = false;
   bool askModificationTime = false;
   bool handOnErrorPages = false;
+  ZTransferTrace* trace = nullptr;  // the host's
   unsigned long receiveBufferBytes = 0;
 };
 
@@ -75,7 +79,7 @@ class ZTransfer::ZTransferImpl : public Operation {
 
   // Operations.
   ZResult Download(const ZString& url, ZString& result);
-  ZResult Download(const ZString& url, ZTransferSink& sink);
+  ZResult Download(const ZString& url, ZTransferSink& sink, unsigned long long offset);
   ZResult DownloadFile(const ZString& url, const ZString& fileName, bool resume);
   ZResult Post(const ZString& url, const ZString& name, const ZString& value, ZString* result);
   ZResult Post(const ZString& url, const ZMap<ZString, ZString, ZLtstr>& fields, ZString* result);
@@ -113,12 +117,15 @@ class ZTransfer::ZTransferImpl : public Operation {
 
   void DownloadSteps(const ZString& url, ZString& result);
   void SinkSteps(const ZString& url, ZTransferSink& sink);
+  void ResumedSinkSteps(const ZString& url, ZTransferSink& sink, unsigned long long offset);
   void DownloadFileSteps(const ZString& url, const ZString& fileName, bool resume);
   void FetchFile(const ZString& url, OpenFile& file);
   void ContinueFile(const ZString& url, OpenFile& file, ResumedFile& resumed);
   void FinishFile(OpenFile& file, ZResult finished);
+  RequestedPart::End FinishPart(const RequestedPart& part);
   void FailAs(CURLcode code, const ZString& text);
   void RefuseFile(const ZString& url);
+  void RefusePage(const ZString& url);
   void PostDataSteps(const ZString& url, const ZString& data, ZString* result);
   void PostFileSteps(const ZString& url, const ZString& inputFile, const ZString& outputFile);
   ZResult Post(const ZString& url, long size);
@@ -136,6 +143,8 @@ class ZTransfer::ZTransferImpl : public Operation {
   bool SetAuthentication(const ZString& scheme);
   bool SetAdditions();
   bool SetRedirects();
+  bool SetProgress();
+  bool SetTrace();
   bool SetRequestHeaders();
   void KeepRedirectsSecure(std::string_view line);
   ZResult ApplyExtraHttpsSettings();
@@ -150,6 +159,7 @@ class ZTransfer::ZTransferImpl : public Operation {
   static std::size_t HeaderCallback(void* data, std::size_t size, std::size_t count, void* object) noexcept;
   static int ProgressCallback(void* object, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
                               curl_off_t sent) noexcept;
+  static int DebugCallback(CURL* handle, curl_infotype type, char* data, std::size_t size, void* object) noexcept;
   template <class Receive>
   std::size_t CatchAll(std::size_t total, Receive receive) noexcept;
   std::size_t ReceiveBody(const char* data, std::size_t total);
@@ -157,6 +167,10 @@ class ZTransfer::ZTransferImpl : public Operation {
   void NotifyFirstData();
   void ExtendTimeLimit(unsigned long slackSeconds);
   void RepeatAbort(CURLoption limit);
+  template <class Tell>
+  void Trace(Tell tell) noexcept;
+  void FinishTrace() noexcept;
+  void RethrowFromTrace();
 
   bool CheckHeader() { return m_request.IsAnswerAcceptable(); }
   void SetResult(ZString& result);
@@ -185,6 +199,7 @@ ZResult ZTransfer::ZTransferImpl::RunOperation(Steps steps) {
   if (!HasHandle()) return m_outcome.Code();
   try {
     steps();
+    RethrowFromTrace();
   } catch (const std::bad_alloc&) {
     m_outcome.Set(TRANSFER_E_DOWNLOAD);
   }

@@ -12,42 +12,52 @@
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Files.h"
 #include "apps/corvane/JsonReport.h"
+#include "apps/corvane/StreamWriter.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
 namespace {
 
-// Returns 0 or an errno. Some file systems tell of a full disk only when the file is closed.
-int WriteStandardOutput(const std::string& bytes) {
-  const int error = WriteAll(STDOUT_FILENO, bytes);
-  if (error != 0) return error;
-  const int copy = dup(STDOUT_FILENO);
-  return copy < 0 || close(copy) != 0 ? errno : 0;
+// Returns 0 or an errno.
+int WriteStandardOutput(const std::string& bytes, const Environment& environment) {
+  StreamWriter writer(STDOUT_FILENO, environment.interrupt ? &*environment.interrupt : nullptr);
+  const int error = writer.Write(bytes);
+  return error != 0 ? error : writer.Finish();
 }
 
 void TellFailure(const Report& report, Environment& environment) {
-  environment.console.Error(report.error);
-  environment.logging.RecordError(report.error);
+  if (!report.error.empty()) {
+    environment.console.Error(report.error);
+    environment.logging.RecordError(report.error);
+  }
   for (const std::string& note : report.notes) {
     environment.console.Error(note);
     environment.logging.Record(note);
   }
 }
 
-// "corvane get URL --user ada -o big.iso.part --resume && mv big.iso.part big.iso".
-std::string ContinueCommand(const OutputFile& file, const std::string& kept, const Environment& environment) {
-  std::string command = CommandWords(environment);
-  const std::string name = ShellQuote(DisplayName(kept));
-  command += fmt::format("-o {} --resume", name);
-  if (file.IsReplacement()) command += fmt::format(" && mv {} {}", name, ShellQuote(DisplayName(file.Path())));
-  return command;
+// "corvane get URL --user ada -o big.iso --resume".
+std::string ContinueCommand(const OutputFile& file, const Environment& environment) {
+  if (environment.line.hasSecretWords) return "the same command and --resume";
+  const GetCommand* const get = std::get_if<GetCommand>(&environment.line.command);
+  if (get != nullptr && get->placement.usesRemoteName) return CommandWords(environment) + "--resume";
+  return CommandWords(environment) + fmt::format("-o {} --resume", ShellQuote(DisplayName(file.Given())));
 }
 
 }  // namespace
 
 ExitCode RunReported(Report& report, Environment& environment, const std::function<void()>& work) {
-  ExitCode code = ExitCode::kSuccess;
   environment.interrupt.emplace();
+  const ExitCode code = RunTold(report, environment, work);
+  const bool json = environment.line.common.json;
+  const bool prints = code != ExitCode::kUsage && (json || (code == ExitCode::kSuccess && report.body));
+  const ExitCode printed = prints ? PrintOutput(json ? FormatJson(report) : *report.body, code, environment) : code;
+  environment.interrupt.reset();
+  return printed;
+}
+
+ExitCode RunTold(Report& report, Environment& environment, const std::function<void()>& work) {
+  ExitCode code = ExitCode::kSuccess;
   environment.logging.Tell(fmt::format("corvane {}: {} {}", CORVANE_VERSION, report.operation, report.url));
   try {
     work();
@@ -58,20 +68,20 @@ ExitCode RunReported(Report& report, Environment& environment, const std::functi
     code = ExitCode::kLocal;
     report.error = fmt::format("cannot {} {}: {}", report.operation, report.url, kMemoryRanOut);
   }
-  // What is left to do may block on whoever reads the output; from here on a signal ends the program in the ordinary
-  // way.
-  environment.interrupt.reset();
+  report.exitCode = code;
   if (code != ExitCode::kSuccess) TellFailure(report, environment);
-  if (code == ExitCode::kUsage) return code;
-  const bool json = environment.line.common.json;
-  if (!json && (code != ExitCode::kSuccess || !report.body)) return code;
-  return PrintOutput(json ? FormatJson(report) : *report.body, code, environment);
+  return code;
 }
 
 ExitCode PrintOutput(const std::string& output, ExitCode code, Environment& environment) {
   environment.logging.Tell(fmt::format("printing {} bytes", output.size()));
-  const int error = WriteStandardOutput(output);
+  const int error = WriteStandardOutput(output, environment);
   if (error == 0) return code;
+  if (error == ECANCELED) {
+    if (code != ExitCode::kInterrupted) environment.console.Error("interrupted; not all was printed");
+    return ExitCode::kInterrupted;
+  }
+  if (error == EPIPE) return code == ExitCode::kSuccess ? ExitCode::kLocal : code;  // who closed it knows
   environment.console.Error(
       fmt::format("cannot write to the standard output: {}; check where it goes", SystemText(error)));
   return ExitCode::kLocal;
@@ -113,7 +123,7 @@ void SettleFailedFile(OutputFile& file, bool canContinue, Report& report, const 
   if (!kept) return;
   report.partial = DisplayName(kept->path);
   std::string note = fmt::format("{} are kept in {}", FormatBytes(kept->bytes), *report.partial);
-  if (canContinue) note += "; continue with: " + ContinueCommand(file, kept->path, environment);
+  if (canContinue) note += "; continue with: " + ContinueCommand(file, environment);
   report.notes.push_back(std::move(note));
 }
 

@@ -29,11 +29,15 @@ struct Environment {
 [[nodiscard]] ExitCode RunMirror(const MirrorCommand& command, Environment& environment);
 [[nodiscard]] ExitCode RunResolve(const ResolveCommand& command, Environment& environment);
 
-// Writes to the standard output. When that fails it tells so, and returns kLocal instead of `code`.
+// Writes to the standard output, as long as somebody reads it or no signal comes. When that fails it tells so, and returns
+// kLocal (kInterrupted) instead of `code`.
 [[nodiscard]] ExitCode PrintOutput(const std::string& output, ExitCode code, Environment& environment);
 
-// What they share. `work` does the transfer, fills the report and throws Failure when something fails; then this prints what
-// there is to print: the failure and `notes` on standard error, the JSON object or the body on standard output.
+// Runs `work`, which does the transfer, fills the report and throws Failure when something fails, and tells what failed and
+// `notes` on standard error. The report has its exit code then.
+ExitCode RunTold(Report& report, Environment& environment, const std::function<void()>& work);
+
+// What commands of one transfer share: RunTold, and then the JSON object or the body on standard output.
 [[nodiscard]] ExitCode RunReported(Report& report, Environment& environment, const std::function<void()>& work);
 
 // Begins a report.
@@ -42,7 +46,7 @@ struct Environment {
 // Puts decoded text into the report as its body, and tells when bytes may have been lost in decoding.
 void TakeBody(Corvane::ZString text, Report& report, Environment& environment);
 
-// The command of the user as words for the shell, without -o and --resume and with a blank at its end.
+// The command of the user as words for the shell, without -o, --resume and --header and with a blank at its end.
 [[nodiscard]] std::string CommandWords(const Environment& environment);
 
 // Settles `file` after a failed transfer: records what is kept and adds to the report how to go on.

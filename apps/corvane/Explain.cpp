@@ -43,6 +43,7 @@ std::string RemedyForLogin(const Circumstances& circumstances) {
 std::string RemedyForStatus(int status, const Report& report, const Circumstances& circumstances) {
   if (status >= 300 && status < 400) {
     const std::string_view location = LastHeader(report.header, "location:");
+    if (circumstances.redirects != 0) return "it names no place to go on at: check the URL";
     return location.empty()
                ? "redirections are not followed"
                : fmt::format("redirections are not followed: ask for {} instead", HideUserinfo(std::string(location)));
@@ -126,9 +127,18 @@ Explanation ExplainStoring(const Circumstances& circumstances) {
   return {ExitCode::kLocal, ExplainWriteFailure(circumstances.outputPath)};
 }
 
+std::string WithoutPeriod(std::string text) {
+  while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
+  return text;
+}
+
 Explanation ExplainCurl(unsigned int number, const Report& report, const Circumstances& circumstances) {
+  constexpr unsigned int kUnsupported = 1;
   if (number == 23) return ExplainStoring(circumstances);
   const CurlFailure& failure = FindCurlFailure(number);
+  if (number == kUnsupported && circumstances.redirects != 0 && report.httpStatus / 100 == 3) {
+    return {ExitCode::kTransfer, WithoutPeriod(report.causeText) + "; ask for the address itself, if you trust it"};
+  }
   std::string reason = MeaningOf(failure, circumstances);
   if (!report.causeText.empty()) reason += fmt::format(" ({})", report.causeText);
   if (failure.number == 0 && report.causeText.empty()) reason += fmt::format(" (libcurl's code {})", number);
@@ -173,8 +183,8 @@ Explanation ExplainDownload(const std::string& text, const Circumstances& circum
 
 // What the library found out by itself, in its own words.
 Explanation ExplainLibraryCode(const Report& report, const Circumstances& circumstances) {
-  std::string text = report.libraryText.empty() ? FindCurlFailure(0).meaning : report.libraryText;
-  while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
+  const std::string text =
+      WithoutPeriod(report.libraryText.empty() ? std::string(FindCurlFailure(0).meaning) : report.libraryText);
   switch (report.status) {
     case Corvane::TRANSFER_E_DOWNLOAD:
       return ExplainDownload(text, circumstances);
@@ -191,7 +201,9 @@ Explanation Explain(const Report& report, const Circumstances& circumstances) {
   int status = 0;
   const std::string answer = LastHttpStatus(report.header, status);
   const bool isRefusal = report.status == Corvane::TRANSFER_E_CONNECT || report.status == Corvane::TRANSFER_E_POST;
-  if (isRefusal && status >= 300) {
+  // Behind a redirection that was followed came no answer.
+  const bool isOnTheWay = status / 100 == 3 && IsCurlCode(report.cause);
+  if (isRefusal && status >= 300 && !isOnTheWay) {
     return {IsAuthenticationStatus(status) ? ExitCode::kSecurity : ExitCode::kTransfer,
             fmt::format("{} answered {}; {}", WhoAnswered(status, circumstances), answer,
                         RemedyForStatus(status, report, circumstances)),

@@ -14,8 +14,9 @@ struct Circumstances {
   bool isHttps = false;
   bool hasLogin = false;
   unsigned long timeoutSeconds = 0;
-  std::string outputPath;  // the file being written, for the system; empty when there is none
-  bool isMirror = false;   // the file is one of several, which --resume leaves as they are
+  unsigned int redirects = 0;  // that are followed
+  std::string outputPath;      // the file being written, for the system; empty when there is none
+  bool isMirror = false;       // the file is one of several, which --resume leaves as they are
   // Of a mirror, the name of the file that was being fetched, in UTF-8; empty when it was the list of them.
   std::string fileName;
   bool isNameExpressible = true;  // in the locale

@@ -1,64 +1,149 @@
-#include <unistd.h>
+#include <fmt/core.h>
 
-#include <utility>
+#include <ctime>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "apps/corvane/Command.h"
+#include "apps/corvane/Explain/HttpAnswer.h"
+#include "apps/corvane/Get/Destination.h"
+#include "apps/corvane/JsonReport.h"
+#include "apps/corvane/OutputFile.h"
+#include "apps/corvane/Retry.h"
 #include "apps/corvane/Session.h"
 #include "apps/corvane/Text.h"
 
-// corvane get: downloads into a file, or to the standard output as text.
+// corvane get: downloads one URL after another, each as often as it takes, to where the options say.
 
 namespace CorvaneCli {
 namespace {
 
-using Corvane::ZString;
-using Corvane::ZTransfer;
-
-constexpr const char* kDoing = "cannot get";
-
-std::string LastPart(const std::string& path) {
-  const std::string name = path.substr(path.rfind('/') + 1);
-  return DisplayName(name.empty() ? path : name);
-}
-
-void GetFile(const GetCommand& command, Environment& environment, Report& report) {
-  Session session(command.target, PrepareTransfers(command.target, environment), environment);
-  OutputFile file(*command.output, {command.resume, command.acceptHttpErrors});
-  const std::string label = LastPart(*command.output);
-  session.Run(
-      label, true,
-      [&](ZTransfer& transfer) { transfer.DownloadFile(command.target.url, file.WorkName(), file.IsResumed()); },
-      report);
-  if (command.acceptHttpErrors) Session::AcceptHttpError(report);
-  if (Corvane::IsFailure(report.status)) session.Fail(kDoing, &file, true, report);
-  file.Commit();
-  if (!environment.line.common.quiet && !environment.line.common.json) {
-    environment.console.FinishStatus(
-        FormatSummary(label, report.downloadSize, file.ResumeOffset(), report.transferTimeMs));
+std::unique_ptr<Destination> MakeDestination(const GetCommand& command, const Target& target,
+                                             Environment& environment) {
+  const Placement& placement = command.placement;
+  if (placement.usesRemoteName || (placement.output && !OutputFile::IsStream(*placement.output))) {
+    return MakeFileDestination(command, target, environment);
   }
+  if (environment.line.common.json && !placement.output) return MakeReportDestination(command, target, environment);
+  return MakeStreamDestination(command, target, environment);
 }
 
-void GetText(const GetCommand& command, Environment& environment, Report& report) {
-  Session session(command.target, PrepareTransfers(command.target, environment), environment);
-  session.Transfer().DetectHttpError(!command.acceptHttpErrors);
-  ZString text;
-  session.Run(
-      command.target.Label(), false, [&](ZTransfer& transfer) { transfer.Download(command.target.url, text); }, report);
-  TakeBody(std::move(text), report, environment);
-  if (Corvane::IsFailure(report.status)) session.Fail(kDoing, nullptr, false, report);
+// How long to wait before the next try; nullopt when a server asks for more patience than anybody has.
+std::optional<std::chrono::milliseconds> WaitFor(const Report& report, const RequestOptions& request) {
+  const auto own = WaitBefore(report.attempts, request.retryWait);
+  const auto asked = RetryAfter(LastHeader(report.header, "retry-after:"), std::time(nullptr));
+  const bool isRefused = report.httpStatus == 429 || report.httpStatus == 503;
+  if (!isRefused || !asked) return own;
+  if (*asked > kLongestRetryAfter) return std::nullopt;
+  return *asked;
 }
+
+class Download {
+ public:
+  Download(const GetCommand& command, const Target& target, Session& session, Environment& environment, Report& report)
+      : m_command(command),
+        m_session(session),
+        m_environment(environment),
+        m_request(environment.line.common.request),
+        m_report(report),
+        m_destination(MakeDestination(command, target, environment)) {}
+
+  void Run() {
+    if (m_destination->IsHereAlready(m_session, m_report)) return;
+    do {
+      ++m_report.attempts;
+      m_destination->Try(m_session, m_report);
+      if (m_command.acceptHttpErrors) Session::AcceptHttpError(m_report);
+    } while (Corvane::IsFailure(m_report.status) && IsTriedAgain());
+    if (Corvane::IsFailure(m_report.status)) m_destination->Fail(m_session, m_report);
+    m_destination->Finish(m_session, m_report);
+  }
+
+ private:
+  // Says so, and lets the time pass until then.
+  bool IsTriedAgain() {
+    const bool isHopeless = WasInterrupted(m_environment) || m_report.attempts > m_request.retries ||
+                            !MayPass(m_report, m_report.httpStatus) || !m_destination->CanGoOn();
+    if (isHopeless) return false;
+    const std::optional<std::chrono::milliseconds> wait = WaitFor(m_report, m_request);
+    if (!wait) {
+      const auto asked = RetryAfter(LastHeader(m_report.header, "retry-after:"), std::time(nullptr));
+      m_report.notes.push_back(fmt::format("the server asks to wait {} before the next try",
+                                           FormatDuration(static_cast<unsigned long long>(asked->count()))));
+      return false;
+    }
+    const unsigned long long position = m_destination->Position();
+    m_environment.console.Note(fmt::format("{}; trying again{} in {} s ({} of {})", m_session.Reason(m_report),
+                                           position == 0 ? "" : fmt::format(" from {} on", FormatBytes(position)),
+                                           (wait->count() + 999) / 1000, m_report.attempts, m_request.retries));
+    return CorvaneCli::WaitFor(*wait, *m_environment.interrupt);
+  }
+
+  const GetCommand& m_command;
+  Session& m_session;
+  Environment& m_environment;
+  const RequestOptions& m_request;
+  Report& m_report;
+  const std::unique_ptr<Destination> m_destination;
+};
+
+// All the URLs of one command. One that fails does not keep the others from coming.
+class Downloads {
+ public:
+  Downloads(const GetCommand& command, Environment& environment) : m_command(command), m_environment(environment) {}
+
+  ExitCode Run() {
+    for (const Target& target : m_command.targets) {
+      const ExitCode code = GetOne(target);
+      if (m_code == ExitCode::kSuccess) m_code = code;
+      if (EndsAll(code)) break;
+    }
+    return Print();
+  }
+
+ private:
+  ExitCode GetOne(const Target& target) {
+    Report& report = m_reports.emplace_back(MakeReport("get", target, m_command.placement.output));
+    return RunTold(report, m_environment, [&] {
+      if (m_session) {
+        m_session->TurnTo(target);
+      } else {
+        m_session.emplace(target, PrepareTransfers(target, m_environment), m_environment);
+      }
+      if (m_command.targets.size() > 1) m_session->ShowFiles({m_reports.size() - 1, m_command.targets.size()});
+      Download(m_command, target, *m_session, m_environment, report).Run();
+    });
+  }
+
+  // What is wrong with the command, or with the one output that all share, will not be better for the next.
+  [[nodiscard]] bool EndsAll(ExitCode code) const {
+    if (code == ExitCode::kInterrupted || code == ExitCode::kUsage) return true;
+    return code == ExitCode::kLocal && !m_command.placement.usesRemoteName;
+  }
+
+  ExitCode Print() {
+    if (!m_environment.line.common.json || m_code == ExitCode::kUsage) return m_code;
+    const std::string json =
+        m_command.targets.size() == 1 ? FormatJson(m_reports.front()) : FormatJson(m_reports, m_code);
+    return PrintOutput(json, m_code, m_environment);
+  }
+
+  const GetCommand& m_command;
+  Environment& m_environment;
+  std::optional<Session> m_session;
+  std::vector<Report> m_reports;
+  ExitCode m_code = ExitCode::kSuccess;
+};
 
 }  // namespace
 
 ExitCode RunGet(const GetCommand& command, Environment& environment) {
-  Report report = MakeReport("get", command.target, command.output);
-  return RunReported(report, environment, [&] {
-    if (command.output) {
-      GetFile(command, environment, report);
-    } else {
-      GetText(command, environment, report);
-    }
-  });
+  environment.interrupt.emplace();
+  const ExitCode code = Downloads(command, environment).Run();
+  environment.interrupt.reset();
+  return code;
 }
 
 }  // namespace CorvaneCli

@@ -5,11 +5,13 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -80,6 +82,18 @@ void ExitAtSecondSignal(const sigset_t& signals) {
 void ExitOnSignals() {
   for (const int signal : kEndingSignals) {
     if (!IsIgnored(signal)) ::signal(signal, ExitFromHandler);
+  }
+}
+
+bool WaitFor(std::chrono::milliseconds time, const Interrupt& interrupt) {
+  const auto end = std::chrono::steady_clock::now() + time;
+  pollfd poller{interrupt.PollDescriptor(), POLLIN, 0};
+  while (true) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
+    const int ready =
+        poll(&poller, 1, static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max())));
+    if (ready > 0) return false;
+    if (ready == 0 && left <= 0) return true;
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -13,6 +14,11 @@ namespace CorvaneCli {
 // For work that cannot be aborted: from now on SIGINT, SIGTERM and SIGHUP end the process at once with status 130,
 // unless it was started to ignore them.
 void ExitOnSignals();
+
+class Interrupt;
+
+// Lets `time` pass. False at once when a signal has come or comes meanwhile.
+[[nodiscard]] bool WaitFor(std::chrono::milliseconds time, const Interrupt& interrupt);
 
 // Watches for SIGINT, SIGTERM and SIGHUP on a thread of its own, with the signals blocked everywhere else; one that the
 // program was started to ignore (by nohup, say) stays ignored. The first signal asks what is armed to end; a second

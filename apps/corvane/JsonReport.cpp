@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "apps/corvane/Mirror/LeftOut.h"
+#include "apps/corvane/Target.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
@@ -54,11 +55,10 @@ void AddFiles(const Report& report, Json& object) {
 // Texts come from servers and the file system; what is not UTF-8 must not cost the whole report.
 std::string Dump(const Json& object) { return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
-}  // namespace
-
-std::string FormatJson(const Report& report) {
+Json ObjectOf(const Report& report) {
   const bool isMirror = report.directory.has_value();
   Json object = {{"operation", report.operation}, {"url", report.url}};
+  if (!isMirror) object["effectiveUrl"] = OrNull(report.effectiveUrl);
   if (isMirror) {
     object["directory"] = *report.directory;
     AddFiles(report, object);
@@ -67,16 +67,29 @@ std::string FormatJson(const Report& report) {
   }
   object["status"] = FormatCode(report.status);
   object["error"] = OrNull(report.error);
+  object["exitCode"] = static_cast<int>(report.exitCode);
+  if (!isMirror) object["httpStatus"] = report.httpStatus == 0 ? Json(nullptr) : Json(report.httpStatus);
+  if (!isMirror) object["attempts"] = report.attempts;
   if (!isMirror) object["contentSize"] = OrNull(report.contentSize);
   object["downloadSize"] = report.downloadSize;
   object["transferSize"] = report.transferSize;
   object["transferRate"] = report.transferRate;
   object["transferTimeMs"] = report.transferTimeMs;
-  if (!isMirror) object["header"] = report.header;
+  if (!isMirror) object["header"] = HideUserinfoIn(report.header);
   object["events"] = FormatEvents(report);
   if (!isMirror) object["partial"] = OrNull(report.partial);
   if (report.body) object["body"] = *report.body;
-  return Dump(object);
+  return object;
+}
+
+}  // namespace
+
+std::string FormatJson(const Report& report) { return Dump(ObjectOf(report)); }
+
+std::string FormatJson(const std::vector<Report>& reports, ExitCode code) {
+  Json transfers = Json::array();
+  for (const Report& report : reports) transfers.push_back(ObjectOf(report));
+  return Dump({{"operation", "get"}, {"exitCode", static_cast<int>(code)}, {"transfers", std::move(transfers)}});
 }
 
 std::string FormatJson(const HostReport& report) {

@@ -11,6 +11,8 @@ namespace CorvaneCli {
 // contentSize and partial are null when there are none, result codes are texts such as "0x00010000".
 // The object of a mirror has the directory, and none of what belongs to a single file.
 [[nodiscard]] std::string FormatJson(const Report& report);
+// Several transfers of one command, which ended with `code`: an object that holds theirs.
+[[nodiscard]] std::string FormatJson(const std::vector<Report>& reports, ExitCode code);
 
 // What is known of a host: its name, other names and addresses; or why nothing is known.
 struct HostReport {

@@ -21,6 +21,8 @@ class Logging {
   Logging(const Logging&) = delete;
   Logging& operator=(const Logging&) = delete;
 
+  // Whether lines go anywhere.
+  [[nodiscard]] bool IsOn() const noexcept { return m_bridge != nullptr; }
   // A line of the program's own, in UTF-8.
   void Tell(std::string_view text);
   // The same of what the console has been told already: into the file only.

@@ -188,7 +188,9 @@ void Mirror::SpareFilesFromAnUnreachableServer() {
 // Downloads the directory's own page, to see what the server says.
 Report Mirror::AskForDirectory() {
   Report answer;
-  Session session(m_command.target, m_settings, m_environment);
+  TransferSettings plain = m_settings;
+  plain.request = RequestOptions{0, 0, {}, {}, {}};  // as the mirror asks for it
+  Session session(m_command.target, plain, m_environment);
   session.Transfer().DetectHttpError(true);
   ZString page;
   const ZString& given = m_command.target.url;

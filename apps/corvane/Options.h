@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -21,6 +22,15 @@ struct Throttling {
   bool percent = false;
 };
 
+// What a command asks of its requests.
+struct RequestOptions {
+  unsigned int redirects = 10;                // followed in one request
+  unsigned int retries = 3;                   // after the first try; a post has none
+  std::chrono::milliseconds retryWait{1000};  // before the first of them
+  std::vector<Corvane::ZString> headers;      // "NAME: VALUE"
+  Corvane::ZString userAgent;
+};
+
 // What every command that transfers understands.
 struct CommonOptions {
   unsigned long timeoutSeconds = 300;
@@ -31,23 +41,36 @@ struct CommonOptions {
   bool insecure = false;
   std::optional<Throttling> throttling;
   bool noThrottle = false;
+  RequestOptions request;
   bool json = false;
   bool quiet = false;
   bool verbose = false;
   std::optional<std::string> logFile;
 };
 
+// Where what is downloaded goes.
+struct Placement {
+  std::optional<std::string> output;     // a file; unset: the standard output, or named by what follows
+  bool usesRemoteName = false;           // the URL, or the server, names the file
+  std::optional<std::string> directory;  // that it goes into; unset: the working directory
+};
+
 struct GetCommand {
-  Target target;
-  std::optional<std::string> output;
+  std::vector<Target> targets;  // at least one; with Placement::output exactly one
+  Placement placement;
   bool resume = false;
   bool acceptHttpErrors = false;
+  bool decodesText = false;
+  bool keepsRemoteTime = false;
+  std::optional<std::string> sha256;  // of the only target, in lower case
 };
 
 struct PostCommand {
   Target target;
   std::optional<std::string> output;
   bool acceptHttpErrors = false;
+  bool decodesText = false;
+  std::optional<Corvane::ZString> type;                 // the header that tells the content's type
   std::variant<Corvane::ZString, std::string> content;  // text to send as it is, or the path of a file
 };
 
@@ -70,8 +93,10 @@ using AnyCommand = std::variant<GetCommand, PostCommand, MirrorCommand, ResolveC
 struct CommandLine {
   CommonOptions common;
   AnyCommand command;
-  // The command as it would be typed again, without -o and --resume: for messages that tell how to go on.
+  // The command as it would be typed again, without -o, --resume and --header: for messages that tell how to go on.
   std::vector<std::string> words;
+  // Whether there was a --header, whose value must not be repeated.
+  bool hasSecretWords = false;
 };
 
 // Understands the command line. Returns the exit status when nothing is left to do: help and version have been printed,

@@ -5,12 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <string_view>
+#include <utility>
 
 #include <Corvane/Base/Dir.h>
 #include <Corvane/Base/ErrorDict.h>
@@ -22,9 +23,8 @@
 namespace CorvaneCli {
 namespace {
 
-using Corvane::ZString;
-
 constexpr const char* kOtherName = "choose another file with -o, or change the permissions";
+constexpr int kMostNames = 10000;
 
 struct FreeDeleter {
   void operator()(char* memory) const noexcept { std::free(memory); }
@@ -53,25 +53,34 @@ std::string Resolve(std::string path) {
   return path;
 }
 
-bool IsStandardStream(const struct stat& file) {
-  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
-    struct stat status {};
-    if (fstat(stream, &status) == 0 && status.st_dev == file.st_dev && status.st_ino == file.st_ino) return true;
-  }
-  return false;
-}
+std::string DirectoryOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path, const Options& options) : m_given(path), m_path(Resolve(path)) {
+bool OutputFile::IsStream(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) return false;
+  return !S_ISREG(status.st_mode) || StandardStream(path) != -1;
+}
+
+int OutputFile::StandardStream(const std::string& path) {
+  struct stat file {};
+  if (stat(path.c_str(), &file) != 0) return -1;
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+    struct stat status {};
+    if (fstat(stream, &status) == 0 && status.st_dev == file.st_dev && status.st_ino == file.st_ino) return stream;
+  }
+  return -1;
+}
+
+OutputFile::OutputFile(const std::string& path, Existing existing)
+    : m_given(path), m_path(existing == Existing::kReplaced ? Resolve(path) : path), m_existing(existing) {
   if (!DecodeLocal(m_path)) {
     Refuse("the locale cannot express the name", "set LC_ALL=C.UTF-8, or choose another name");
   }
-  m_workPath = m_path;
-  ChooseKind(options.resume);
-  if (m_kind == Kind::kNew || m_kind == Kind::kReplace) CreateWorkFile();
-  if (options.keepRefused && m_kind != Kind::kDevice) m_held = Open(m_workPath, O_WRONLY);
-  m_workName = *DecodeLocal(m_held.IsOpen() ? m_held.Name() : m_workPath);
+  LookAtOld();
+  CreateDirectories();
+  m_part.emplace(m_path, m_mode);
 }
 
 OutputFile::~OutputFile() {
@@ -82,97 +91,93 @@ void OutputFile::Refuse(const std::string& reason, const char* remedy) const {
   throw Failure(ExitCode::kLocal, fmt::format("cannot write {}: {}; {}", DisplayName(m_given), reason, remedy));
 }
 
-void OutputFile::ChooseKind(bool resume) {
+void OutputFile::LookAtOld() {
   struct stat status {};
   if (m_path.back() == '/') Refuse(SystemText(EISDIR), "name a file inside it");
   if (stat(m_path.c_str(), &status) != 0) {
     if (errno != ENOENT && errno != ENOTDIR) Refuse(SystemText(errno), kOtherName);
-    m_kind = Kind::kNew;  // what stands in the way will show when it is created
-    return;
+    return;  // what stands in the way will show when the part is created
   }
-  if (S_ISDIR(status.st_mode)) Refuse(SystemText(EISDIR), "name a file inside it");
+  const bool isNamed = m_existing == Existing::kReplaced;
+  if (S_ISDIR(status.st_mode) && isNamed) Refuse(SystemText(EISDIR), "name a file inside it");
+  if (!S_ISREG(status.st_mode)) return;
+  if (status.st_size != 0) m_old = m_path;
+  if (!isNamed) return;
   if (faccessat(AT_FDCWD, m_path.c_str(), W_OK, AT_EACCESS) != 0) Refuse(SystemText(errno), kOtherName);
-  if (!S_ISREG(status.st_mode)) {
-    m_kind = Kind::kDevice;
-  } else if (status.st_size == 0) {
-    m_kind = Kind::kNew;
-  } else if (IsStandardStream(status)) {
-    Refuse("it is also where the standard output goes, and holds data", "choose another file with -o");
-  } else {
-    m_kind = resume && status.st_size > kResumeThreshold ? Kind::kResume : Kind::kReplace;
-    if (IsResumed()) m_resumeOffset = static_cast<unsigned long long>(status.st_size - kResumeMargin);
-  }
+  m_isReplacement = true;
+  // Data that nobody else may read is never open to others while it comes.
+  m_mode = (status.st_mode & 0777) | S_IWUSR | S_IRUSR;
 }
 
-void OutputFile::CreateWorkFile() {
-  if (m_kind == Kind::kReplace) return CreateSibling();
-  const ZString directory = Corvane::ZPath::GetDirectory(*DecodeLocal(m_path));
+void OutputFile::CreateDirectories() const {
+  const Corvane::ZString directory = Corvane::ZPath::GetDirectory(*DecodeLocal(m_path));
   const Corvane::ZResult created = directory.IsEmpty() ? Corvane::BASE_S_OK : Corvane::ZDir::CreateR(directory);
-  if (Corvane::IsFailure(created)) {
-    Refuse(fmt::format("cannot create the directory: {}", ToUtf8(Corvane::ZGetErrorMsg(created))), kOtherName);
-  }
-  if (!Open(m_path, O_WRONLY | O_CREAT).IsOpen()) Refuse(SystemText(errno), kOtherName);
+  if (!Corvane::IsFailure(created)) return;
+  Refuse(fmt::format("cannot create the directory: {}", ToUtf8(Corvane::ZGetErrorMsg(created))), kOtherName);
 }
 
-// "FILE.part", or with a number when that exists. It gets the permissions of FILE, so that data which nobody else may read
-// is never open to others while it comes.
-void OutputFile::CreateSibling() {
-  struct stat status {};
-  if (stat(m_path.c_str(), &status) != 0) Refuse(SystemText(errno), kOtherName);
-  std::string name = m_path + ".part";
-  for (int number = 1; number < 10000; ++number) {
-    const Descriptor sibling = Open(name, O_WRONLY | O_CREAT | O_EXCL, (status.st_mode & 0777) | S_IWUSR);
-    if (sibling.IsOpen()) {
-      m_workPath = name;
-      return;
-    }
-    if (errno == ENAMETOOLONG && number == 1) {
-      m_workPath = m_path.substr(0, m_path.rfind('/') + 1) + "corvane-download";
-      name = m_workPath + ".part";
-      continue;
-    }
-    if (errno != EEXIST) {
-      Refuse(fmt::format("cannot create {} beside it: {}", DisplayName(name), SystemText(errno)),
-             "the new content goes there first, so that the old one is kept until the new one is complete; "
-             "make the directory writable, or remove the file");
-    }
-    name = fmt::format("{}.part.{}", m_workPath, number);
-  }
-  Refuse("there are too many files named .part beside it", "remove those that are no longer needed");
-}
-
-void OutputFile::Commit() {
+std::string OutputFile::Commit(const std::string& name, std::optional<long long> modificationTime) {
   m_isSettled = true;
-  m_held.Close();
-  if (m_kind != Kind::kReplace) return;
-  const auto fail = [this](int error) {
-    throw Failure(ExitCode::kLocal, fmt::format("cannot put {} in the place of {}: {}; the complete download is in {}",
-                                                DisplayName(m_workPath), DisplayName(m_given), SystemText(error),
-                                                DisplayName(m_workPath)));
-  };
-  const Descriptor file = Open(m_workPath, O_WRONLY);
+  std::string path = name.empty() ? m_path : DirectoryOf(m_path) + name;
   // The old content is given up only when the new one is on the disk.
-  if (!file.IsOpen() || fsync(file.Get()) != 0) fail(errno);
-  struct stat status {};
-  if (stat(m_path.c_str(), &status) == 0) {
-    // Only root can give a file to another owner, and a file that changes hands must not stay executable as that owner.
-    static_cast<void>(!fchown(file.Get(), status.st_uid, status.st_gid));
-    if (fchmod(file.Get(), status.st_mode & 0777) != 0) fail(errno);
+  if (m_isReplacement && fsync(m_part->Get()) != 0) FailToMove(errno);
+  if (m_isReplacement) TakeOverFrom(m_path);
+  if (modificationTime) {
+    const std::array<timespec, 2> times = {timespec{0, UTIME_OMIT},
+                                           timespec{static_cast<time_t>(*modificationTime), 0}};
+    if (futimens(m_part->Get(), times.data()) != 0) FailToMove(errno);
   }
-  if (std::rename(m_workPath.c_str(), m_path.c_str()) != 0) fail(errno);
+  if (m_existing == Existing::kSpared) {
+    path = MoveToFreeName(path);
+  } else if (std::rename(m_part->Path().c_str(), path.c_str()) != 0) {
+    FailToMove(errno);
+  }
+  m_part->RemoveRecord();
+  return m_existing == Existing::kSpared ? path : m_given;
+}
+
+void OutputFile::TakeOverFrom(const std::string& old) {
+  struct stat status {};
+  if (stat(old.c_str(), &status) != 0) return;
+  // Only root can give a file to another owner, and a file that changes hands must not stay executable as that owner.
+  static_cast<void>(!fchown(m_part->Get(), status.st_uid, status.st_gid));
+  if (fchmod(m_part->Get(), status.st_mode & 0777) != 0) FailToMove(errno);
+}
+
+// "NAME", "NAME.1" and so on: whatever has the name already, and also when it gets it just now.
+std::string OutputFile::MoveToFreeName(const std::string& path) {
+  std::string free = path;
+  for (int number = 1; number < kMostNames; ++number) {
+    if (renameat2(AT_FDCWD, m_part->Path().c_str(), AT_FDCWD, free.c_str(), RENAME_NOREPLACE) == 0) return free;
+    if (errno == EINVAL || errno == ENOSYS) {  // a file system that does not know how
+      if (link(m_part->Path().c_str(), free.c_str()) == 0) {
+        unlink(m_part->Path().c_str());
+        return free;
+      }
+    }
+    if (errno != EEXIST) FailToMove(errno);
+    free = fmt::format("{}.{}", path, number);
+  }
+  FailToMove(EEXIST);
+}
+
+void OutputFile::FailToMove(int error) const {
+  throw Failure(ExitCode::kLocal, fmt::format("cannot put {} in the place of {}: {}; the complete download is in {}",
+                                              DisplayName(m_part->Path()), DisplayName(m_given), SystemText(error),
+                                              DisplayName(m_part->Path())));
+}
+
+void OutputFile::KeepOld() {
+  m_isSettled = true;
+  m_part->Remove();
 }
 
 std::optional<OutputFile::Kept> OutputFile::Abandon() {
   m_isSettled = true;
-  m_held.Close();
-  struct stat status {};
-  if (m_kind == Kind::kDevice || stat(m_workPath.c_str(), &status) != 0) return std::nullopt;
-  if (status.st_size == 0) {
-    if (m_kind != Kind::kResume) unlink(m_workPath.c_str());
-    return std::nullopt;
-  }
-  // A file that is continued is named as the user did.
-  return Kept{m_kind == Kind::kReplace ? m_workPath : m_given, static_cast<unsigned long long>(status.st_size)};
+  const unsigned long long size = m_part->Size();
+  if (size != 0) return Kept{m_part->Path(), size};
+  m_part->Remove();
+  return std::nullopt;
 }
 
 }  // namespace CorvaneCli

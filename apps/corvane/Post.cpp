@@ -13,6 +13,9 @@
 #include "apps/corvane/Command.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Files.h"
+#include "apps/corvane/HeaderFile.h"
+#include "apps/corvane/OutputFile.h"
+#include "apps/corvane/OutputStream.h"
 #include "apps/corvane/Session.h"
 #include "apps/corvane/Text.h"
 
@@ -53,6 +56,10 @@ class Content {
   }
 
   [[nodiscard]] ZString Name() const { return ZString(m_descriptor.Name().c_str()); }
+  [[nodiscard]] unsigned long long Size() const {
+    struct stat status {};
+    return fstat(m_descriptor.Get(), &status) == 0 ? static_cast<unsigned long long>(status.st_size) : 0;
+  }
 
  private:
   void UseFile(const std::string& path, const Interrupt& interrupt) {
@@ -77,67 +84,87 @@ class Content {
   Descriptor m_descriptor;
 };
 
-void AcceptOrFail(const PostCommand& command, Session& session, OutputFile* file, Report& report) {
-  if (command.acceptHttpErrors) Session::AcceptHttpError(report);
-  if (Corvane::IsFailure(report.status)) session.Fail(kDoing, file, false, report);
-}
+class Post {
+ public:
+  Post(const PostCommand& command, Environment& environment, Report& report)
+      : m_command(command),
+        m_environment(environment),
+        m_report(report),
+        m_content(command, *environment.interrupt),
+        m_session(command.target, PrepareTransfers(command.target, environment), environment) {
+    Corvane::ZTransferOptions& options = m_session.Options();
+    // An upload has all the time that it needs, as long as it moves.
+    options.limitFollowsUpload = true;
+    if (command.type) {
+      std::vector<ZString> headers = environment.line.common.request.headers;
+      headers.push_back(*command.type);
+      RefuseRepeatedHeaders(headers);
+      options.headers.push_back(*command.type);
+    }
+    m_session.ShowUpload(m_content.Size());
+  }
 
-// A text whose answer is printed: no file is needed on either side.
-void PostText(const PostCommand& command, Environment& environment, Report& report) {
-  Session session(command.target, PrepareTransfers(command.target, environment), environment);
-  ZString answer;
-  session.Run(
-      command.target.Label(), false,
-      [&](ZTransfer& transfer) { transfer.PostData(command.target.url, std::get<ZString>(command.content), answer); },
-      report);
-  TakeBody(std::move(answer), report, environment);
-  AcceptOrFail(command, session, nullptr, report);
-}
+  void Run() {
+    if (m_command.output && !OutputFile::IsStream(*m_command.output)) {
+      IntoFile();
+    } else {
+      ToStream();
+    }
+  }
 
-// Any content, with the answer into a file.
-void PostIntoFile(const PostCommand& command, Environment& environment, Report& report) {
-  const Content content(command, *environment.interrupt);
-  Session session(command.target, PrepareTransfers(command.target, environment), environment);
-  OutputFile file(*command.output, {});
-  session.Run(
-      command.target.Label(), true,
-      [&](ZTransfer& transfer) { transfer.PostFile(command.target.url, content.Name(), file.WorkName()); }, report);
-  AcceptOrFail(command, session, &file, report);
-  file.Commit();
-}
+ private:
+  void Send(const ZString& answer, bool writesToFile) {
+    m_report.attempts = 1;
+    m_session.Run(
+        m_command.target.Label(), writesToFile,
+        [&](ZTransfer& transfer) { transfer.PostFile(m_command.target.url, m_content.Name(), answer); }, m_report);
+    if (m_command.acceptHttpErrors) Session::AcceptHttpError(m_report);
+  }
 
-// A file whose answer is printed. The library hands the answer to a posted file out only as a file.
-void PostFromFile(const PostCommand& command, Environment& environment, Report& report) {
-  const Content content(command, *environment.interrupt);
-  Session session(command.target, PrepareTransfers(command.target, environment), environment);
-  const Descriptor memory = OpenMemoryOrFail("answer");
-  session.Run(
-      command.target.Label(), false,
-      [&](ZTransfer& transfer) {
-        transfer.PostFile(command.target.url, content.Name(), ZString(memory.Name().c_str()));
-      },
-      report);
-  std::string answer;
-  const int error = ReadAll(memory, -1, answer);
-  if (error != 0)
-    throw Failure(ExitCode::kLocal, "cannot read back the answer: " + SystemText(error) + "; use -o FILE");
-  TakeBody(FromUtf8(answer), report, environment);
-  AcceptOrFail(command, session, nullptr, report);
-}
+  void IntoFile() {
+    OutputFile file(*m_command.output, OutputFile::Existing::kReplaced);
+    file.Part().Record({m_command.target.display, {}, std::nullopt});
+    file.Part().Clear();
+    Send(file.Part().Name(), true);
+    if (Corvane::IsFailure(m_report.status)) m_session.Fail(kDoing, &file, false, m_report);
+    static_cast<void>(file.Commit());
+  }
+
+  // The library hands the answer to a posted file out only as a file; so it is kept until it is whole.
+  void ToStream() {
+    const Descriptor memory = OpenMemoryOrFail("answer");
+    Send(ZString(memory.Name().c_str()), m_command.output.has_value());
+    std::string answer;
+    const int error = ReadAll(memory, -1, answer);
+    if (error != 0) {
+      throw Failure(ExitCode::kLocal, "cannot read back the answer: " + SystemText(error) + "; use -o FILE");
+    }
+    const bool isFailure = Corvane::IsFailure(m_report.status);
+    if (m_environment.line.common.json && !m_command.output) {
+      TakeBody(FromUtf8(answer), m_report, m_environment);
+    } else if (!isFailure) {
+      WriteAnswer(answer);
+    }
+    if (isFailure) m_session.Fail(kDoing, nullptr, false, m_report);
+  }
+
+  void WriteAnswer(const std::string& answer) {
+    OutputStream output(m_command.output, m_environment, m_command.decodesText);
+    if (!output.Write(answer) || !output.Finish()) output.Fail(m_command.target.display);
+  }
+
+  const PostCommand& m_command;
+  Environment& m_environment;
+  Report& m_report;
+  const Content m_content;
+  Session m_session;
+};
 
 }  // namespace
 
 ExitCode RunPost(const PostCommand& command, Environment& environment) {
   Report report = MakeReport("post", command.target, command.output);
-  return RunReported(report, environment, [&] {
-    if (command.output) {
-      PostIntoFile(command, environment, report);
-    } else if (std::holds_alternative<ZString>(command.content)) {
-      PostText(command, environment, report);
-    } else {
-      PostFromFile(command, environment, report);
-    }
-  });
+  return RunReported(report, environment, [&] { Post(command, environment, report).Run(); });
 }
 
 }  // namespace CorvaneCli

@@ -10,6 +10,8 @@
 #include <Corvane/MultiDownload.h>
 #include <Corvane/TransferErrorCodes.h>
 
+#include "apps/corvane/ExitCode.h"
+
 namespace CorvaneCli {
 
 // How often each event came with each value.
@@ -22,6 +24,10 @@ struct Report {
   std::string url;
   std::optional<std::string> file;       // as the user named it
   std::optional<std::string> directory;  // of a mirror, whose report tells less about the single transfers
+  ExitCode exitCode = ExitCode::kSuccess;
+  std::string effectiveUrl;   // behind all redirects; empty when nothing was asked for
+  long httpStatus = 0;        // of the last answer; 0 when there was none
+  unsigned int attempts = 0;  // requests for the content that were made, the first included
   Corvane::ZResult status = Corvane::TRANSFER_E_NOT_STARTED;
   std::string libraryText;                                   // the library's text for `status`
   Corvane::ZResult cause = Corvane::TRANSFER_E_NOT_STARTED;  // see ZTransfer::GetCause

@@ -3,12 +3,12 @@
 #include <fmt/core.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <limits>
 #include <optional>
 
 #include <Corvane/Base/ErrorDict.h>
 
-#include "apps/corvane/Explain/HttpAnswer.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Password.h"
 #include "apps/corvane/Proxy.h"
@@ -27,9 +27,17 @@ TrustStore ChooseTrust(const CommonOptions& common, const Target& target) {
   return common.insecure || !target.IsHttps() ? TrustStore() : UseSystemTrust();
 }
 
-std::optional<unsigned long long> Known(unsigned long long size) {
-  if (size == std::numeric_limits<unsigned long long>::max()) return std::nullopt;
-  return size;
+// More than libcurl's own 16 KiB: fewer and larger blocks cost less.
+constexpr unsigned long kReceiveBuffer = 256 * 1024;
+
+Corvane::ZTransferOptions OptionsOf(const RequestOptions& request) {
+  Corvane::ZTransferOptions options;
+  options.mostRedirects = request.redirects;
+  options.headers = Corvane::ZStringList(request.headers.begin(), request.headers.end());
+  options.userAgent = request.userAgent;
+  options.askModificationTime = true;
+  options.receiveBufferBytes = kReceiveBuffer;
+  return options;
 }
 
 void FillReport(const ZTransfer& transfer, const EventRecorder& recorder, Report& report) {
@@ -38,7 +46,7 @@ void FillReport(const ZTransfer& transfer, const EventRecorder& recorder, Report
   report.libraryText = HideProxySecrets(ToUtf8(transfer.GetError()));
   report.cause = transfer.GetCause(text);
   report.causeText = HideProxySecrets(ToUtf8(text));
-  report.contentSize = Known(transfer.GetContentSize());
+  report.contentSize = KnownSize(transfer.GetContentSize());
   report.downloadSize = transfer.GetDownloadSize();
   report.transferSize = transfer.GetTransferSize();
   report.transferRate = transfer.GetTransferRate();
@@ -46,6 +54,14 @@ void FillReport(const ZTransfer& transfer, const EventRecorder& recorder, Report
   transfer.GetHeader(text);
   report.header = ToUtf8(text);
   report.events = recorder.Events();
+  report.httpStatus = transfer.GetHttpStatus();
+  transfer.GetEffectiveUrl(text);
+  report.effectiveUrl = ToUtf8(text);
+}
+
+std::string Attempts(const std::string& explanation, const Report& report) {
+  if (report.attempts < 2) return explanation;
+  return fmt::format("{} (after {} tries)", explanation, report.attempts);
 }
 
 }  // namespace
@@ -58,6 +74,7 @@ TransferSettings PrepareTransfers(const Target& target, Environment& environment
   settings.useThrottling = !common.noThrottle;
   settings.trust = ChooseTrust(common, target);
   settings.proxy = FindProxy(target);
+  settings.request = common.request;
   if (common.insecure) environment.logging.Tell("the server's certificate is not verified (--insecure)");
   if (common.user) {
     const auto password = ObtainPassword(ToUtf8(*common.user), common.passwordFile, *environment.interrupt);
@@ -104,6 +121,7 @@ Circumstances CircumstancesOf(const Target& target, const TransferSettings& sett
   circumstances.isHttps = target.IsHttps();
   circumstances.hasLogin = common.user.has_value();
   circumstances.timeoutSeconds = common.timeoutSeconds;
+  circumstances.redirects = settings.request.redirects;
   circumstances.trust = ToUtf8(settings.trust.file.IsEmpty() ? settings.trust.directory : settings.trust.file);
   circumstances.proxy = settings.proxy;
   return circumstances;
@@ -111,27 +129,58 @@ Circumstances CircumstancesOf(const Target& target, const TransferSettings& sett
 
 bool WasInterrupted(const Environment& environment) { return environment.interrupt->HasHappened(); }
 
+std::optional<unsigned long long> KnownSize(unsigned long long size) {
+  if (size == std::numeric_limits<unsigned long long>::max()) return std::nullopt;
+  return size;
+}
+
 Session::Session(const Target& target, const TransferSettings& settings, Environment& environment)
-    : m_target(target), m_circumstances(CircumstancesOf(target, settings, environment)), m_environment(environment) {
-  Configure(m_transfer, settings);
+    : m_target(&target),
+      m_settings(settings),
+      m_environment(environment),
+      m_trace(environment.logging),
+      m_options(OptionsOf(settings.request)) {
+  if (environment.logging.IsOn()) m_options.trace = &m_trace;
   m_transfer.Attach(&m_recorder);
+  TurnTo(target);
+}
+
+void Session::TurnTo(const Target& target) {
+  m_target = &target;
+  m_settings.trust = ChooseTrust(m_environment.line.common, target);
+  m_settings.proxy = FindProxy(target);
+  m_circumstances = CircumstancesOf(target, m_settings, m_environment);
+  Configure(m_transfer, m_settings);
+}
+
+// While something is posted and no answer has come, what moves is what is sent.
+ProgressSample Session::Sample() const {
+  const unsigned long long received = m_transfer.GetDownloadSize();
+  if (m_uploadBytes && received == 0) {
+    return {std::min(m_transfer.GetTransferSize(), *m_uploadBytes), *m_uploadBytes, std::nullopt, m_files};
+  }
+  return {received, KnownSize(m_transfer.GetContentSize()), std::nullopt, m_files};
 }
 
 void Session::Run(const std::string& label, bool writesToFile, const std::function<void(ZTransfer&)>& operation,
                   Report& report) {
-  const auto sample = [this] {
-    return ProgressSample{m_transfer.GetDownloadSize(), Known(m_transfer.GetContentSize()), std::nullopt, std::nullopt};
-  };
+  RequireSet(m_transfer.SetOptions(m_options));
+  m_recorder.Forget();
   RunWatched(
-      m_environment, label, writesToFile, [&] { operation(m_transfer); }, [this] { m_transfer.Abort(); }, sample);
+      m_environment, label, writesToFile, [&] { operation(m_transfer); }, [this] { m_transfer.Abort(); },
+      [this] { return Sample(); });
   FillReport(m_transfer, m_recorder, report);
   m_environment.logging.Tell(
       fmt::format("ended with 0x{:08x}, {} bytes, {} ms", report.status, report.downloadSize, report.transferTimeMs));
 }
 
+std::string Session::Reason(const Report& report) const {
+  const std::string text = Explain(report, m_circumstances).text;
+  return text.substr(0, text.rfind("; "));
+}
+
 void Session::AcceptHttpError(Report& report) {
-  int status = 0;
-  static_cast<void>(LastHttpStatus(report.header, status));
+  const long status = report.httpStatus;
   const bool isRefusal = report.status == Corvane::TRANSFER_E_CONNECT || report.status == Corvane::TRANSFER_E_POST;
   // Only a whole answer is accepted.
   if (!isRefusal || status == 0 || Corvane::IsFailure(report.cause)) return;
@@ -141,18 +190,20 @@ void Session::AcceptHttpError(Report& report) {
 
 void Session::Fail(const char* doing, OutputFile* file, bool canBeResumed, Report& report) {
   Circumstances circumstances = m_circumstances;
-  if (file != nullptr) circumstances.outputPath = file->WorkPath();
+  if (file != nullptr) circumstances.outputPath = file->Part().Path();
   const Explanation explanation = Explain(report, circumstances);
   const bool interrupted = WasInterrupted(m_environment);
   if (file != nullptr) {
     SettleFailedFile(*file, canBeResumed && (interrupted || explanation.canResume), report, m_environment);
   }
   if (interrupted) {
-    throw Failure(ExitCode::kInterrupted, report.partial ? "interrupted" : "interrupted; nothing was kept");
+    const bool keptNothing = file != nullptr && !report.partial;
+    throw Failure(ExitCode::kInterrupted, keptNothing ? "interrupted; nothing was kept" : "interrupted");
   }
   // What is wrong on this side has nothing to do with the URL.
   if (explanation.code == ExitCode::kLocal) throw Failure(explanation.code, explanation.text);
-  throw Failure(explanation.code, fmt::format("{} {}: {}", doing, m_target.display, explanation.text));
+  throw Failure(explanation.code,
+                fmt::format("{} {}: {}", doing, m_target->display, Attempts(explanation.text, report)));
 }
 
 }  // namespace CorvaneCli

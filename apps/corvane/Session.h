@@ -7,12 +7,14 @@
 #include <vector>
 
 #include <Corvane/Transfer.h>
+#include <Corvane/TransferOptions.h>
 
 #include "apps/corvane/Command.h"
 #include "apps/corvane/Explain.h"
 #include "apps/corvane/Options.h"
 #include "apps/corvane/Progress.h"
 #include "apps/corvane/Report.h"
+#include "apps/corvane/Trace.h"
 #include "apps/corvane/Trust.h"
 
 namespace CorvaneCli {
@@ -26,6 +28,7 @@ struct TransferSettings {
   Corvane::ZString user;
   Corvane::ZString password;
   bool useThrottling = true;
+  RequestOptions request;
 };
 
 // Finds the certificates, asks for the password, and sets the process-wide throttle.
@@ -50,6 +53,7 @@ class EventRecorder : public Corvane::ZTransfer::Observer {
  public:
   void Update(int event, long value) override { m_events.emplace_back(event, static_cast<unsigned int>(value)); }
   [[nodiscard]] const std::vector<std::pair<int, unsigned int>>& Events() const noexcept { return m_events; }
+  void Forget() noexcept { m_events.clear(); }
 
  private:
   std::vector<std::pair<int, unsigned int>> m_events;
@@ -67,16 +71,32 @@ void RunWatched(Environment& environment, const std::string& label, bool writesT
 // Whether the user has interrupted the command.
 [[nodiscard]] bool WasInterrupted(const Environment& environment);
 
-// One ZTransfer with everything around it. `target` and `environment` must outlive it.
+// A size as the library tells it; nullopt while it is not known.
+[[nodiscard]] std::optional<unsigned long long> KnownSize(unsigned long long size);
+
+// One ZTransfer with everything around it, which keeps its connections from one operation to the next. `environment` and
+// the target must outlive it.
 class Session {
  public:
   Session(const Target& target, const TransferSettings& settings, Environment& environment);
 
+  // From now on everything is about `target`.
+  void TurnTo(const Target& target);
+
   [[nodiscard]] Corvane::ZTransfer& Transfer() noexcept { return m_transfer; }
+  // What the next operations do beyond a plain request; begins as the command's options say.
+  [[nodiscard]] Corvane::ZTransferOptions& Options() noexcept { return m_options; }
+  // The progress line counts the bytes sent until the answer comes. total: how many there are.
+  void ShowUpload(unsigned long long total) { m_uploadBytes = total; }
+  // The progress line counts the files, too.
+  void ShowFiles(const FileProgress& files) { m_files = files; }
 
   // Runs one operation of Transfer() and records its outcome.
   void Run(const std::string& label, bool writesToFile, const std::function<void(Corvane::ZTransfer&)>& operation,
            Report& report);
+
+  // Why the last operation failed, in words, without a remedy.
+  [[nodiscard]] std::string Reason(const Report& report) const;
 
   // Takes an answer outside 200 to 299 for a success.
   static void AcceptHttpError(Report& report);
@@ -86,9 +106,16 @@ class Session {
   [[noreturn]] void Fail(const char* doing, OutputFile* file, bool canBeResumed, Report& report);
 
  private:
-  const Target& m_target;
-  const Circumstances m_circumstances;
+  [[nodiscard]] ProgressSample Sample() const;
+
+  const Target* m_target;
+  TransferSettings m_settings;
+  Circumstances m_circumstances;
   Environment& m_environment;
+  Trace m_trace;
+  Corvane::ZTransferOptions m_options;
+  std::optional<unsigned long long> m_uploadBytes;
+  std::optional<FileProgress> m_files;
   EventRecorder m_recorder;
   Corvane::ZTransfer m_transfer;
 };

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <optional>
 #include <string_view>
 
@@ -65,6 +66,16 @@ std::string HideUserinfo(const std::string& url) {
   if (at == std::string_view::npos) return url;
   const auto begin = static_cast<std::size_t>(authority.data() - url.data());
   return std::string(url).replace(begin, at, "***");
+}
+
+std::string HideUserinfoIn(std::string text) {
+  for (std::size_t begin = text.find("//"); begin != std::string::npos; begin = text.find("//", begin)) {
+    begin += 2;
+    const std::size_t end = std::min(text.find_first_of("/?#\"'<>\\ \t\r\n", begin), text.size());
+    const std::size_t at = text.rfind('@', end == 0 ? 0 : end - 1);
+    if (at != std::string::npos && at >= begin) text.replace(begin, at - begin, "***");
+  }
+  return text;
 }
 
 Target MakeTarget(const std::string& argument) {

@@ -27,6 +27,9 @@ struct Target {
 // `url`, a URL from a server, with its user and password replaced by "***".
 [[nodiscard]] std::string HideUserinfo(const std::string& url);
 
+// `text`, such as the header of an answer, with every user and password in the URLs in it replaced by "***".
+[[nodiscard]] std::string HideUserinfoIn(std::string text);
+
 // `utf8` with everything that may be a user and password in a URL replaced by "***".
 [[nodiscard]] std::string HideSecrets(const std::string& utf8);
 

@@ -26,7 +26,7 @@ Options MatchesIn(const std::string& text, const char* pattern) {
 
 // The long options in the help of a command, without their dashes.
 Options OptionsOf(const std::string& command) {
-  return MatchesIn(RunCorvane({command, "--help"}).out, "\n  (?:-[A-Za-z], |    )--([a-z0-9-]+)");
+  return MatchesIn(RunCorvane({command, "--help"}).out, "\n  (?:-[a-zA-Z], |    )--([a-z0-9-]+)");
 }
 
 Options AllOptions() {

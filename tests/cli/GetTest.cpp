@@ -58,19 +58,6 @@ TEST(GetText, CompletesAUrlWithoutScheme) {
   EXPECT_EQ(RunCorvane({"get", url}).out, kText);
 }
 
-TEST(GetText, WarnsAboutBytesThatAreNoText) {
-  const ScriptedServer server(
-      KeepAlive(Content("a\xFF"
-                        "b")));
-  const ProgramResult result = RunCorvane({"get", server.Url()});
-  EXPECT_EQ(result.exitCode, 0);
-  EXPECT_EQ(result.out,
-            "a\xEF\xBF\xBD"
-            "b");
-  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("use -o FILE for binary data"));
-  EXPECT_EQ(RunCorvane({"get", server.Url(), "--quiet"}).err, "");
-}
-
 TEST(GetText, FetchesOverFtp) {
   const ScriptedFtpServer server({{"/pub/a.txt", kText}});
   EXPECT_EQ(RunCorvane({"get", server.Url("/pub/a.txt")}).out, kText);
@@ -92,14 +79,14 @@ TEST(GetText, PrintsAnErrorPageThatIsAccepted) {
   EXPECT_EQ(result.out, "the page");
 }
 
-TEST(GetText, PrintsNothingOfATruncatedBody) {
+TEST(GetText, SaysThatATruncatedBodyIsNotTheWhole) {
   ContentOptions cut;
   cut.stopAfter = 5;
   const ScriptedServer server(KeepAlive(Content("0123456789", cut)));
   const ProgramResult result = RunCorvane({"get", server.Url()});
   EXPECT_EQ(result.exitCode, 1);
-  EXPECT_EQ(result.out, "");
-  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("before the whole content had come"));
+  EXPECT_EQ(result.out, "01234");
+  EXPECT_THAT(result.err, AllOf(HasSubstr("before the whole content had come"), EndsWith("that is not the whole\n")));
 }
 
 // --- standard output that takes nothing
@@ -119,14 +106,6 @@ TEST(StandardOutput, ClosedStreamIsAFailureAndNoFileTakesItsPlace) {
     EXPECT_EQ(result.exitCode, 3) << result.Describe();
     EXPECT_THAT(OnlyErrorLine(result), HasSubstr("Bad file descriptor"));
   }
-}
-
-TEST(StandardOutput, ClosedPipeIsAFailureAndKillsNobody) {
-  const ScriptedServer server(KeepAlive(Content(std::string(1 << 20, 'x'))));
-  const ProgramResult result = RunShell("\"$0\" get \"$1\" | head -c 3; exit ${PIPESTATUS[0]}", {server.Url()});
-  EXPECT_EQ(result.exitCode, 3) << result.Describe();
-  EXPECT_EQ(result.out, "xxx");
-  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("Broken pipe"));
 }
 
 TEST(StandardOutput, FileSizeLimitIsAFailure) {
@@ -188,7 +167,8 @@ TEST(GetFile, KeepsAnErrorPageThatIsAccepted) {
 
 TEST(GetFile, AcceptsNoMissingAnswer) {
   const TempDir folder;
-  const ProgramResult result = RunCorvane({"get", RefusedUrl(), "-o", folder / "f", "--accept-http-errors"});
+  const ProgramResult result =
+      RunCorvane({"get", RefusedUrl(), "-o", folder / "f", "--accept-http-errors", "--retries", "0"});
   EXPECT_EQ(result.exitCode, 1) << result.Describe();
   EXPECT_THAT(NamesIn(folder.Path()), IsEmpty());
 }
@@ -205,7 +185,7 @@ TEST(GetFailure, NamesAnUnknownHost) {
 TEST(GetFailure, NamesARefusedPort) {
   for (const char* const scheme : {"http", "ftp"}) {
     const std::string url = RefusedUrl(scheme);
-    const ProgramResult result = RunCorvane({"get", url});
+    const ProgramResult result = RunCorvane({"get", url, "--retries", "0"});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(OnlyErrorLine(result),
                 AllOf(HasSubstr(url), HasSubstr("the connection failed"), HasSubstr("check the host and the port")));
@@ -214,15 +194,15 @@ TEST(GetFailure, NamesARefusedPort) {
 
 TEST(GetFailure, NamesTheTimeLimitThatRanOut) {
   const StalledListener listener;
-  const ProgramResult result = RunCorvane({"get", listener.Url(), "--timeout", "1"});
+  const ProgramResult result = RunCorvane({"get", listener.Url(), "--timeout", "1", "--retries", "0"});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_THAT(OnlyErrorLine(result),
               AllOf(HasSubstr("it took too long"), HasSubstr("a limit of 1 seconds"), HasSubstr("--timeout SECONDS")));
 }
 
-TEST(GetFailure, NamesWhereARedirectionLeads) {
+TEST(GetFailure, NamesWhereARedirectionLeadsThatIsNotFollowed) {
   const ScriptedServer server(KeepAlive(Redirect("http://elsewhere.invalid/x")));
-  const ProgramResult result = RunCorvane({"get", server.Url()});
+  const ProgramResult result = RunCorvane({"get", server.Url(), "--redirects", "0"});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("302 Found"), HasSubstr("ask for http://elsewhere.invalid/x")));
 }

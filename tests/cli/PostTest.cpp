@@ -94,15 +94,16 @@ TEST(PostAnswer, GoesIntoAFileByteByByteForEachKindOfContent) {
   }
 }
 
-TEST(PostAnswer, WarnsAboutBytesThatAreNoText) {
+TEST(PostAnswer, IsTheBytesThatCameAndTextWhenAskedFor) {
   const TempDir folder;
   WriteFile(folder / "input", "x");
   const ScriptedServer server(KeepAlive(Content("a\xFF")));
   for (const std::vector<std::string>& content :
        std::vector<std::vector<std::string>>{{"--data", "x"}, {"--file", folder / "input"}}) {
-    const ProgramResult result = RunCorvane({"post", server.Url(), content[0], content[1]});
+    EXPECT_EQ(RunCorvane({"post", server.Url(), content[0], content[1]}).out, "a\xFF");
+    const ProgramResult result = RunCorvane({"post", server.Url(), content[0], content[1], "--text"});
     EXPECT_EQ(result.out, "a\xEF\xBF\xBD");
-    EXPECT_THAT(OnlyErrorLine(result), HasSubstr("use -o FILE for binary data"));
+    EXPECT_THAT(OnlyErrorLine(result), HasSubstr("leave out --text for binary data"));
   }
 }
 

@@ -26,6 +26,20 @@ TEST(Resolve, TakesAnAddressAsAName) {
   EXPECT_EQ(RunCorvane({"resolve", "127.0.0.1"}).out, "name 127.0.0.1\naddress 127.0.0.1\n");
 }
 
+TEST(Resolve, TakesAnAddressOfVersion6WithAndWithoutBrackets) {
+  EXPECT_EQ(RunCorvane({"resolve", "::1"}).out, "name ::1\naddress ::1\n");
+  EXPECT_EQ(RunCorvane({"resolve", "[::1]"}).out, "name ::1\naddress ::1\n");
+  const nlohmann::json report = ParseReport(RunCorvane({"resolve", "[2001:DB8:0::1]", "--json"}));
+  EXPECT_EQ(report["addresses"], nlohmann::json::array({"2001:db8::1"}));
+  EXPECT_EQ(report["error"], nullptr);
+}
+
+TEST(Resolve, FindsNoAddressInBracketsThatHoldNone) {
+  for (const char* const host : {"[", "[]", "[localhost]", "[127.0.0.1]", "[::1", "::1]", "[:]"}) {
+    EXPECT_EQ(RunCorvane({"resolve", host}).exitCode, 1) << host;
+  }
+}
+
 TEST(Resolve, DescribesTheHostInOneObject) {
   const nlohmann::json report = ParseReport(RunCorvane({"resolve", "127.0.0.1", "--json"}));
   EXPECT_EQ(report["operation"], "resolve");

@@ -1,379 +1,238 @@
-// Which failures may pass, and how long to wait.
+// corvane get: what failed for a reason that may pass is tried again, and goes on where it ended.
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+#include <signal.h>
 
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <limits>
+#include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
-#include <Corvane/Transfer.h>
-
-#include "apps/corvane/HttpDate.h"
-#include "apps/corvane/Retry.h"
-#include "apps/corvane/Text.h"
+#include "tests/cli/CliTesting.h"
+#include "tests/cli/VersionedFile.h"
 #include "tests/support/ScriptedFtpServer.h"
-#include "tests/support/ScriptedServer.h"
+#include "tests/support/TempDir.h"
 
-namespace CorvaneCli {
+namespace CorvaneTest {
 namespace {
 
-using Corvane::ZResult;
-using CorvaneTest::ScriptedFtpServer;
-using CorvaneTest::ScriptedServer;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
 
-Report CurlReport(unsigned int number, const std::string& text = "") {
-  Report report;
-  report.status = Corvane::TRANSFER_E_CURL_BASE | number;
-  report.cause = report.status;
-  report.causeText = text;
-  return report;
+VersionedFile::Version Tagged(std::string content, const std::string& tag) {
+  return {std::move(content), {{"ETag", '"' + tag + '"'}}};
 }
 
-Report StatusReport(ZResult status, ZResult cause = Corvane::TRANSFER_S_FINISHED) {
-  Report report;
-  report.status = status;
-  report.cause = cause;
-  return report;
+// The first answers with these statuses, then the content.
+Responder FailingAtFirst(std::vector<int> statuses, std::vector<HeaderField> headers = {}) {
+  auto answers = std::make_shared<std::vector<int>>(std::move(statuses));
+  auto mutex = std::make_shared<std::mutex>();
+  return [=](Connection& peer, const Request& request) {
+    int status = 200;
+    {
+      const std::lock_guard guard(*mutex);
+      if (!answers->empty()) {
+        status = answers->front();
+        answers->erase(answers->begin());
+      }
+    }
+    (status == 200 ? Content("content") : Status(status, "busy", headers))(peer, request);
+  };
 }
 
-TEST(MayPass, TakesBrokenConnectionsAndTimeOuts) {
-  for (unsigned int number = 1; number < 200; ++number) {
-    constexpr std::array<unsigned int, 9> kPassing = {7, 16, 18, 28, 52, 55, 56, 92, 95};
-    const bool isPassing = std::find(kPassing.begin(), kPassing.end(), number) != kPassing.end();
-    EXPECT_EQ(MayPass(CurlReport(number), 0), isPassing) << number;
-    // A file's download has a code of the library's own above libcurl's.
-    const Report file = StatusReport(Corvane::TRANSFER_E_CONNECT, Corvane::TRANSFER_E_CURL_BASE | number);
-    EXPECT_EQ(MayPass(file, 0), isPassing) << number;
+const std::vector<std::string> kNoWait = {"--retry-wait", "0"};
+
+ProgramResult Get(const std::string& url, std::vector<std::string> more) {
+  std::vector<std::string> arguments = {"get", url};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  arguments.insert(arguments.end(), kNoWait.begin(), kNoWait.end());
+  return RunCorvane(arguments);
+}
+
+TEST(Retry, MakesGoodWhatMayPass) {
+  for (const int status : {408, 429, 500, 502, 503, 504}) {
+    const ScriptedServer server(KeepAlive(FailingAtFirst({status, status, status})));
+    const TempDir folder;
+    const ProgramResult result = Get(server.Url(), {"-o", folder / "f", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.Describe();
+    EXPECT_EQ(ReadFile(folder / "f"), "content");
+    EXPECT_EQ(server.Requests().size(), 4U);
+    const nlohmann::json report = ParseReport(result);
+    EXPECT_EQ(report["attempts"], 4);
+    EXPECT_EQ(report["httpStatus"], 200);
+    EXPECT_EQ(report["exitCode"], 0);
   }
 }
 
-TEST(MayPass, NeverTakesASuccessAnAbortOrALocalFailure) {
-  for (const ZResult status :
-       {Corvane::TRANSFER_S_FINISHED, Corvane::TRANSFER_E_ABORTED, Corvane::TRANSFER_E_DOWNLOAD,
-        Corvane::TRANSFER_E_DISK_SPACE, Corvane::TRANSFER_E_INVALID_URL, Corvane::TRANSFER_E_NOT_STARTED,
-        Corvane::TRANSFER_E_SYSTEM_INIT, Corvane::TRANSFER_E_SIZE_MISMATCH, ZResult{0x8000000C}}) {
-    EXPECT_FALSE(MayPass(StatusReport(status), 0)) << std::hex << status;
-    EXPECT_FALSE(MayPass(StatusReport(status), 503)) << std::hex << status;
-    EXPECT_FALSE(MayPass(StatusReport(status, Corvane::TRANSFER_E_CURL_BASE | 28), 0)) << std::hex << status;
+TEST(Retry, SaysWhyWhenAndWhichOne) {
+  const ScriptedServer server(KeepAlive(FailingAtFirst({503, 502})));
+  const ProgramResult result = Get(server.Url(), {});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_EQ(result.out, "content");
+  EXPECT_EQ(result.err,
+            "corvane: the server answered 503 Service Unavailable; trying again in 0 s (1 of 3)\n"
+            "corvane: the server answered 502 Bad Gateway; trying again in 0 s (2 of 3)\n");
+  const ScriptedServer quiet(KeepAlive(FailingAtFirst({503})));
+  EXPECT_EQ(Get(quiet.Url(), {"-q"}).err, "");
+}
+
+TEST(Retry, NeverRepeatsWhatCannotGetBetter) {
+  for (const int status : {400, 401, 403, 404, 410, 416, 501, 505}) {
+    const ScriptedServer server(KeepAlive(Status(status)));
+    EXPECT_NE(Get(server.Url(), {}).exitCode, 0);
+    EXPECT_EQ(server.Requests().size(), 1U) << status;
   }
 }
 
-TEST(MayPass, TakesTheAnswersOfAnOverloadedServer) {
-  for (long status = 100; status < 600; ++status) {
-    const bool isPassing = status == 408 || status == 429 || status == 500 || (status >= 502 && status <= 504);
-    EXPECT_EQ(MayPass(StatusReport(Corvane::TRANSFER_E_CONNECT), status), isPassing) << status;
-    EXPECT_EQ(MayPass(StatusReport(Corvane::TRANSFER_E_POST), status), isPassing) << status;
+TEST(Retry, EndsAfterAsManyAsAreAllowed) {
+  for (const auto& [option, requests] :
+       std::vector<std::pair<std::string, std::size_t>>{{"0", 1}, {"1", 2}, {"5", 6}}) {
+    const ScriptedServer server(KeepAlive(Status(503)));
+    const ProgramResult result = Get(server.Url(), {"--retries", option, "-q"});
+    EXPECT_EQ(result.exitCode, 1) << result.Describe();
+    EXPECT_EQ(server.Requests().size(), requests);
+    if (requests > 1) {
+      EXPECT_THAT(OnlyErrorLine(result), HasSubstr("(after " + std::to_string(requests) + " tries)"));
+    }
+  }
+  const ScriptedServer server(KeepAlive(Status(503)));
+  EXPECT_EQ(Get(server.Url(), {}).exitCode, 1);
+  EXPECT_EQ(server.Requests().size(), 4U);  // without the option
+}
+
+TEST(Retry, ContinuesAFileWhereTheConnectionBroke) {
+  const std::string content = MakePattern(5000);
+  VersionedFile file(Tagged(content, "v1"));
+  file.BreakAfter({1000, 500, 32});
+  const ScriptedServer server(KeepAlive(file.Serve()));
+  const TempDir folder;
+  const ProgramResult result = Get(server.Url(), {"-o", folder / "f"});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_TRUE(ReadFile(folder / "f") == content);
+  EXPECT_THAT(result.err, HasSubstr("trying again from 1000 B on in 0 s (1 of 3)"));
+  ASSERT_EQ(server.Requests().size(), 4U);
+  EXPECT_EQ(server.Requests()[1].Header("Range"), "bytes=968-");
+  EXPECT_EQ(server.Requests()[1].Header("If-Range"), "\"v1\"");
+  EXPECT_EQ(server.Requests()[2].Header("Range"), "bytes=1436-");
+}
+
+TEST(Retry, MixesNothingWhenTheFileChangesMeanwhile) {
+  const std::string changed = MakePattern(6000, 2);
+  VersionedFile file(Tagged(MakePattern(5000, 1), "v1"));
+  file.BreakAfter({1000});
+  const ScriptedServer server(KeepAlive([&](Connection& peer, const Request& request) {
+    file.Serve()(peer, request);
+    file.Change(Tagged(changed, "v2"));
+  }));
+  const TempDir folder;
+  const ProgramResult result = Get(server.Url(), {"-o", folder / "f"});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_TRUE(ReadFile(folder / "f") == changed);
+  EXPECT_THAT(result.err, HasSubstr("beginning anew"));
+}
+
+TEST(Retry, ContinuesAStreamWithoutABytesLossOrRepetition) {
+  const std::string content = MakePattern(5000);
+  VersionedFile file(Tagged(content, "v1"));
+  file.BreakAfter({1000, 500});
+  const ScriptedServer server(KeepAlive(file.Serve()));
+  const ProgramResult result = Get(server.Url(), {});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_TRUE(result.out == content);
+  EXPECT_EQ(server.Requests().at(1).Header("Range"), "bytes=968-");
+}
+
+TEST(Retry, EndsAStreamThatNothingProvesTheRestOf) {
+  const std::string content = MakePattern(5000);
+  VersionedFile::Version careless = Tagged(MakePattern(5000, 2), "v1");
+  careless.obeysIfRange = false;
+  const std::pair<VersionedFile::Version, VersionedFile::Version> changes[] = {
+      {{content, {}}, {content, {}}},                               // no validator
+      {Tagged(content, "v1"), Tagged(MakePattern(5000, 2), "v2")},  // another version
+      {Tagged(content, "v1"), careless},                            // other bytes under the same tag
+  };
+  for (const auto& [before, after] : changes) {
+    VersionedFile file(before);
+    file.BreakAfter({1000});
+    const ScriptedServer server(KeepAlive([&, next = after](Connection& peer, const Request& request) {
+      file.Serve()(peer, request);
+      file.Change(next);
+    }));
+    const ProgramResult result = Get(server.Url(), {});
+    EXPECT_EQ(result.exitCode, 1) << result.Describe();
+    EXPECT_TRUE(result.out == content.substr(0, 1000));
+    EXPECT_THAT(result.err, HasSubstr("1000 B went to the standard output before; that is not the whole"));
   }
 }
 
-TEST(MayPass, LooksAtTheAnswerAlsoWhenItsPageDidNotComeWhole) {
-  EXPECT_FALSE(MayPass(StatusReport(Corvane::TRANSFER_E_CONNECT, Corvane::TRANSFER_E_CURL_BASE | 18), 404));
-  EXPECT_TRUE(MayPass(StatusReport(Corvane::TRANSFER_E_CONNECT, Corvane::TRANSFER_E_CURL_BASE | 61), 503));
-  EXPECT_TRUE(MayPass(CurlReport(56), 200));
-  EXPECT_TRUE(MayPass(CurlReport(56), 302));  // the way to where a redirect leads broke
-  EXPECT_TRUE(MayPass(CurlReport(56), 401));  // in the middle of a login
+TEST(Retry, MakesGoodARefusedConnection) {
+  const ProgramResult result = Get(RefusedUrl(), {"--retries", "2", "--json"});
+  EXPECT_EQ(result.exitCode, 1) << result.Describe();
+  const nlohmann::json report = ParseReport(result);
+  EXPECT_EQ(report["attempts"], 3);
+  EXPECT_EQ(report["httpStatus"], nullptr);
+  EXPECT_EQ(report["exitCode"], 1);
 }
 
-struct TextCase {
-  unsigned int number;
-  const char* text;
-  bool isPassing;
-};
-
-TEST(MayPass, ReadsTheReplyOfAnFtpServerInTheText) {
-  const TextCase cases[] = {
-      {19, "RETR response: 450", true},
-      {19, "RETR response: 451", true},
-      {19, "RETR response: 452", true},
-      {19, "RETR response: 425", true},
-      {19, "RETR response: 426", true},
-      {19, "RETR response: 421", true},
-      {19, "RETR response: 500", false},
-      {19, "RETR response: 550", false},
-      {19, "RETR response: 999", false},
-      {19, "RETR response: ", false},
-      {19, "RETR response: 45000000000000000000000", false},
-      {78, "RETR response: 550", false},
-      {8, "Got a 425 ftp-server response when 220 was expected", true},
-      {8, "Got a 500 ftp-server response when 220 was expected", false},
-      {13, "Bad PASV/EPSV response: 425", true},
-      {13, "Bad PASV/EPSV response: 500", false},
-      {67, "Access denied: 530", false},
-      {67, "Access denied: 430", false},  // the name or the password is wrong
-      {67, "Access denied: 421", true},
-      {18, "server did not report OK, got 426", true},
-      {18, "server did not report OK, got 451", true},
-      {18, "server did not report OK, got 552", false},
-      {18, "transfer closed with 5 bytes remaining to read", true},
-      {9, "Server denied you to change to the given directory", false},
-      {28, "FTP response timeout", true},
-      {56, "response reading failed (errno: 0)", true},
-  };
-  for (const TextCase& c : cases) EXPECT_EQ(MayPass(CurlReport(c.number, c.text), 0), c.isPassing) << c.text;
-}
-
-TEST(MayPass, TakesTlsOnlyWhenThePeerBrokeOff) {
-  const TextCase cases[] = {
-      {35, "", false},
-      {35, "OpenSSL SSL_connect: Connection reset by peer in connection to h:443 ", true},
-      {35, "OpenSSL SSL_connect: SSL_ERROR_SYSCALL in connection to h:443 ", true},
-      {35, "error:0A000126:SSL routines::unexpected eof while reading", true},
-      {35, "TLS connect error: error:0A000126:SSL routines::unexpected eof while reading", true},
-      {35, "Recv failure: Connection reset by peer", true},
-      {35, "Send failure: Broken pipe", true},
-      {35, "error:0A00010B:SSL routines::wrong version number", false},
-      {35, "error:0A000410:SSL routines::sslv3 alert handshake failure", false},
-      {60, "SSL certificate problem: unable to get local issuer certificate", false},
-      {60, "SSL certificate problem: Connection reset by peer", false},
-      {77, "error setting certificate file", false},
-      {56, "OpenSSL SSL_read: error:0A000126:SSL routines::unexpected eof while reading, errno 0", true},
-      {56, "OpenSSL SSL_read: error:0A00045C:SSL routines::tlsv13 alert certificate required, errno 0", false},
-  };
-  for (const TextCase& c : cases) EXPECT_EQ(MayPass(CurlReport(c.number, c.text), 0), c.isPassing) << c.text;
-}
-
-TEST(MayPass, ReadsWhatAProxyAnsweredAndWhatOnlyGrows) {
-  const TextCase cases[] = {
-      {56, "CONNECT tunnel failed, response 503", true},
-      {56, "CONNECT tunnel failed, response 407", false},
-      {56, "CONNECT tunnel failed, response 403", false},
-      {56, "Received HTTP code 502 from proxy after CONNECT", true},
-      {56, "Received HTTP code 403 from proxy after CONNECT", false},
-      {56, "Proxy CONNECT aborted", true},
-      {56, "Too large response headers: 307201 > 307200", false},
-      {56, "CONNECT response too large", false},
-  };
-  for (const TextCase& c : cases) EXPECT_EQ(MayPass(CurlReport(c.number, c.text), 0), c.isPassing) << c.text;
-}
-
-// --- the same with the texts of the libcurl that is there
-
-struct Outcome {
-  bool mayPass;
-  std::string described;
-};
-
-Outcome Fetch(const std::string& url) {
-  Corvane::ZTransfer transfer;
-  Corvane::ZString body;
-  transfer.SetTimeout(20);
-  transfer.DetectHttpError(true);
-  Report report;
-  report.status = transfer.Download(FromUtf8(url), body);
-  Corvane::ZString text;
-  report.cause = transfer.GetCause(text);
-  report.causeText = ToUtf8(text);
-  const long status = transfer.GetHttpStatus();
-  return {MayPass(report, status),
-          std::to_string(report.cause & 0xFFFFU) + " \"" + report.causeText + "\", HTTP " + std::to_string(status)};
-}
-
-TEST(MayPass, KnowsTheRepliesOfFtpServers) {
-  struct Case {
-    const char* verb;
-    const char* reply;
-    bool isPassing;
-  };
-  const Case cases[] = {
-      {"RETR", "450 Busy", true},     {"RETR", "550 No such file", false}, {"RETR", "421 Going down", true},
-      {"PASS", "530 Wrong", false},   {"PASS", "421 Too many", true},      {"USER", "421 Too many", true},
-      {"RETR", "553 Not you", false},
-  };
-  for (const Case& c : cases) {
-    ScriptedFtpServer server({{"/a", "content"}});
-    server.SetReply(c.verb, c.reply);
-    const Outcome outcome = Fetch(server.Url("/a"));
-    EXPECT_EQ(outcome.mayPass, c.isPassing) << c.verb << ' ' << c.reply << ": " << outcome.described;
-  }
-}
-
-TEST(MayPass, KnowsAnFtpServerThatIsFullAtTheDoor) {
-  for (const char* const banner : {"421 Too many users", "425 Later"}) {
-    ScriptedFtpServer server({{"/a", "content"}}, banner);
-    const Outcome outcome = Fetch(server.Url("/a"));
-    EXPECT_TRUE(outcome.mayPass) << banner << ": " << outcome.described;
-  }
-  ScriptedFtpServer server({{"/a", "content"}}, "500 Never");
-  const Outcome outcome = Fetch(server.Url("/a"));
-  EXPECT_FALSE(outcome.mayPass) << outcome.described;
-}
-
-TEST(MayPass, KnowsAnFtpTransferThatWasCut) {
-  ScriptedFtpServer server({{"/a", std::string(100000, 'x')}});
-  server.CutDataAfter(1000);
-  const Outcome outcome = Fetch(server.Url("/a"));
-  EXPECT_TRUE(outcome.mayPass) << outcome.described;
-}
-
-TEST(MayPass, KnowsATlsHandshakeThatThePeerBrokeOff) {
-  ScriptedServer resets([](CorvaneTest::Connection& connection) {
-    static_cast<void>(connection.ReadSome());
-    connection.Reset();
+TEST(Retry, MakesGoodAnFtpRefusalThatMayPass) {
+  ScriptedFtpServer server({{"/f", "content"}});
+  int refusals = 2;
+  server.OnCommand("RETR", [&](Connection& control, const std::string&) {
+    if (refusals == 0) return false;
+    --refusals;
+    control.Send("450 Busy\r\n");
+    return true;
   });
-  const Outcome reset = Fetch("https://127.0.0.1:" + std::to_string(resets.Port()) + "/");
-  EXPECT_TRUE(reset.mayPass) << reset.described;
-  ScriptedServer closes([](CorvaneTest::Connection& connection) {
-    static_cast<void>(connection.ReadSome());
-    connection.Close();
-  });
-  const Outcome closed = Fetch("https://127.0.0.1:" + std::to_string(closes.Port()) + "/");
-  EXPECT_TRUE(closed.mayPass) << closed.described;
+  const ProgramResult result = Get(server.Url("/f"), {});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_EQ(result.out, "content");
 }
 
-TEST(MayPass, KnowsAServerThatSpeaksNoTls) {
-  ScriptedServer server([](CorvaneTest::Connection& connection) {
-    static_cast<void>(connection.ReadSome());
-    static_cast<void>(connection.Send("HTTP/1.1 400 Bad Request\r\n\r\n"));
-    static_cast<void>(connection.WaitUntilPeerCloses());
-  });
-  const Outcome outcome = Fetch("https://127.0.0.1:" + std::to_string(server.Port()) + "/");
-  EXPECT_FALSE(outcome.mayPass) << outcome.described;
-}
-
-TEST(MayPass, KnowsHttpAnswersAndBrokenOnes) {
-  struct Case {
-    const char* answer;
-    bool isPassing;
-  };
-  const Case cases[] = {
-      {"HTTP/1.1 503 Busy\r\nContent-Length: 0\r\n\r\n", true},
-      {"HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n", false},
-      {"HTTP/1.1 404 No\r\nContent-Length: 10\r\n\r\nabc", false},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc", true},
-      {"", true},
-  };
-  for (const Case& c : cases) {
-    ScriptedServer server([&c](CorvaneTest::Connection& connection) {
-      static_cast<void>(connection.ReadRequest());
-      static_cast<void>(connection.Send(c.answer));
-      connection.Close();
-    });
-    const Outcome outcome = Fetch(server.Url("/"));
-    EXPECT_EQ(outcome.mayPass, c.isPassing) << c.answer << ": " << outcome.described;
-  }
-}
-
-TEST(MayPass, KnowsAHostOnWhichNobodyListens) {
-  std::string url;
-  {
-    const ScriptedServer server([](CorvaneTest::Connection& /*connection*/) {});
-    url = server.Url("/");
-  }
-  const Outcome outcome = Fetch(url);
-  EXPECT_TRUE(outcome.mayPass) << outcome.described;
-}
-
-// --- Retry-After
-
-constexpr std::time_t kNow = 784111777;  // Sun, 06 Nov 1994 08:49:37 GMT
-
-struct RetryAfterCase {
-  const char* value;
-  std::optional<long long> wait;
-};
-
-TEST(RetryAfter, TakesSecondsAndTheThreeFormsOfADate) {
-  const RetryAfterCase cases[] = {
-      {"0", 0},
-      {"120", 120},
-      {" 120\t", 120},
-      {"007", 7},
-      {"2147483647", 2147483647},
-      {"2147483648", 2147483647},
-      {"18446744073709551615", 2147483647},
-      {"18446744073709551616", 2147483647},
-      {"99999999999999999999999999999999", 2147483647},
-      {"Sun, 06 Nov 1994 08:49:37 GMT", 0},
-      {"Sun, 06 Nov 1994 08:49:36 GMT", 0},
-      {"Sun, 06 Nov 1994 08:51:37 GMT", 120},
-      {"Sunday, 06-Nov-94 08:51:37 GMT", 120},
-      {"Sun Nov  6 08:51:37 1994", 120},
-      {"Wed Nov 16 08:49:37 1994", 864000},
-      {"Thu, 01 Jan 1970 00:00:00 GMT", 0},
-      {"Sat, 01 Jan 0000 00:00:00 GMT", 0},
-      {"Fri, 31 Dec 9999 23:59:59 GMT", 2147483647},
-      {"Sun, 06 Nov 1994 08:49:60 GMT", 23},
-  };
-  for (const RetryAfterCase& c : cases) {
-    const std::optional<seconds> wait = RetryAfter(c.value, kNow);
-    ASSERT_TRUE(wait.has_value()) << c.value;
-    EXPECT_EQ(wait->count(), c.wait) << c.value;
-  }
-}
-
-TEST(RetryAfter, RefusesWhatIsNeither) {
-  for (const char* const value : {"",
-                                  " ",
-                                  "-1",
-                                  "+1",
-                                  "1.5",
-                                  "1 s",
-                                  "1 2",
-                                  "soon",
-                                  "0x10",
-                                  "Sun, 06 Nov 1994 08:49:37",
-                                  "06 Nov 1994 08:49:37 GMT",
-                                  "Sun, 6 Nov 1994 08:49:37 GMT",
-                                  "Sun, 06 Nov 94 08:49:37 GMT",
-                                  "Sun, 06 Nov 1994 08:49:37 CET",
-                                  "Sun, 06 Nov 1994 08:49:37 GMT x",
-                                  "Sun, 31 Nov 1994 08:49:37 GMT",
-                                  "Sun, 00 Nov 1994 08:49:37 GMT",
-                                  "Sun, 29 Feb 1995 08:49:37 GMT",
-                                  "Sun, 06 Nov 1994 24:00:00 GMT",
-                                  "Sun, 06 Nov 1994 08:60:00 GMT",
-                                  "Sun, 06 Nov 1994 08:49:61 GMT",
-                                  "sun, 06 nov 1994 08:49:37 gmt",
-                                  "Xyz, 06 Nov 1994 08:49:37 GMT",
-                                  "Sun,  06 Nov 1994 08:49:37 GMT",
-                                  "Sun, 06-Nov-94 08:49:37 GMT",
-                                  "Sunday, 06-Nov-1994 08:49:37 GMT",
-                                  "Sun Nov 6 08:49:37 1994",
-                                  "Sun Nov  6 08:49:37 1994 GMT",
-                                  "Sun, 06 Nov 1994 08:49:3"}) {
-    EXPECT_FALSE(RetryAfter(value, kNow).has_value()) << value;
-  }
-  EXPECT_FALSE(RetryAfter(std::string_view("1\0", 2), kNow).has_value());
-}
-
-TEST(RetryAfter, SurvivesAClockThatIsSetToNonsense) {
-  EXPECT_EQ(RetryAfter("Sun, 06 Nov 1994 08:49:37 GMT", std::numeric_limits<std::time_t>::min()), seconds(2147483647));
-  EXPECT_EQ(RetryAfter("Sun, 06 Nov 1994 08:49:37 GMT", std::numeric_limits<std::time_t>::max()), seconds(0));
-  EXPECT_TRUE(RetryAfter("Sunday, 06-Nov-94 08:49:37 GMT", std::numeric_limits<std::time_t>::max()).has_value());
-  EXPECT_TRUE(RetryAfter("Sunday, 06-Nov-94 08:49:37 GMT", std::numeric_limits<std::time_t>::min()).has_value());
-}
-
-TEST(ParseHttpDate, KnowsLeapYearsAndTheCentury) {
-  EXPECT_EQ(ParseHttpDate("Sun, 06 Nov 1994 08:49:37 GMT", kNow), kNow);
-  EXPECT_EQ(ParseHttpDate("Tue, 29 Feb 2000 00:00:00 GMT", kNow), 951782400);
-  EXPECT_EQ(ParseHttpDate("Thu, 29 Feb 2024 12:00:00 GMT", kNow), 1709208000);
-  EXPECT_EQ(ParseHttpDate("Thu, 29 Feb 1900 00:00:00 GMT", kNow), std::nullopt);
-  constexpr std::time_t k2025 = 1750000000;  // 75 is 50 years ahead, 76 is not
-  EXPECT_EQ(ParseHttpDate("Wednesday, 01-Jan-75 00:00:00 GMT", k2025), 3313526400);
-  EXPECT_EQ(ParseHttpDate("Thursday, 01-Jan-76 00:00:00 GMT", k2025), 189302400);
+TEST(Retry, PostsAreNeverRepeated) {
+  const ScriptedServer server(KeepAlive(Status(503)));
+  EXPECT_EQ(RunCorvane({"post", server.Url(), "--data", "x"}).exitCode, 1);
+  EXPECT_EQ(server.Requests().size(), 1U);
+  EXPECT_EQ(RunCorvane({"post", server.Url(), "--data", "x", "--retries", "2"}).exitCode, 2);
 }
 
 // --- waits
 
-TEST(WaitBefore, DoublesUpToAMinute) {
-  EXPECT_EQ(WaitBefore(0, milliseconds(1000)), milliseconds(0));
-  EXPECT_EQ(WaitBefore(1, milliseconds(1000)), milliseconds(1000));
-  EXPECT_EQ(WaitBefore(2, milliseconds(1000)), milliseconds(2000));
-  EXPECT_EQ(WaitBefore(6, milliseconds(1000)), milliseconds(32000));
-  EXPECT_EQ(WaitBefore(7, milliseconds(1000)), milliseconds(60000));
-  EXPECT_EQ(WaitBefore(std::numeric_limits<unsigned int>::max(), milliseconds(1)), milliseconds(60000));
+TEST(RetryAfter, IsObeyedAsSecondsAndAsADate) {
+  for (const char* const value : {"1", "Thu, 01 Jan 2026 10:00:00 GMT"}) {
+    const ScriptedServer server(KeepAlive(FailingAtFirst({503}, {{"Retry-After", value}})));
+    const ProgramResult result = RunCorvane({"get", server.Url(), "--retry-wait", "7000"});
+    EXPECT_EQ(result.exitCode, 0) << result.Describe();
+    EXPECT_THAT(result.err, HasSubstr(value[0] == '1' ? "trying again in 1 s" : "trying again in 0 s"));
+  }
 }
 
-TEST(WaitBefore, StaysInItsBoundsWhateverComesFirst) {
-  EXPECT_EQ(WaitBefore(1, milliseconds(90000)), milliseconds(60000));
-  EXPECT_EQ(WaitBefore(3, milliseconds::max()), milliseconds(60000));
-  EXPECT_EQ(WaitBefore(3, milliseconds::min()), milliseconds(0));
-  EXPECT_EQ(WaitBefore(std::numeric_limits<unsigned int>::max(), milliseconds(0)), milliseconds(0));
+TEST(RetryAfter, BeyondAnHourIsNotWaitedFor) {
+  const ScriptedServer server(KeepAlive(FailingAtFirst({503}, {{"Retry-After", "3601"}})));
+  const ProgramResult result = RunCorvane({"get", server.Url()});
+  EXPECT_EQ(result.exitCode, 1) << result.Describe();
+  EXPECT_EQ(server.Requests().size(), 1U);
+  EXPECT_THAT(result.err, HasSubstr("the server asks to wait 1:00:01 before the next try"));
+}
+
+TEST(RetryWait, EndsAtASignal) {
+  const ScriptedServer server(KeepAlive(Status(503)));
+  const auto program = StartCorvane({"get", server.Url(), "--retry-wait", "3600", "--json"});
+  ASSERT_TRUE(program->WaitForErrorOutput("trying again in"));
+  program->Kill(SIGTERM);
+  const auto result = program->Wait();
+  ASSERT_TRUE(result.has_value());
+  EXPECT_EQ(result->exitCode, 130) << result->Describe();
+  EXPECT_THAT(result->err, HasSubstr("corvane: interrupted"));
+  EXPECT_EQ(ParseReport(*result)["exitCode"], 130);
+}
+
+TEST(RetryWait, GrowsFromOneSecond) {
+  const ScriptedServer server(KeepAlive(Status(503)));
+  const ProgramResult result = RunCorvane({"get", server.Url(), "--retries", "2"});
+  EXPECT_THAT(result.err, AllOf(HasSubstr("in 1 s (1 of 2)"), HasSubstr("in 2 s (2 of 2)")));
 }
 
 }  // namespace
-}  // namespace CorvaneCli
+}  // namespace CorvaneTest

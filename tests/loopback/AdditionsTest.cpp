@@ -238,6 +238,9 @@ TEST_F(ACheckedResume, IsRefusedWhenTheServerSplicesAnotherVersion) {
 TEST_F(ACheckedResume, OverFtpComparesTheOverlap) {
   ScriptedFtpServer same({{"/f", content}});
   ScriptedFtpServer other({{"/f", MakePattern(1000, 2)}});
+  ZTransferOptions options;
+  options.checkResume = true;
+  Set(options);
   ExpectChanged(other.Url("/f"));
   EXPECT_THAT(Resume(same.Url("/f")), IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(FileHolds(folder / "f", content));

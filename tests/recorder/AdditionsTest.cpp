@@ -1,5 +1,6 @@
 // What a transfer does only when it is asked to, and that it leaves everything else as it is.
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -23,6 +24,12 @@ namespace {
 using Corvane::ResultFromErrno;
 using Corvane::ZTransferOptions;
 
+class NoTrace : public Corvane::ZTransferTrace {
+ public:
+  void Line(Kind /*kind*/, const ZString& /*line*/) override { ++lines; }
+  int lines = 0;
+} s_trace;
+
 ZTransferOptions Everything() {
   ZTransferOptions options;
   options.mostRedirects = 5;
@@ -33,6 +40,7 @@ ZTransferOptions Everything() {
   options.limitFollowsUpload = true;
   options.askModificationTime = true;
   options.handOnErrorPages = true;
+  options.trace = &s_trace;
   options.receiveBufferBytes = 65536;
   return options;
 }
@@ -85,8 +93,9 @@ TEST_F(Additions, ThatWereTakenBackLeaveNothing) {
 
 TEST_F(Additions, ComeAfterAllOtherOptionsInAFixedOrder) {
   EXPECT_THAT(OptionsWith(ZTransferOptions()), IsEmpty());
-  EXPECT_THAT(OptionsWith(Everything()), ElementsAre("52=1", "68=5", "182=3", "10018='agent/1'", "10023=pointer",
-                                                     "98=65536", "69=1", "20219=function", "10057=pointer", "43=0"));
+  EXPECT_THAT(OptionsWith(Everything()),
+              ElementsAre("52=1", "68=5", "182=3", "10018='agent/1'", "10023=pointer", "98=65536", "69=1",
+                          "20219=function", "10057=pointer", "43=0", "20094=function", "10095=pointer", "41=1"));
 }
 
 TEST_F(Additions, FollowRedirectsFromHttpsToHttpsOnly) {
@@ -198,6 +207,26 @@ TEST_F(Additions, AreRefusedWhileAnOperationRuns) {
   transfer.Download(L"http://h/", result);
 }
 
+class NoSink : public Corvane::ZTransferSink {
+ public:
+  std::size_t Write(const void*, std::size_t bytes) override { return bytes; }
+};
+
+TEST_F(Additions, AskForAPartWithNoOtherOptionThanItsBeginning) {
+  ZTransfer transfer;
+  NoSink sink;
+  const std::string resumeFrom = std::to_string(CURLOPT_RESUME_FROM_LARGE) + "=";
+  curl.Clear();
+  transfer.Download(L"http://h/", sink);
+  std::vector<std::string> whole = curl.OptionsBeforeRequest();
+  curl.Clear();
+  transfer.Download(L"http://h/", sink, 5000000000);
+  EXPECT_EQ(std::count(whole.begin(), whole.end(), resumeFrom + "0"), 1);
+  std::replace(whole.begin(), whole.end(), resumeFrom + "0", resumeFrom + "5000000000");
+  EXPECT_EQ(curl.OptionsBeforeRequest(), whole);
+  EXPECT_EQ(transfer.GetDownloadSize(), 5000000000u);
+}
+
 // On a new object, which has made no request yet.
 TEST_F(Additions, EndAResumeWhoseFileCannotBeCompared) {
   WriteFile(folder / "f", MakePattern(100));
@@ -209,6 +238,32 @@ TEST_F(Additions, EndAResumeWhoseFileCannotBeCompared) {
   EXPECT_EQ(Outcome(transfer), "0x8001138A Download failed: " + Narrow(Corvane::ZGetErrorMsg(ResultFromErrno(EIO))));
   EXPECT_EQ(curl.Count("perform"), 0u);
   EXPECT_TRUE(std::filesystem::exists(folder / "f"));
+}
+
+// libcurl may call after its request, when it closes what it kept.
+TEST_F(Additions, TellATraceOfItsRequestOnly) {
+  using Debug = int (*)(CURL*, curl_infotype, char*, std::size_t, void*);
+  ZTransfer transfer;
+  ZTransferOptions options;
+  options.trace = &s_trace;
+  EXPECT_EQ(transfer.SetOptions(options), 0u);
+  std::function<int(curl_infotype)> tell;
+  curl.perform = [&](const EasyHandle& handle) {
+    const auto debug = reinterpret_cast<Debug>(handle.Get(CURLOPT_DEBUGFUNCTION).function);
+    void* const object = const_cast<void*>(handle.Get(CURLOPT_DEBUGDATA).pointer);
+    tell = [=](curl_infotype type) {
+      std::string line = "line\n";
+      return debug(nullptr, type, line.data(), line.size(), object);
+    };
+    for (int type = CURLINFO_TEXT; type < CURLINFO_END; ++type) EXPECT_EQ(tell(static_cast<curl_infotype>(type)), 0);
+    return CURLE_OK;
+  };
+  ZString result;
+  s_trace.lines = 0;
+  EXPECT_EQ(transfer.Download(L"http://h/", result), kFinished);
+  EXPECT_EQ(s_trace.lines, 3) << "no bodies, no bytes of TLS";
+  EXPECT_EQ(tell(CURLINFO_TEXT), 0);
+  EXPECT_EQ(s_trace.lines, 3);
 }
 
 // An upload whose bytes go out is not idle.
@@ -245,7 +300,8 @@ TEST_F(Additions, ThatLibcurlRefusesFailTheOperation) {
   EXPECT_EQ(transfer.SetOptions(Everything()), 0u);
   for (const CURLoption refused :
        {CURLOPT_FOLLOWLOCATION, CURLOPT_MAXREDIRS, CURLOPT_REDIR_PROTOCOLS, CURLOPT_USERAGENT, CURLOPT_HTTPHEADER,
-        CURLOPT_BUFFERSIZE, CURLOPT_FILETIME, CURLOPT_XFERINFOFUNCTION, CURLOPT_XFERINFODATA}) {
+        CURLOPT_BUFFERSIZE, CURLOPT_FILETIME, CURLOPT_XFERINFOFUNCTION, CURLOPT_XFERINFODATA, CURLOPT_DEBUGFUNCTION,
+        CURLOPT_DEBUGDATA, CURLOPT_VERBOSE}) {
     curl.onOption = [=](const OptionCall& call) { return call.option == refused ? CURLE_UNKNOWN_OPTION : CURLE_OK; };
     curl.Clear();
     ZString result;

@@ -37,9 +37,9 @@ class AResumedFile : public testing::Test {
   std::size_t Write(std::size_t bytes) { return resumed->Write(std::string(bytes, 'n').c_str(), bytes); }
 
   // The end of a request that libcurl was content with.
-  static ResumedFile::End GoodEnd() {
-    ResumedFile::End end;
-    end.isHttp = true;
+  static RequestedPart::End GoodEnd() {
+    RequestedPart::End end;
+    end.answer.isHttp = true;
     end.hasContent = true;
     return end;
   }
@@ -61,7 +61,7 @@ TEST_F(AResumedFile, TakesTheRestAndIsWhole) {
   Answer206("bytes 88-199/200");
   EXPECT_EQ(Write(100), 100u);
   EXPECT_EQ(Write(12), 12u);
-  EXPECT_FALSE(resumed->Refuse(GoodEnd()));
+  EXPECT_FALSE(resumed->Part().Refuse(GoodEnd()));
   EXPECT_EQ(resumed->CutStaleTail(GoodEnd()), BASE_S_OK);
   EXPECT_EQ(ReadFile(folder / "f"), std::string(88, 'o') + std::string(112, 'n'));
 }
@@ -69,7 +69,7 @@ TEST_F(AResumedFile, TakesTheRestAndIsWhole) {
 TEST_F(AResumedFile, LosesItsTailWhenTheResourceIsKnownToEndBeforeIt) {
   Answer206("bytes 88-97/98");
   EXPECT_EQ(Write(10), 10u);
-  EXPECT_FALSE(resumed->Refuse(GoodEnd()));
+  EXPECT_FALSE(resumed->Part().Refuse(GoodEnd()));
   EXPECT_EQ(resumed->CutStaleTail(GoodEnd()), BASE_S_OK);
   EXPECT_EQ(ReadFile(folder / "f"), std::string(88, 'o') + std::string(10, 'n'));
 }
@@ -78,50 +78,52 @@ TEST_F(AResumedFile, TakesNothingBehindTheAnnouncedEnd) {
   Answer206("bytes 88-97/98");
   EXPECT_EQ(Write(10), 10u);
   EXPECT_EQ(Write(1), 0u);
-  ResumedFile::End end = GoodEnd();
-  end.isFailed = end.isWriteError = true;
-  ASSERT_TRUE(resumed->Refuse(end));
-  EXPECT_EQ(resumed->Refuse(end)->code, CURLE_RANGE_ERROR);
-  EXPECT_EQ(resumed->Refuse(end)->text, ZString(L"The server sent more than the range it announced. Cannot resume."));
+  RequestedPart::End end = GoodEnd();
+  end.code = CodeOf(CURLE_WRITE_ERROR);
+  ASSERT_TRUE(resumed->Part().Refuse(end));
+  EXPECT_EQ(resumed->Part().Refuse(end)->code, CURLE_RANGE_ERROR);
+  EXPECT_EQ(resumed->Part().Refuse(end)->text,
+            ZString(L"The server sent more than the range it announced. Cannot resume."));
   EXPECT_EQ(ReadFile(folder / "f").size(), kSize);
 }
 
 TEST_F(AResumedFile, TakesNothingOfAnotherRange) {
   Answer206("bytes 0-199/200");
   EXPECT_EQ(Write(10), 0u);
-  ResumedFile::End end = GoodEnd();
-  end.isFailed = end.isWriteError = true;
-  ASSERT_TRUE(resumed->Refuse(end));
-  EXPECT_EQ(resumed->Refuse(end)->text, ZString(L"The server did not send the rest of the file. Cannot resume."));
+  RequestedPart::End end = GoodEnd();
+  end.code = CodeOf(CURLE_WRITE_ERROR);
+  ASSERT_TRUE(resumed->Part().Refuse(end));
+  EXPECT_EQ(resumed->Part().Refuse(end)->text,
+            ZString(L"The server did not send the rest of the file. Cannot resume."));
   EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o'));
 }
 
 TEST_F(AResumedFile, DropsThePageOfARefusalWithoutJudgingItFurther) {
   resumed->Judge({true, false, "HTTP/1.1 404 Not Found\r\n\r\n"});
   EXPECT_EQ(Write(10), 10u);
-  EXPECT_FALSE(resumed->Refuse(GoodEnd()));
+  EXPECT_FALSE(resumed->Part().Refuse(GoodEnd()));
   EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o'));
 }
 
 // A request that failed by itself keeps its own failure.
 TEST_F(AResumedFile, LeavesOtherFailuresAsTheyAre) {
   Answer206("bytes 0-199/200");
-  ResumedFile::End end = GoodEnd();
-  end.isFailed = true;
-  EXPECT_FALSE(resumed->Refuse(end));
+  RequestedPart::End end = GoodEnd();
+  end.code = CodeOf(CURLE_RECV_ERROR);
+  EXPECT_FALSE(resumed->Part().Refuse(end));
 }
 
 TEST_F(AResumedFile, WithoutContentIsWholeOnlyWhereTheResourceEnds) {
-  ResumedFile::End end;
+  RequestedPart::End end;
   for (const bool isHttp : {true, false}) {
-    end.isHttp = isHttp;
+    end.answer.isHttp = isHttp;
     for (const double length : {-1.0, 0.0, 87.0, 89.0}) {
       end.contentLength = length;
-      ASSERT_TRUE(resumed->Refuse(end)) << length;
-      EXPECT_EQ(resumed->Refuse(end)->code, CURLE_RANGE_ERROR);
+      ASSERT_TRUE(resumed->Part().Refuse(end)) << length;
+      EXPECT_EQ(resumed->Part().Refuse(end)->code, CURLE_RANGE_ERROR);
     }
     end.contentLength = 88.0;
-    EXPECT_FALSE(resumed->Refuse(end));
+    EXPECT_FALSE(resumed->Part().Refuse(end));
   }
   EXPECT_EQ(resumed->CutStaleTail(end), BASE_S_OK);
   EXPECT_EQ(ReadFile(folder / "f").size(), 88u);
@@ -130,9 +132,9 @@ TEST_F(AResumedFile, WithoutContentIsWholeOnlyWhereTheResourceEnds) {
 TEST_F(AResumedFile, OverFtpEndsWhereTheServerSaysItDoes) {
   resumed->Judge({false, true, ""});
   EXPECT_EQ(Write(10), 10u);
-  ResumedFile::End end;
+  RequestedPart::End end;
   end.hasContent = true;
-  EXPECT_FALSE(resumed->Refuse(end));
+  EXPECT_FALSE(resumed->Part().Refuse(end));
   EXPECT_EQ(resumed->CutStaleTail(end), BASE_S_OK);
   EXPECT_EQ(ReadFile(folder / "f").size(), 98u);
 }
@@ -149,16 +151,16 @@ class ACheckedFile : public AResumedFile {
     return resumed->Write(bytes.data(), bytes.size());
   }
 
-  void ExpectChangedAndUntouched(const ResumedFile::End& end) {
-    ASSERT_TRUE(resumed->Refuse(end));
-    EXPECT_EQ(resumed->Refuse(end)->code, CURLE_RANGE_ERROR);
-    EXPECT_EQ(resumed->Refuse(end)->text, ZString(L"The file on the server has changed. Cannot resume."));
+  void ExpectChangedAndUntouched(const RequestedPart::End& end) {
+    ASSERT_TRUE(resumed->Part().Refuse(end));
+    EXPECT_EQ(resumed->Part().Refuse(end)->code, CURLE_RANGE_ERROR);
+    EXPECT_EQ(resumed->Part().Refuse(end)->text, ZString(L"The file on the server has changed. Cannot resume."));
     EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o'));
   }
 
-  static ResumedFile::End WriteError() {
-    ResumedFile::End end = GoodEnd();
-    end.isFailed = end.isWriteError = true;
+  static RequestedPart::End WriteError() {
+    RequestedPart::End end = GoodEnd();
+    end.code = CodeOf(CURLE_WRITE_ERROR);
     return end;
   }
 };
@@ -174,7 +176,7 @@ TEST_F(ACheckedFile, TakesTheRestBehindTheSameOverlap) {
     if (left != 0) {
       EXPECT_EQ(resumed->Write(rest.data() + first, left), left);
     }
-    EXPECT_FALSE(resumed->Refuse(GoodEnd())) << first;
+    EXPECT_FALSE(resumed->Part().Refuse(GoodEnd())) << first;
     EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o') + std::string(80, 'n')) << first;
   }
 }
@@ -199,16 +201,17 @@ TEST_F(ACheckedFile, TakesNothingOfAShorterResource) {
 }
 
 TEST_F(ACheckedFile, OverFtpIsNoneOfAShorterResource) {
+  EXPECT_EQ(resumed->Check(""), BASE_S_OK);
   resumed->Judge({false, true, ""});
   EXPECT_EQ(WriteRest(10, 0), 10u);
-  ResumedFile::End end;
+  RequestedPart::End end;
   end.hasContent = true;
   ExpectChangedAndUntouched(end);
 }
 
 TEST_F(ACheckedFile, WithoutContentIsNoneOfAResourceThatEndsBeforeIt) {
-  ResumedFile::End end;
-  end.isHttp = true;
+  RequestedPart::End end;
+  end.answer.isHttp = true;
   end.contentLength = 88.0;
   ExpectChangedAndUntouched(end);
 }
@@ -223,7 +226,7 @@ TEST_F(ACheckedFile, TakesNothingOfAnAnswerOfAnotherVersion) {
 TEST_F(ACheckedFile, ThatIsCompleteIsWholeAndUntouched) {
   Answer206("bytes 88-119/120");
   EXPECT_EQ(WriteRest(32, 0), 32u);
-  EXPECT_FALSE(resumed->Refuse(GoodEnd()));
+  EXPECT_FALSE(resumed->Part().Refuse(GoodEnd()));
   EXPECT_EQ(resumed->CutStaleTail(GoodEnd()), BASE_S_OK);
   EXPECT_EQ(ReadFile(folder / "f"), std::string(kSize, 'o'));
 }

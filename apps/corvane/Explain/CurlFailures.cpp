@@ -38,7 +38,7 @@ constexpr CurlFailure kCurlFailures[] = {
     {35, "the TLS connection could not be set up", kCheckTls, kSecurity},
     {36, "the download could not be resumed", kNotResumable},
     {43, "libcurl refused one of the settings", "check the numbers in the options"},
-    {47, "there were too many redirections", "check the URL"},
+    {47, "there were too many redirections", "check the URL, or allow more with --redirects N"},
     {51, "the server's certificate was not accepted", kCheckCertificate, kSecurity},
     {52, "the server closed the connection without an answer", "check the port, or try again"},
     {53, "the TLS engine was not found", "check the OpenSSL configuration", kSecurity},

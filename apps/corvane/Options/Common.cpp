@@ -2,10 +2,13 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <limits>
+#include <utility>
 
 #include <Corvane/Base/Module.h>
 
+#include "apps/corvane/HeaderFile.h"
 #include "apps/corvane/Options/Values.h"
 #include "apps/corvane/Text.h"
 
@@ -70,6 +73,25 @@ void CommonDefinition::AddAcceptHttpErrors(Group& group) {
                 "Take the answer to a failed request (404 ...) for a success");
 }
 
+void CommonDefinition::AddText(Group& group) {
+  group.AddFlag("--text", m_decodesText, "Print text: what is not UTF-8, or could harm the terminal, shows as U+FFFD");
+}
+
+void CommonDefinition::AddRequestOptions(CLI::App& command) {
+  Group group(command, "Requests");
+  group.Add("--redirects", m_redirects, "N", "Follow at most N redirections, never from https to http [10]");
+  group.AddList("--header", m_headers, "'NAME: VALUE'", "Send a header of your own to HTTP servers; may be repeated");
+  group.Add("--header-file", m_headerFile, "FILE",
+            "Send the headers in FILE, one on a line: for secrets, which others could read on the command line");
+  group.Add("--user-agent", m_userAgent, "TEXT", "Call the program TEXT [corvane/" CORVANE_VERSION "]");
+}
+
+void CommonDefinition::AddRetries(Group& group) {
+  group.Add("--retries", m_retries, "N", "Try again N times when a transfer fails for a reason that may pass [3]");
+  group.Add("--retry-wait", m_retryWait, "S",
+            "Wait S seconds before the first of them, and twice as long before each next one [1]");
+}
+
 void AddInformationOptions(CLI::App& command) {
   command.set_help_flag("-h,--help", "Print this help")->group("Information");
   command.set_version_flag("--version", VersionText, "Print the versions of program and library")->group("Information");
@@ -91,6 +113,7 @@ CommonOptions CommonDefinition::Understand(const Given& given) const {
   common.insecure = m_insecure;
   common.throttling = UnderstandThrottling(given);
   common.noThrottle = m_noThrottle;
+  common.request = UnderstandRequest(given);
   common.json = m_json;
   common.quiet = m_quiet;
   common.verbose = m_verbose;
@@ -135,14 +158,47 @@ std::optional<Throttling> CommonDefinition::UnderstandThrottling(const Given& gi
   return throttling;
 }
 
-std::optional<std::string> CommonDefinition::Output(const Given& given) const {
-  std::optional<std::string> output = given.Path("-o", m_output);
-  if (output == "-") {
-    RefuseUsage(
-        "-o - names no file; leave -o out to write text to the standard output, or use -o /dev/stdout for binary data "
-        "through a pipe");
+RequestOptions CommonDefinition::UnderstandRequest(const Given& given) const {
+  constexpr unsigned long long kMostRedirects = 10000;  // of the library
+  constexpr unsigned long long kMostRetries = 1000000;
+  constexpr unsigned long long kMostSeconds = 86400;
+  RequestOptions request;
+  if (given.Has("--redirects")) {
+    request.redirects = static_cast<unsigned int>(
+        UnderstandNumber("--redirects", m_redirects, 0, kMostRedirects, "number of redirections"));
   }
-  return output;
+  if (given.Has("--retries")) {
+    request.retries =
+        static_cast<unsigned int>(UnderstandNumber("--retries", m_retries, 0, kMostRetries, "number of retries"));
+  }
+  if (given.Has("--retry-wait")) {
+    request.retryWait =
+        std::chrono::seconds(UnderstandNumber("--retry-wait", m_retryWait, 0, kMostSeconds, "number of seconds"));
+  }
+  request.headers = UnderstandHeaders(given);
+  request.userAgent = Corvane::ZString("corvane/" CORVANE_VERSION);
+  if (given.Has("--user-agent")) request.userAgent = DecodeValue("--user-agent", m_userAgent);
+  const auto isControl = [](wchar_t character) { return character < 0x20 || character == 0x7F; };
+  const std::wstring& agent = request.userAgent.Str();
+  if (std::any_of(agent.begin(), agent.end(), isControl)) {
+    RefuseUsage("the value of --user-agent holds a control character, such as the end of a line; leave it out");
+  }
+  return request;
+}
+
+std::vector<ZString> CommonDefinition::UnderstandHeaders(const Given& given) const {
+  std::vector<ZString> headers;
+  for (const std::string& header : m_headers) headers.push_back(CheckedHeader("--header", header));
+  if (const std::optional<std::string> file = given.Path("--header-file", m_headerFile)) {
+    for (ZString& header : ReadHeaderFile(*file)) headers.push_back(std::move(header));
+  }
+  RefuseRepeatedHeaders(headers);
+  return headers;
+}
+
+std::optional<std::string> CommonDefinition::Output(const Given& given) const {
+  const std::optional<std::string> output = given.Path("-o", m_output);
+  return output == "-" ? std::nullopt : output;  // the standard output, where everything goes without -o, too
 }
 
 }  // namespace CorvaneCli

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "apps/corvane/Options.h"
 #include "apps/corvane/Options/Definition.h"
@@ -20,20 +21,35 @@ class CommonDefinition {
   // Into a group of the command's own.
   void AddOutput(Group& group, const char* help);
   void AddAcceptHttpErrors(Group& group);
+  void AddText(Group& group);
+  // How requests are made.
+  void AddRequestOptions(CLI::App& command);
+  // For commands that may repeat them.
+  void AddRetries(Group& group);
 
   // What was read. Throws Failure(kUsage).
   [[nodiscard]] CommonOptions Understand(const Given& given) const;
   [[nodiscard]] std::optional<std::string> Output(const Given& given) const;
   [[nodiscard]] bool AcceptHttpErrors() const noexcept { return m_acceptHttpErrors; }
+  [[nodiscard]] bool DecodesText() const noexcept { return m_decodesText; }
 
  private:
   void AddLoginOptions(CLI::App& command);
   void AddSpeedOptions(CLI::App& command);
   [[nodiscard]] std::optional<Corvane::ZString> User(const Given& given) const;
   [[nodiscard]] std::optional<Throttling> UnderstandThrottling(const Given& given) const;
+  [[nodiscard]] RequestOptions UnderstandRequest(const Given& given) const;
+  [[nodiscard]] std::vector<Corvane::ZString> UnderstandHeaders(const Given& given) const;
 
   std::string m_output;
   bool m_acceptHttpErrors = false;
+  bool m_decodesText = false;
+  std::string m_redirects;
+  std::string m_retries;
+  std::string m_retryWait;
+  std::vector<std::string> m_headers;
+  std::string m_headerFile;
+  std::string m_userAgent;
   std::string m_timeout;
   std::string m_user;
   std::string m_passwordFile;

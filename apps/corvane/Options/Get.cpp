@@ -1,5 +1,9 @@
+#include <fmt/core.h>
+
 #include "apps/corvane/Options/Common.h"
 #include "apps/corvane/Options/Definition.h"
+#include "apps/corvane/Options/Values.h"
+#include "apps/corvane/Sha256.h"
 
 // The options of corvane get.
 
@@ -13,26 +17,83 @@ class GetDefinition : public CommandDefinition {
   [[nodiscard]] const char* Name() const override { return "get"; }
 
   void AddTo(CLI::App& program) override {
-    CLI::App& command = AddCommand(program, Name(), "Download a URL to standard output or into a file", kGetHelp);
-    command.add_option("URL", m_url)->required();
+    CLI::App& command = AddCommand(program, Name(), "Download URLs to standard output or into files", kGetHelp);
+    command.add_option("URL", m_urls)->required();
     Group group(command, "Output");
     m_common.AddOutput(group, "Write into FILE instead of to the standard output");
-    group.AddFlag("--resume", m_resume, "Continue FILE where an earlier download stopped");
+    group.AddFlag("-O,--remote-name", m_usesRemoteName,
+                  "Write into a file with the name that the URL or the server gives it; an existing file stays");
+    group.Add("--into", m_directory, "DIR", "The same, in the directory DIR");
+    group.AddFlag("--resume", m_resume, "Continue where an earlier download of the same URL into the file ended");
+    group.Add("--sha256", m_sha256, "HEX", "The file gets its name only when this is its SHA-256 checksum");
+    group.AddFlag("--remote-time", m_keepsRemoteTime, "Give the file the time that the server tells");
+    m_common.AddText(group);
     m_common.AddAcceptHttpErrors(group);
+    m_common.AddRequestOptions(command);
+    Group retries(command, "Time and speed");
+    m_common.AddRetries(retries);
     m_common.AddTransferOptions(command);
   }
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {
-    given.Require("--resume", "--output");
-    // The library throws away the answer to a refused resumption: it is no part of the file.
-    given.Exclude({"--resume", "--accept-http-errors"}, "leave one of the two out");
-    return GetCommand{MakeTarget(m_url), m_common.Output(given), m_resume, m_common.AcceptHttpErrors()};
+    Check(given);
+    GetCommand command;
+    for (const std::string& url : m_urls) command.targets.push_back(MakeTarget(url));
+    command.placement = {m_common.Output(given), m_usesRemoteName || given.Has("--into"), Directory(given)};
+    command.resume = m_resume;
+    command.acceptHttpErrors = m_common.AcceptHttpErrors();
+    command.decodesText = m_common.DecodesText();
+    command.keepsRemoteTime = m_keepsRemoteTime;
+    if (given.Has("--sha256")) command.sha256 = Checksum();
+    const bool isFile = command.placement.output || command.placement.usesRemoteName;
+    for (const char* const option : {"--resume", "--remote-time"}) {
+      if (given.Has(option) && !isFile) RefuseWithoutFile(option);
+    }
+    if (command.decodesText && isFile)
+      RefuseUsage("--text is for the standard output; leave it out, or -o, -O and --into");
+    return command;
   }
 
  private:
+  void Check(const Given& given) const {
+    given.Exclude({"--output", "--remote-name"}, "choose one of the two");
+    given.Exclude({"--output", "--into"}, "choose one of the two");
+    // What a resumption was refused with is no part of the file.
+    given.Exclude({"--resume", "--accept-http-errors"}, "leave one of the two out");
+    if (m_urls.size() < 2) return;
+    if (given.Has("--output") && m_common.Output(given)) {
+      RefuseUsage(fmt::format("-o names one file, but there are {} URLs; use -O or --into DIR, or leave out -o",
+                              m_urls.size()));
+    }
+    if (given.Has("--sha256")) {
+      RefuseUsage(fmt::format("--sha256 is about one file, but there are {} URLs; get them one by one", m_urls.size()));
+    }
+  }
+
+  [[noreturn]] static void RefuseWithoutFile(const char* option) {
+    RefuseUsage(fmt::format("{0} needs a file; give -o FILE, -O or --into DIR, too, or leave {0} out", option));
+  }
+
+  [[nodiscard]] std::optional<std::string> Directory(const Given& given) const {
+    if (!given.Has("--into")) return std::nullopt;
+    if (m_directory.empty())
+      RefuseUsage("--into got an empty name; give the name of a directory, . for the current one");
+    return m_directory;
+  }
+
+  [[nodiscard]] std::string Checksum() const {
+    if (const std::optional<std::string> checksum = ParseSha256(m_sha256)) return *checksum;
+    RefuseUsage(
+        fmt::format("--sha256 {} is no SHA-256 checksum; give its 64 hexadecimal digits", ShownValue(m_sha256)));
+  }
+
   CommonDefinition& m_common;
-  std::string m_url;
+  std::vector<std::string> m_urls;
   bool m_resume = false;
+  bool m_usesRemoteName = false;
+  bool m_keepsRemoteTime = false;
+  std::string m_directory;
+  std::string m_sha256;
 };
 
 }  // namespace

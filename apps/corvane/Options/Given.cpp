@@ -34,7 +34,9 @@ std::optional<std::string> Given::Path(const char* option, const std::string& va
 std::vector<std::string> Given::Words() const {
   std::vector<std::string> words = {"corvane", m_command.get_name()};
   for (const CLI::Option* const option : m_command.get_options()) {
-    if (option->count() == 0 || option->check_name("--output") || option->check_name("--resume")) continue;
+    const bool isLeftOut =
+        option->check_name("--output") || option->check_name("--resume") || option->check_name("--header");
+    if (option->count() == 0 || isLeftOut) continue;
     const bool isFlag = option->get_expected_max() == 0;
     for (const std::string& value : option->results()) {
       if (!option->get_positional()) words.push_back("--" + option->get_lnames().front());

@@ -9,7 +9,7 @@ const HelpTexts kProgramHelp = {"COMMAND [ARGUMENT ...]", "Transfers files and d
   2  the command line is wrong      130  interrupted
 
 Examples:
-  corvane get https://example.com/news.txt
+  corvane get https://example.com/news.txt | less
   corvane get https://example.com/big.iso -o big.iso
   corvane post https://example.com/form --field name=Ada --field "note=a & b"
   corvane mirror ftp://example.com/pub/ pub --resume
@@ -17,29 +17,31 @@ Examples:
 
 "corvane COMMAND --help" tells the options of a command; see also corvane(1).)"};
 
-const HelpTexts kGetHelp = {"get URL [OPTION ...]",
-                            R"(Downloads URL to the standard output as UTF-8 text or, with -o, byte by byte
-into a file. A URL without a scheme is completed with http://.)",
-                            R"(A file that exists is replaced only when the download is complete. What a
-failed or interrupted download has received is kept, and a message tells how to
-go on.
+const HelpTexts kGetHelp = {"get URL ... [OPTION ...]",
+                            R"(Downloads each URL to the standard output as the bytes come or, with -o, -O or
+--into, into a file. A URL without a scheme is completed with http://.)",
+                            R"(A file under its name is complete: what is under way is in FILE.part, with
+FILE.part.json beside it. --resume continues that one when the server proves
+that it still has the same, and begins anew otherwise.
 
 Examples:
   corvane get example.com/list.txt | sort
-  corvane get https://example.com/big.iso -o big.iso
+  corvane get https://example.com/src.tar.xz | tar xJ
   corvane get https://example.com/big.iso -o big.iso --resume
+  corvane get -O https://example.com/a.zip https://example.com/b.zip
+  corvane get https://example.com/big.iso --into iso --sha256 SUM
   corvane get https://intranet.example/report --user ada --cacert ca.pem
   corvane get https://example.com/big.iso -o big.iso --limit 500k)"};
 
 const HelpTexts kPostHelp = {
     "post URL --field NAME=VALUE ... [OPTION ...]\n"
     "       corvane post URL (--data TEXT | --file PATH) [OPTION ...]",
-    R"(Posts form fields, a text or a file to URL and prints the answer as UTF-8 text
-or, with -o, writes it byte by byte into a file. A URL without a scheme is
-completed with http://. The content type is application/x-www-form-urlencoded.)",
+    R"(Posts form fields, a text or a file to URL and prints the answer as it comes or,
+with -o, writes it into a file. A URL without a scheme is completed with
+http://. A post that fails is not repeated.)",
     R"(Examples:
   corvane post https://example.com/form --field name=Ada --field "note=a & b"
-  corvane post https://example.com/api --data "id=7&state=done"
+  corvane post https://example.com/api --data '{"id": 7}' --type application/json
   corvane post https://example.com/upload --file report.csv -o answer.txt)"};
 
 const HelpTexts kMirrorHelp = {"mirror URL DIR [OPTION ...]",

@@ -1,5 +1,6 @@
 #include <fmt/core.h>
 
+#include "apps/corvane/HeaderFile.h"
 #include "apps/corvane/Options/Common.h"
 #include "apps/corvane/Options/Definition.h"
 #include "apps/corvane/Options/Values.h"
@@ -40,15 +41,21 @@ class PostDefinition : public CommandDefinition {
     content.AddList("--field", m_fields, "NAME=VALUE", "A form field, percent-encoded on its way; may be repeated");
     content.Add("--data", m_data, "TEXT", "A text, sent as it is in UTF-8");
     content.Add("--file", m_file, "PATH", "The content of a file, sent as it is");
+    content.Add("--type", m_type, "TYPE", "What the content is [application/x-www-form-urlencoded]");
     Group group(command, "Output");
     m_common.AddOutput(group, "Write the answer into FILE instead of to the standard output");
+    m_common.AddText(group);
     m_common.AddAcceptHttpErrors(group);
+    m_common.AddRequestOptions(command);
     m_common.AddTransferOptions(command);
   }
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {
     given.Exclude({"--field", "--data", "--file"}, "choose one of the two");
-    PostCommand command{MakeTarget(m_url), m_common.Output(given), m_common.AcceptHttpErrors(), ZString()};
+    PostCommand command{
+        MakeTarget(m_url), m_common.Output(given), m_common.AcceptHttpErrors(), m_common.DecodesText(), Type(given),
+        ZString()};
+    if (command.output) given.Exclude({"--text", "--output"}, "leave one of the two out");
     if (command.target.scheme == "ftp") {
       RefuseUsage(fmt::format("cannot post to {}: FTP has no posts; use an http or https URL", command.target.display));
     }
@@ -65,11 +72,21 @@ class PostDefinition : public CommandDefinition {
   }
 
  private:
+  // The header that tells the type; unset for the usual one.
+  [[nodiscard]] std::optional<ZString> Type(const Given& given) const {
+    if (!given.Has("--type")) return std::nullopt;
+    if (m_type.find('/') == std::string::npos) {
+      RefuseUsage(fmt::format("--type {} is no media type; give one such as application/json", ShownValue(m_type)));
+    }
+    return CheckedHeader("--type", "Content-Type: " + m_type);
+  }
+
   CommonDefinition& m_common;
   std::string m_url;
   std::vector<std::string> m_fields;
   std::string m_data;
   std::string m_file;
+  std::string m_type;
 };
 
 }  // namespace
