@@ -4,19 +4,20 @@
 _corvane() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command=''
   local messages='--json --quiet --verbose --log-file --help --version'
-  local common="--user --password-file --cacert --capath --insecure --timeout --limit --limit-percent --low-water
+  local transfer="--user --password-file --cacert --capath --insecure --timeout --limit --limit-percent --low-water
     --no-throttle $messages"
+  local requests='--redirects --header --header-file --user-agent'
   COMPREPLY=()
   if ((COMP_CWORD > 1)); then
     command=${COMP_WORDS[1]}
   fi
   case $previous in
-    -o | --output | --password-file | --cacert | --log-file | --file | --sizes | --times)
+    -o | --output | --header-file | --password-file | --cacert | --log-file | --file | --sizes | --times)
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --capath)
+    --into | --capath)
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
       return
@@ -25,15 +26,23 @@ _corvane() {
       mapfile -t COMPREPLY < <(compgen -u -- "$current")
       return
       ;;
-    --timeout | --limit | --limit-percent | --low-water | --field | --data | --ignore) return ;;
+    --type)
+      mapfile -t COMPREPLY < <(compgen -W 'application/json application/octet-stream text/plain' -- "$current")
+      return
+      ;;
+    --timeout | --limit | --limit-percent | --low-water | --redirects | --retries | --retry-wait) return ;;
+    --field | --data | --ignore | --header | --user-agent | --sha256) return ;;
   esac
   local words=''
   case $command in
     '') words='get post mirror resolve --help --version' ;;
-    get) words="--output --resume --accept-http-errors $common" ;;
-    post) words="--field --data --file --output --accept-http-errors $common" ;;
+    get)
+      words="--output --remote-name --into --resume --sha256 --remote-time --text --accept-http-errors $requests
+        --retries --retry-wait $transfer"
+      ;;
+    post) words="--field --data --file --type --output --text --accept-http-errors $requests $transfer" ;;
     mirror)
-      words="--resume --ignore --sizes --times $common"
+      words="--resume --ignore --sizes --times $transfer"
       # The second argument is a directory.
       if [[ $current != -* ]]; then
         compopt -o filenames

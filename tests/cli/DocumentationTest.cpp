@@ -69,18 +69,27 @@ std::string Complete(const std::vector<std::string>& words) {
 TEST(BashCompletion, OffersWhatFits) {
   EXPECT_EQ(Complete({"corvane", "g"}), "get\n");
   EXPECT_EQ(Complete({"corvane", ""}), "get post mirror resolve --help --version\n");
-  EXPECT_EQ(Complete({"corvane", "get", "--re"}), "--resume\n");
-  EXPECT_EQ(Complete({"corvane", "post", "--re"}), "\n");
+  EXPECT_EQ(Complete({"corvane", "get", "--re"}),
+            "--remote-name --resume --remote-time --redirects --retries --retry-wait\n");
+  EXPECT_EQ(Complete({"corvane", "post", "--re"}), "--redirects\n");
+  EXPECT_EQ(Complete({"corvane", "mirror", "--re"}), "--resume\n");
   EXPECT_EQ(Complete({"corvane", "post", "http://h/", "--fi"}), "--field --file\n");
-  EXPECT_EQ(Complete({"corvane", "get", "--timeout", ""}), "\n");
+  for (const char* const option : {"--timeout", "--retries", "--header", "--sha256"}) {
+    EXPECT_EQ(Complete({"corvane", "get", option, ""}), "\n") << option;
+  }
+  EXPECT_EQ(Complete({"corvane", "post", "--type", "text"}), "text/plain\n");
   EXPECT_EQ(Complete({"corvane", "mirror", "--si"}), "--sizes\n");
   EXPECT_EQ(Complete({"corvane", "resolve", "--l"}), "--log-file\n");
   const TempDir folder;
   std::filesystem::create_directory(folder / "some directory");
-  EXPECT_EQ(Complete({"corvane", "mirror", "http://h/", folder / "so"}), (folder / "some directory").string() + "\n");
-  std::filesystem::remove(folder / "some directory");
   WriteFile(folder / "some file", "");
-  EXPECT_EQ(Complete({"corvane", "get", "-o", folder / "so"}), (folder / "some file").string() + "\n");
+  const std::string directory = (folder / "some directory").string() + "\n";
+  EXPECT_EQ(Complete({"corvane", "mirror", "http://h/", folder / "so"}), directory);
+  EXPECT_EQ(Complete({"corvane", "get", "--into", folder / "so"}), directory);
+  std::filesystem::remove(folder / "some directory");
+  const std::string file = (folder / "some file").string() + "\n";
+  EXPECT_EQ(Complete({"corvane", "get", "-o", folder / "so"}), file);
+  EXPECT_EQ(Complete({"corvane", "get", "--header-file", folder / "so"}), file);
 }
 
 }  // namespace
