@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <optional>
 #include <utility>
@@ -130,8 +131,13 @@ bool ZTransfer::ZTransferImpl::SetProgress() {
          SetOption(kWho, CURLOPT_NOPROGRESS, 0L);
 }
 
+// A redirect may lead from http to https, where the server is to be verified as if it had been asked for at once.
 bool ZTransfer::ZTransferImpl::SetRedirects() {
-  const long protocols = IsHttps(m_request.url.get()) ? CURLPROTO_HTTPS : CURLPROTO_HTTP | CURLPROTO_HTTPS;
+  const char* const url = m_request.url.get();
+  const bool isHttps = IsHttps(url);
+  const bool isPlainHttp = !isHttps && (m_request.IsHttp() || std::strstr(url, "://") == nullptr);  // libcurl's guess
+  if (isPlainHttp && IsFailure(ApplyExtraHttpsSettings())) return false;
+  const long protocols = isHttps ? CURLPROTO_HTTPS : CURLPROTO_HTTP | CURLPROTO_HTTPS;
   return SetOption("Transfer", CURLOPT_FOLLOWLOCATION, 1L) &&
          SetOption("Transfer", CURLOPT_MAXREDIRS, static_cast<long>(m_settings.additions.mostRedirects)) &&
          SetOption("Transfer", CURLOPT_REDIR_PROTOCOLS, protocols);

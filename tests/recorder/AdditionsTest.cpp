@@ -105,6 +105,29 @@ TEST_F(Additions, FollowRedirectsFromHttpsToHttpsOnly) {
   EXPECT_THAT(OptionsWith(options, L"HTTPS://h/"), ElementsAre("52=1", "68=1", "182=2"));
 }
 
+// Behind a redirect from http to https nobody else would switch the checks on.
+TEST_F(Additions, VerifyTheServersThatARedirectMayLeadTo) {
+  const std::string on = std::to_string(CURLOPT_SSL_VERIFYPEER) + "=1", host = std::to_string(CURLOPT_SSL_VERIFYHOST);
+  WriteFile(folder / "ca.pem", "");
+  ZTransfer transfer;
+  transfer.SetSSL(true, true, Path("ca.pem"), L"");
+  ZTransferOptions options;
+  for (const char* url : {"http://h/", "HTTP://h/", "h/", "https://h/", "ftp://h/", "ftps://h/"}) {
+    for (const unsigned int redirects : {0u, 1u}) {
+      options.mostRedirects = redirects;
+      EXPECT_EQ(transfer.SetOptions(options), 0u);
+      curl.Clear();
+      ZString result;
+      transfer.Download(url, result);
+      const std::string scheme = std::string(url).substr(0, 5);
+      const std::size_t expected = scheme == "https" || (redirects == 1 && scheme.substr(0, 3) != "ftp") ? 1 : 0;
+      EXPECT_EQ(curl.Count("setopt " + on), expected) << url << redirects;
+      EXPECT_EQ(curl.Count("setopt " + host + "=2"), expected) << url << redirects;
+      EXPECT_EQ(curl.ValuesOf(CURLOPT_CAINFO).size(), expected) << url << redirects;
+    }
+  }
+}
+
 struct RefusedCase {
   const char* name;
   std::function<void(ZTransferOptions&)> change;
