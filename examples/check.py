@@ -11,21 +11,31 @@ import sys
 import tempfile
 import threading
 import urllib.parse
+import zlib
 
 SLOW_SIZE = 1 << 20
 SLOW_NAME = "sl\u00f6w.bin"
 
 
 class Handler(http.server.SimpleHTTPRequestHandler):
-    """Serves a folder, answers a post with its own body, and sends /slow.bin only up to its middle until released."""
+    """Serves a folder, answers a post with its own body, sends /slow.bin only up to its middle until released, and
+    knows versions of /tagged.bin."""
 
     released = threading.Event()
     ranges = []
+    tagged = b""
+    tagged_most = None  # bytes of a body, after which the server is gone
 
     def do_GET(self):
         path = self.path.encode("latin-1").decode()  # the bytes that came are UTF-8, percent-encoded or not
         if urllib.parse.unquote(path) == "/" + SLOW_NAME:
             self.send_slowly()
+        elif self.path == "/tagged.bin":
+            self.send_tagged()
+        elif self.path == "/moved.bin":
+            self.send_response(302)
+            self.send_header("Location", "/tagged.bin")
+            self.end_headers()
         else:
             super().do_GET()
 
@@ -63,6 +73,22 @@ class Handler(http.server.SimpleHTTPRequestHandler):
             self.wfile.write(bytes(SLOW_SIZE - middle))
         except OSError:
             pass  # the client that gave up is gone
+
+    def send_tagged(self):
+        """A part only of the version that was asked for, and all of any other."""
+        tag = f'"{zlib.crc32(self.tagged)}"'
+        wanted = self.headers.get("Range")
+        self.ranges.append(wanted)
+        if self.headers.get("If-Range", tag) != tag:
+            wanted = None
+        first = int(wanted.removeprefix("bytes=").rstrip("-")) if wanted else 0
+        self.send_response(206 if wanted else 200)
+        self.send_header("ETag", tag)
+        if wanted:
+            self.send_header("Content-Range", f"bytes {first}-{len(self.tagged) - 1}/{len(self.tagged)}")
+        self.send_header("Content-Length", str(len(self.tagged) - first))
+        self.end_headers()
+        self.wfile.write(self.tagged[first:][: self.tagged_most])
 
     def log_message(self, *args):
         pass
@@ -106,6 +132,33 @@ def expect_tls_reason(program, folder, arguments):
         expect(done.returncode == 1 and "certificate" in done.stderr, "no reason for the refused server", done)
     finally:
         server.shutdown()
+
+
+def check_fetch(program, url, folder):
+    expect_tls_reason(program, folder, lambda secure: [secure, str(folder / "secure")])
+    old, new = bytes(range(250)) * 400, bytes(range(249)) * 400
+    file = folder / "file"
+    part = folder / "file.part"
+    Handler.tagged, Handler.tagged_most = old, 60000
+    done = run(program, url + "moved.bin", str(file))
+    expect(done.returncode == 1 and done.stderr, "a part was taken for the whole", done)
+    expect(part.read_bytes() == old[:60000] and not file.exists(), "what came is not there", done)
+    Handler.tagged_most = None
+    done = run(program, url + "moved.bin", str(file))
+    expect(done.stdout == "going on at byte 60000\n100000 bytes\n", "the rest was not fetched", done)
+    expect(file.read_bytes() == old and Handler.ranges[-1] == "bytes=60000-", "the file is not the server's", done)
+
+    Handler.tagged_most = 50000
+    run(program, url + "tagged.bin", str(file))
+    expect(file.read_bytes() == old and part.read_bytes() == old[:50000], "the whole file was touched", done)
+    Handler.tagged, Handler.tagged_most = new, None
+    done = run(program, url + "tagged.bin", str(file))
+    said = "going on at byte 50000\ncannot go on, beginning anew\n99600 bytes\n"
+    expect(done.stdout == said and file.read_bytes() == new, "the new version did not come", done)
+    expect(not part.exists() and not (folder / "file.validator").exists(), "something was left behind", done)
+
+    done = run(program, url + "missing", str(folder / "other"))
+    expect(done.returncode == 1 and not (folder / "other").exists(), "a missing file was fetched", done)
 
 
 def check_lookup(program, url, folder):

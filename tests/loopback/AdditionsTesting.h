@@ -7,6 +7,8 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <Corvane/TransferOptions.h>
 
@@ -30,6 +32,19 @@ class CollectingSink : public Corvane::ZTransferSink {
   std::string collected;
   std::size_t room = std::string::npos;
   bool thrown = false;
+};
+
+// Remembers the lines, each behind "* ", "> " or "< ".
+class RecordingTrace : public Corvane::ZTransferTrace {
+ public:
+  void Line(Kind kind, const Corvane::ZString& line) override {
+    lines.push_back((kind == Kind::Information ? "* " : kind == Kind::RequestLine ? "> " : "< ") + Narrow(line));
+    if (onLine) onLine();
+  }
+  std::vector<std::string> Take() { return std::exchange(lines, {}); }
+
+  std::vector<std::string> lines;
+  std::function<void()> onLine;
 };
 
 }  // namespace CorvaneTest

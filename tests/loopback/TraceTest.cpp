@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -26,19 +25,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-// Remembers the lines, each behind "* ", "> " or "< ".
-class RecordingTrace : public ZTransferTrace {
- public:
-  void Line(Kind kind, const ZString& line) override {
-    lines.push_back((kind == Kind::Information ? "* " : kind == Kind::RequestLine ? "> " : "< ") + Narrow(line));
-    if (onLine) onLine();
-  }
-  std::vector<std::string> Take() { return std::exchange(lines, {}); }
-
-  std::vector<std::string> lines;
-  std::function<void()> onLine;
-};
 
 class ATracedTransfer : public testing::Test {
  protected:
