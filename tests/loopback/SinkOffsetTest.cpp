@@ -3,6 +3,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "tests/loopback/AdditionsTesting.h"
 #include "tests/support/ScriptedFtpServer.h"
@@ -14,7 +15,6 @@ namespace CorvaneTest {
 namespace {
 
 using namespace Corvane;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr const char* kChanged = "The file on the server has changed. Cannot resume.";

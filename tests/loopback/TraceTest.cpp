@@ -5,7 +5,6 @@
 #include <new>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/loopback/AdditionsTesting.h"

@@ -233,7 +233,7 @@ TEST_F(AdditionsOnServers, HandNothingOnFromTheEndOfTheResource) {
   ApacheServer apache;
   for (const Daemon* server : {static_cast<const Daemon*>(&nginx), static_cast<const Daemon*>(&apache)}) {
     WriteFile(server->RootDir() / "a", content);
-    for (const unsigned long long beyond : {0, 1, 1000}) {
+    for (const unsigned long long beyond : {0ULL, 1ULL, 1000ULL}) {
       CollectingSink sink;
       EXPECT_THAT(transfer.Download(Wide(server->Url("/a")), sink, content.size() + beyond),
                   IsCode(TRANSFER_E_CONNECT));
