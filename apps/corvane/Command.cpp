@@ -38,7 +38,7 @@ void TellFailure(const Report& report, Environment& environment) {
 
 // "corvane get URL --user ada -o big.iso --resume".
 std::string ContinueCommand(const OutputFile& file, const Environment& environment) {
-  if (environment.line.hasSecretWords) return "the same command and --resume";
+  if (environment.line.hasUnrepeatableWords) return "the same command and --resume";
   const GetCommand* const get = std::get_if<GetCommand>(&environment.line.command);
   if (get != nullptr && get->placement.usesRemoteName) return CommandWords(environment) + "--resume";
   return CommandWords(environment) + fmt::format("-o {} --resume", ShellQuote(DisplayName(file.Given())));
@@ -85,6 +85,11 @@ ExitCode PrintOutput(const std::string& output, ExitCode code, Environment& envi
   environment.console.Error(
       fmt::format("cannot write to the standard output: {}; check where it goes", SystemText(error)));
   return ExitCode::kLocal;
+}
+
+void TellNote(Environment& environment, const std::string& text) {
+  environment.console.Note(text);
+  environment.logging.Record(text);
 }
 
 std::string CommandWords(const Environment& environment) {

@@ -40,6 +40,9 @@ ExitCode RunTold(Report& report, Environment& environment, const std::function<v
 // What commands of one transfer share: RunTold, and then the JSON object or the body on standard output.
 [[nodiscard]] ExitCode RunReported(Report& report, Environment& environment, const std::function<void()>& work);
 
+// Says what is worth knowing but no failure: on the console, unless quiet, and in the log.
+void TellNote(Environment& environment, const std::string& text);
+
 // Begins a report.
 [[nodiscard]] Report MakeReport(const char* operation, const Target& target, const std::optional<std::string>& output);
 

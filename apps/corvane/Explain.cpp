@@ -3,9 +3,11 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <initializer_list>
 #include <string_view>
+#include <utility>
 
 #include <Corvane/Base/ErrorDict.h>
 
@@ -40,13 +42,22 @@ std::string RemedyForLogin(const Circumstances& circumstances) {
          "in the clear, and an https URL allows Basic too";
 }
 
+// Where a redirection leads, without a password in it.
+std::string AbsoluteLocation(const Report& report, std::string_view location) {
+  std::string place(location);
+  if (place[0] == '/' && place.compare(0, 2, "//") != 0) {
+    place = report.url.substr(0, report.url.find('/', report.url.find("//") + 2)) + place;
+  }
+  return HideUserinfoIn(std::move(place));
+}
+
 std::string RemedyForStatus(int status, const Report& report, const Circumstances& circumstances) {
   if (status >= 300 && status < 400) {
     const std::string_view location = LastHeader(report.header, "location:");
     if (circumstances.redirects != 0) return "it names no place to go on at: check the URL";
     return location.empty()
                ? "redirections are not followed"
-               : fmt::format("redirections are not followed: ask for {} instead", HideUserinfo(std::string(location)));
+               : fmt::format("redirections are not followed: ask for {} instead", AbsoluteLocation(report, location));
   }
   switch (status) {
     case 401:
@@ -127,6 +138,12 @@ Explanation ExplainStoring(const Circumstances& circumstances) {
   return {ExitCode::kLocal, ExplainWriteFailure(circumstances.outputPath)};
 }
 
+// For the middle of a sentence.
+std::string Lowered(std::string text) {
+  if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
 std::string WithoutPeriod(std::string text) {
   while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
   return text;
@@ -137,7 +154,8 @@ Explanation ExplainCurl(unsigned int number, const Report& report, const Circums
   if (number == 23) return ExplainStoring(circumstances);
   const CurlFailure& failure = FindCurlFailure(number);
   if (number == kUnsupported && circumstances.redirects != 0 && report.httpStatus / 100 == 3) {
-    return {ExitCode::kTransfer, WithoutPeriod(report.causeText) + "; ask for the address itself, if you trust it"};
+    return {ExitCode::kTransfer,
+            Lowered(WithoutPeriod(report.causeText)) + "; ask for the address itself, if you trust it"};
   }
   std::string reason = MeaningOf(failure, circumstances);
   if (!report.causeText.empty()) reason += fmt::format(" ({})", report.causeText);

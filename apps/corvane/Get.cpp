@@ -40,6 +40,17 @@ std::optional<std::chrono::milliseconds> WaitFor(const Report& report, const Req
   return *asked;
 }
 
+}  // namespace
+
+bool IsRefusedResume(const Report& report) {
+  constexpr unsigned int kFtpRest = 31, kRange = 33, kResume = 36;
+  constexpr long kRangeNotSatisfiable = 416;
+  const auto is = [&](unsigned int number) { return report.cause == (Corvane::TRANSFER_E_CURL_BASE | number); };
+  return is(kFtpRest) || is(kRange) || is(kResume) || report.httpStatus == kRangeNotSatisfiable;
+}
+
+namespace {
+
 class Download {
  public:
   Download(const GetCommand& command, const Target& target, Session& session, Environment& environment, Report& report)
@@ -53,15 +64,20 @@ class Download {
   void Run() {
     if (m_destination->IsHereAlready(m_session, m_report)) return;
     do {
+      TryUntilItEnds();
+      if (Corvane::IsFailure(m_report.status)) m_destination->Fail(m_session, m_report);
+    } while (!m_destination->Finish(m_session, m_report));
+  }
+
+ private:
+  void TryUntilItEnds() {
+    do {
       ++m_report.attempts;
       m_destination->Try(m_session, m_report);
       if (m_command.acceptHttpErrors) Session::AcceptHttpError(m_report);
     } while (Corvane::IsFailure(m_report.status) && IsTriedAgain());
-    if (Corvane::IsFailure(m_report.status)) m_destination->Fail(m_session, m_report);
-    m_destination->Finish(m_session, m_report);
   }
 
- private:
   // Says so, and lets the time pass until then.
   bool IsTriedAgain() {
     const bool isHopeless = WasInterrupted(m_environment) || m_report.attempts > m_request.retries ||
@@ -75,9 +91,9 @@ class Download {
       return false;
     }
     const unsigned long long position = m_destination->Position();
-    m_environment.console.Note(fmt::format("{}; trying again{} in {} s ({} of {})", m_session.Reason(m_report),
-                                           position == 0 ? "" : fmt::format(" from {} on", FormatBytes(position)),
-                                           (wait->count() + 999) / 1000, m_report.attempts, m_request.retries));
+    TellNote(m_environment, fmt::format("{}; trying again{} in {} s ({} of {})", m_session.Reason(m_report),
+                                        position == 0 ? "" : fmt::format(" from {} on", FormatBytes(position)),
+                                        (wait->count() + 999) / 1000, m_report.attempts, m_request.retries));
     return CorvaneCli::WaitFor(*wait, *m_environment.interrupt);
   }
 

@@ -40,7 +40,7 @@ class Commands {
 
   [[nodiscard]] CommandLine Understand(const CLI::App& chosen) const {
     const Given given(chosen);
-    CommandLine line{m_common.Understand(given), {}, given.Words(), given.Has("--header")};
+    CommandLine line{m_common.Understand(given), {}, given.Words(), given.HasUnrepeatableWords()};
     for (const auto& command : m_commands) {
       if (chosen.get_name() == command->Name()) line.command = command->Understand(given);
     }

@@ -95,8 +95,8 @@ struct CommandLine {
   AnyCommand command;
   // The command as it would be typed again, without -o, --resume and --header: for messages that tell how to go on.
   std::vector<std::string> words;
-  // Whether there was a --header, whose value must not be repeated.
-  bool hasSecretWords = false;
+  // Whether they could not be typed again as they are, or should not.
+  bool hasUnrepeatableWords = false;
 };
 
 // Understands the command line. Returns the exit status when nothing is left to do: help and version have been printed,

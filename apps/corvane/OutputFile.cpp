@@ -122,11 +122,7 @@ std::string OutputFile::Commit(const std::string& name, std::optional<long long>
   // The old content is given up only when the new one is on the disk.
   if (m_isReplacement && fsync(m_part->Get()) != 0) FailToMove(errno);
   if (m_isReplacement) TakeOverFrom(m_path);
-  if (modificationTime) {
-    const std::array<timespec, 2> times = {timespec{0, UTIME_OMIT},
-                                           timespec{static_cast<time_t>(*modificationTime), 0}};
-    if (futimens(m_part->Get(), times.data()) != 0) FailToMove(errno);
-  }
+  if (modificationTime) SetTime(m_part->Get(), *modificationTime);
   if (m_existing == Existing::kSpared) {
     path = MoveToFreeName(path);
   } else if (std::rename(m_part->Path().c_str(), path.c_str()) != 0) {
@@ -167,9 +163,18 @@ void OutputFile::FailToMove(int error) const {
                                               DisplayName(m_part->Path())));
 }
 
-void OutputFile::KeepOld() {
+void OutputFile::SetTime(int descriptor, long long modificationTime) const {
+  const std::array<timespec, 2> times = {timespec{0, UTIME_OMIT}, timespec{static_cast<time_t>(modificationTime), 0}};
+  if (futimens(descriptor, times.data()) != 0) {
+    Refuse("it cannot be given the server's time: " + SystemText(errno), "leave out --remote-time");
+  }
+}
+
+void OutputFile::KeepOld(std::optional<long long> modificationTime) {
   m_isSettled = true;
   m_part->Remove();
+  const Descriptor old = Open(m_old, O_RDONLY);
+  if (modificationTime && old.IsOpen()) SetTime(old.Get(), *modificationTime);
 }
 
 std::optional<OutputFile::Kept> OutputFile::Abandon() {

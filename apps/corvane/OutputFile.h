@@ -48,13 +48,14 @@ class OutputFile {
   // After a success: the part becomes the file. name: another name for it, which a server chose; empty for none.
   // modificationTime: seconds since 1970, unset to leave it. Returns the path that the file has got.
   std::string Commit(const std::string& name = {}, std::optional<long long> modificationTime = std::nullopt);
-  // The old file is what was to be fetched.
-  void KeepOld();
+  // The old file is what was to be fetched. modificationTime: as above.
+  void KeepOld(std::optional<long long> modificationTime);
   // After a failure: removes a part without content. Tells what is left.
   [[nodiscard]] std::optional<Kept> Abandon();
 
  private:
   void LookAtOld();
+  void SetTime(int descriptor, long long modificationTime) const;
   void CreateDirectories() const;
   void TakeOverFrom(const std::string& old);
   [[nodiscard]] std::string MoveToFreeName(const std::string& path);

@@ -127,9 +127,9 @@ std::optional<seconds> RetryAfter(std::string_view value, std::time_t now) {
 }
 
 milliseconds WaitBefore(unsigned int retry, milliseconds first) {
-  constexpr milliseconds kLongest = std::chrono::minutes(1);
   if (retry == 0) return milliseconds(0);
-  milliseconds wait = std::clamp(first, milliseconds(0), kLongest);
+  const milliseconds kLongest = std::max<milliseconds>(std::chrono::minutes(1), first);
+  milliseconds wait = std::max(first, milliseconds(0));
   for (unsigned int number = 1; number < retry && wait > milliseconds(0) && wait < kLongest; ++number) {
     wait = std::min(wait * 2, kLongest);
   }

@@ -29,7 +29,7 @@ inline constexpr std::chrono::seconds kLongestRetryAfter = std::chrono::hours(1)
 [[nodiscard]] std::optional<std::chrono::seconds> RetryAfter(std::string_view value, std::time_t now);
 
 // How long to wait before a repetition, where the server does not say: `first` before number 1, then twice as long each time, and
-// never more than a minute. 0 before number 0, which is no repetition.
+// never more than a minute, or than `first` where that is more. 0 before number 0, which is no repetition.
 [[nodiscard]] std::chrono::milliseconds WaitBefore(unsigned int retry, std::chrono::milliseconds first);
 
 }  // namespace CorvaneCli

@@ -28,7 +28,7 @@ TEST(MirrorFailure, WithoutAListingTouchesNothing) {
   struct Case {
     std::string url;
     int code;
-    const char* reason;
+    std::string reason;
   };
   const Case cases[] = {
       {"http://no-such-host.invalid/", 1, "cannot be resolved"},
@@ -36,7 +36,7 @@ TEST(MirrorFailure, WithoutAListingTouchesNothing) {
       {RefusedUrl("ftp"), 1, "the connection failed"},
       {server.Url("/404/"), 1, "404 Not Found; check the path"},
       {server.Url("/500/"), 1, "500 Internal Server Error"},
-      {server.Url("/moved/"), 1, "ask for /x/ instead"},
+      {server.Url("/moved/"), 1, "ask for " + server.Url("/x/") + " instead"},
       {server.Url("/401/"), 4, "401 Unauthorized; give --user NAME"},
   };
   const TempDir folder;

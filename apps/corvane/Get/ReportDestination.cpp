@@ -23,7 +23,10 @@ class ReportDestination : public Destination {
         Label(), false, [&](ZTransfer& transfer) { transfer.Download(m_target.url, m_text); }, report);
   }
 
-  void Finish(Session& /*session*/, Report& report) override { TakeBody(std::move(m_text), report, m_environment); }
+  [[nodiscard]] bool Finish(Session& /*session*/, Report& report) override {
+    TakeBody(std::move(m_text), report, m_environment);
+    return true;
+  }
 
   [[noreturn]] void Fail(Session& session, Report& report) override {
     TakeBody(std::move(m_text), report, m_environment);  // the page of a refusal may tell more

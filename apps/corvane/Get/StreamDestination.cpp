@@ -39,7 +39,7 @@ class StreamDestination : public Destination, private Corvane::ZTransferSink {
   void Try(Session& session, Report& report) override;
   [[nodiscard]] bool CanGoOn() const override;
   [[nodiscard]] unsigned long long Position() const override { return m_taken; }
-  void Finish(Session& session, Report& report) override;
+  [[nodiscard]] bool Finish(Session& session, Report& report) override;
   [[noreturn]] void Fail(Session& session, Report& report) override;
 
  private:
@@ -107,11 +107,11 @@ void StreamDestination::Remember(std::string_view block) {
   std::memcpy(m_tail.data() + m_tail.size() - count, block.data() + block.size() - count, count);
 }
 
-void StreamDestination::Finish(Session& /*session*/, Report& /*report*/) {
+bool StreamDestination::Finish(Session& /*session*/, Report& /*report*/) {
   if (!m_output.Finish()) m_output.Fail(m_target.display);
-  if (!m_checksum) return;
+  if (!m_checksum) return true;
   const std::string found = m_checksum->Hex();
-  if (found == *m_command.sha256) return;
+  if (found == *m_command.sha256) return true;
   throw Failure(ExitCode::kTransfer,
                 fmt::format("{} {}: its SHA-256 is {}, not {}; do not trust what was written to {}", kCannotGet,
                             m_target.display, found, *m_command.sha256, m_output.Name()));
@@ -123,9 +123,13 @@ void StreamDestination::Fail(Session& session, Report& report) {
     report.notes.push_back(
         fmt::format("{} went to {} before; that is not the whole", FormatBytes(m_taken), m_output.Name()));
   }
-  if (m_isDifferent) {
-    throw Failure(ExitCode::kTransfer, fmt::format("{} {}: the file on the server has changed meanwhile; begin anew",
-                                                   kCannotGet, m_target.display));
+  const bool isRefused = CanContinue() && IsRefusedResume(report) && !WasInterrupted(m_environment);
+  if (m_isDifferent || isRefused) {
+    const bool isRangeless = isRefused && report.libraryText.find("changed") == std::string::npos;
+    throw Failure(ExitCode::kTransfer,
+                  fmt::format("{} {}: the connection broke, and {}; begin anew", kCannotGet, m_target.display,
+                              isRangeless ? "the server does not send the rest alone"
+                                          : "the file on the server has changed meanwhile"));
   }
   session.Fail(kCannotGet, nullptr, false, report);
 }

@@ -2,6 +2,8 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
+
 #include "apps/corvane/Options/Values.h"
 
 namespace CorvaneCli {
@@ -29,6 +31,14 @@ std::optional<std::string> Given::Path(const char* option, const std::string& va
   if (!Has(option)) return std::nullopt;
   if (value.empty()) RefuseUsage(fmt::format("{} got an empty name; give the name of a file", option));
   return value;
+}
+
+bool Given::HasUnrepeatableWords() const {
+  if (Has("--header")) return true;  // others could read it
+  const std::vector<std::string> words = Words();
+  // What the shell made of "<(...)".
+  return std::any_of(words.begin(), words.end(),
+                     [](const std::string& word) { return word.rfind("/dev/fd/", 0) == 0; });
 }
 
 std::vector<std::string> Given::Words() const {

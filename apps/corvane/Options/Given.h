@@ -27,6 +27,8 @@ class Given {
 
   // The command and its options as words, see CommandLine::words.
   [[nodiscard]] std::vector<std::string> Words() const;
+  // Whether they could not be typed again as they are, or should not.
+  [[nodiscard]] bool HasUnrepeatableWords() const;
 
  private:
   const CLI::App& m_command;
