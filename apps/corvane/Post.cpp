@@ -126,9 +126,7 @@ class Post {
     file.Part().Record({m_command.target.display, {}, std::nullopt});
     file.Part().Clear();
     Send(file.Part().Name(), true);
-    const bool isRefused = m_report.httpStatus < 200 || m_report.httpStatus > 299;
-    // The page of a refusal is no answer to keep.
-    if (Corvane::IsFailure(m_report.status) && isRefused) file.Part().Clear();
+    // The page of a refusal is kept, too: it may tell why, and a post is not made again to see it.
     if (Corvane::IsFailure(m_report.status)) m_session.Fail(kDoing, &file, false, m_report);
     static_cast<void>(file.Commit());
   }

@@ -368,6 +368,15 @@ TEST(Headers, SecretsAreInNoTextLogOrReport) {
   EXPECT_EQ(server.Requests()[0].Header("X-Api-Key"), "hush");
 }
 
+TEST(Headers, AreNotRepeatedByTheAdviceHowToGoOn) {
+  const ScriptedServer server(KeepAlive(Content("0123456789", {.headers = {{"ETag", "\"v1\""}}, .stopAfter = 5})));
+  const TempDir folder;
+  const ProgramResult result =
+      RunCorvane({"get", server.Url(), "-o", folder / "f", "--header", "X-Api-Key: hush", "--retries", "0"});
+  EXPECT_EQ(result.exitCode, 1) << result.Describe();
+  EXPECT_THAT(result.err, AllOf(EndsWith("continue with: the same command and --resume\n"), Not(HasSubstr("hush"))));
+}
+
 TEST(Verbose, ShowsWhatIsSentAndReceivedAndTheCertificate) {
   const ScriptedServer server(KeepAlive(Content("x", {.headers = {{"X-Test", "yes"}}})), ThePki().server);
   const ProgramResult result = RunCorvane({"get", server.Url("/a"), "-v", "--cacert", ThePki().caFile.string()});

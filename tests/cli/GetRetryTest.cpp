@@ -163,8 +163,34 @@ TEST(Retry, EndsAStreamThatNothingProvesTheRestOf) {
     const ProgramResult result = Get(server.Url(), {});
     EXPECT_EQ(result.exitCode, 1) << result.Describe();
     EXPECT_TRUE(result.out == content.substr(0, 1000));
-    EXPECT_THAT(result.err, HasSubstr("1000 B went to the standard output before; that is not the whole"));
+    EXPECT_THAT(result.err, AllOf(HasSubstr("1000 B went to the standard output before; that is not the whole"),
+                                  Not(HasSubstr("--resume"))));
   }
+}
+
+TEST(Retry, OfAStreamSaysWhyItsRestDoesNotCome) {
+  const std::string content = MakePattern(5000);
+  VersionedFile::Version rangeless = Tagged(content, "v1");
+  rangeless.servesRanges = false;
+  const std::pair<VersionedFile::Version, const char*> cases[] = {
+      {Tagged(MakePattern(5000, 2), "v2"), "the file on the server has changed meanwhile; begin anew"},
+      {rangeless, "the server does not send the rest alone; begin anew"}};
+  for (const auto& [after, reason] : cases) {
+    VersionedFile file(Tagged(content, "v1"));
+    file.BreakAfter({1000});
+    const ScriptedServer server(KeepAlive([&, next = after](Connection& peer, const Request& request) {
+      file.Serve()(peer, request);
+      file.Change(next);
+    }));
+    EXPECT_THAT(Get(server.Url(), {}).err, HasSubstr(reason));
+  }
+}
+
+TEST(Retry, AreInTheLogAlsoWhenQuiet) {
+  const ScriptedServer server(KeepAlive(FailingAtFirst({503})));
+  const TempDir folder;
+  EXPECT_EQ(Get(server.Url(), {"-q", "--log-file", folder / "log"}).err, "");
+  EXPECT_THAT(ReadFile(folder / "log"), HasSubstr("trying again in 0 s (1 of 3)"));
 }
 
 TEST(Retry, MakesGoodARefusedConnection) {

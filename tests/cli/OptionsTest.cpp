@@ -47,11 +47,30 @@ TEST(Help, ListsCommandsExitCodesAndExamples) {
 }
 
 TEST(Help, ListsTheOptionsOfEachCommand) {
-  const std::vector<std::string> common = {
-      "--timeout S",   "--user NAME",       "--password-file FILE", "--cacert FILE",     "--capath DIR", "--insecure",
-      "--limit RATE",  "--limit-percent N", "--low-water RATE",     "--no-throttle",     "--json",       "-q, --quiet",
-      "-v, --verbose", "--log-file FILE",   "--accept-http-errors", "-o, --output FILE", "-h, --help",   "--version",
-      "Examples:"};
+  const std::vector<std::string> common = {"--timeout S",
+                                           "--user NAME",
+                                           "--password-file FILE",
+                                           "--cacert FILE",
+                                           "--capath DIR",
+                                           "--insecure",
+                                           "--limit RATE",
+                                           "--limit-percent N",
+                                           "--low-water RATE",
+                                           "--no-throttle",
+                                           "--json",
+                                           "-q, --quiet",
+                                           "-v, --verbose",
+                                           "--log-file FILE",
+                                           "--accept-http-errors",
+                                           "-o, --output FILE",
+                                           "-h, --help",
+                                           "--version",
+                                           "Examples:",
+                                           "--redirects N",
+                                           "--header 'NAME: VALUE'",
+                                           "--header-file FILE",
+                                           "--user-agent TEXT",
+                                           "--text"};
   for (const char* const command : {"get", "post"}) {
     const ProgramResult result = RunCorvane({command, "--help"});
     EXPECT_EQ(result.exitCode, 0);
@@ -197,6 +216,12 @@ TEST(Numbers, WrongOnesAreRefusedWithTheRange) {
       {"--limit", "-5k", "from 1024"},
       {"--limit", "1.5M", "from 1024"},
       {"--limit", "", "from 1024"},
+      {"--redirects", "-1", "from 0 to 10000"},
+      {"--redirects", "10001", "from 0 to 10000"},
+      {"--retries", "many", "from 0 to 1000000"},
+      {"--retries", "1000001", "from 0 to 1000000"},
+      {"--retry-wait", "0.5", "from 0 to 86400"},
+      {"--retry-wait", "86401", "from 0 to 86400"},
       {"--limit-percent", "0", "from 1 to 100"},
       {"--limit-percent", "101", "from 1 to 100"},
       {"--limit-percent", "50%", "from 1 to 100"},
@@ -224,9 +249,13 @@ TEST(Numbers, RightOnesAreTaken) {
       {"--limit", "1k", "--low-water", "1"},
       {"--limit-percent", "50", "--low-water", "2M"},
       {"--no-throttle"},
+      {"--redirects", "0"},
+      {"--redirects", "10000"},
+      {"--retry-wait", "86400"},
+      {"--user-agent", ""},
   };
   for (std::vector<std::string> arguments : cases) {
-    arguments.insert(arguments.begin(), {"get", RefusedUrl()});
+    arguments.insert(arguments.begin(), {"get", RefusedUrl(), "--retries", "0"});
     const ProgramResult result = RunCorvane(arguments);
     EXPECT_EQ(result.exitCode, 1) << testing::PrintToString(arguments) << result.Describe();
   }

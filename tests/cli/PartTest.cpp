@@ -363,7 +363,11 @@ TEST(CompleteFile, IsNotFetchedAgainWhenTheServerProvesIt) {
   const ProgramResult result = Get(server.Url("/f"), folder / "f", {"--resume"});
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
   EXPECT_THAT(OnlyErrorLine(result), HasSubstr("is complete already"));
-  ASSERT_EQ(server.Requests().size(), 1U);
+  EXPECT_EQ(Get(server.Url("/f"), folder / "f", {"--resume", "--remote-time"}).exitCode, 0);
+  struct stat status {};
+  ASSERT_EQ(stat((folder / "f").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mtime, 1767261600);
+  ASSERT_EQ(server.Requests().size(), 2U);
   EXPECT_EQ(server.Requests()[0].Header("Range"), "bytes=4968-");
   EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("f"));
 }
@@ -452,6 +456,24 @@ TEST(Checksum, LetsAPartBeContinuedWithoutAValidator) {
   EXPECT_EQ(again.exitCode, 0) << again.Describe();
   EXPECT_EQ(server.Requests().at(1).Header("Range"), "bytes=968-");
   EXPECT_TRUE(ReadFile(folder / "f") == content);
+}
+
+TEST(Checksum, ThatAContinuedPartDoesNotHaveMakesItBeginAnew) {
+  // Another version under the same tag, with the same bytes where the two are compared.
+  const std::string content(5000, 'a');
+  std::string other = content;
+  other[7] = 'b';
+  VersionedFile file(Tagged(content, "v1"));
+  const ScriptedServer server(KeepAlive(file.Serve()));
+  const TempDir folder;
+  WritePart(folder / "f", other.substr(0, 1000), server.Url("/f"), "\"v1\"");
+  const ProgramResult result =
+      Get(server.Url("/f"), folder / "f",
+          {"--resume", "--sha256", "c526c6222044dab5674de9c4ac7f4566ebb5e4d8bf9d8ea34c9cc8a7cc3c869c"});
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_THAT(OnlyErrorLine(result), AllOf(HasSubstr("has another SHA-256"), HasSubstr("beginning anew")));
+  EXPECT_TRUE(ReadFile(folder / "f") == content);
+  EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("f"));
 }
 
 TEST(RemoteTime, IsGivenToTheFileOverHttpAndFtp) {
