@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <memory>
 
 #include "apps/corvane/Failure.h"
@@ -34,8 +36,13 @@ ExitCode Print(const std::string& text, Console& console) {
 // The program's commands, in the order of the help.
 class Commands {
  public:
-  void AddTo(CLI::App& program) {
-    for (const auto& command : m_commands) command->AddTo(program);
+  // The options of a command that is not named cost time and serve nobody.
+  void AddTo(CLI::App& program, int argc, const char* const* argv) {
+    for (const auto& definition : m_commands) {
+      CLI::App& command = definition->AddTo(program);
+      const auto isNamed = [&](const char* word) { return std::strcmp(word, definition->Name()) == 0; };
+      if (std::any_of(argv, argv + argc, isNamed)) definition->AddOptions(command);
+    }
   }
 
   [[nodiscard]] CommandLine Understand(const CLI::App& chosen) const {
@@ -61,7 +68,7 @@ std::variant<CommandLine, ExitCode> ParseCommandLine(int argc, const char* const
   program.formatter(std::make_shared<HelpFormatter>(kProgramHelp));
   program.require_subcommand(1);
   AddInformationOptions(program);
-  commands.AddTo(program);
+  commands.AddTo(program, argc, argv);
   try {
     program.parse(argc, argv);
     return commands.Understand(*ChosenCommand(program));

@@ -60,7 +60,9 @@ ExitCode Run(const CommandLine& line, Console& console) {
 ExitCode Main(int argc, const char* const* argv) {
   OccupyStandardStreams();
   IgnoreWriteSignals();
-  std::setlocale(LC_ALL, "");  // when it names a locale that is not there, the "C" locale stays
+  // When they name a locale that is not there, the "C" locale stays. The other categories take time and are of no use.
+  std::setlocale(LC_CTYPE, "");
+  std::setlocale(LC_MESSAGES, "");
   Console console;
   try {
     const std::variant<CommandLine, ExitCode> parsed = ParseCommandLine(argc, argv, console);

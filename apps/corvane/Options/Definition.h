@@ -23,8 +23,10 @@ class CommandDefinition {
   CommandDefinition(const CommandDefinition&) = delete;  // the parser keeps pointers into it
   CommandDefinition& operator=(const CommandDefinition&) = delete;
 
-  // Adds the command to `program`, which reads its options into this object until it is destroyed.
-  virtual void AddTo(CLI::App& program) = 0;
+  // Adds the command to `program`, without its options.
+  virtual CLI::App& AddTo(CLI::App& program) = 0;
+  // Adds them to `command`, which reads them into this object until it is destroyed.
+  virtual void AddOptions(CLI::App& command) = 0;
   [[nodiscard]] virtual const char* Name() const = 0;
   // What was read. Throws Failure(kUsage).
   [[nodiscard]] virtual AnyCommand Understand(const Given& given) const = 0;

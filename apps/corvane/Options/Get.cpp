@@ -16,8 +16,11 @@ class GetDefinition : public CommandDefinition {
 
   [[nodiscard]] const char* Name() const override { return "get"; }
 
-  void AddTo(CLI::App& program) override {
-    CLI::App& command = AddCommand(program, Name(), "Download URLs to standard output or into files", kGetHelp);
+  CLI::App& AddTo(CLI::App& program) override {
+    return AddCommand(program, Name(), "Download URLs to standard output or into files", kGetHelp);
+  }
+
+  void AddOptions(CLI::App& command) override {
     command.add_option("URL", m_urls)->required();
     Group group(command, "Output");
     m_common.AddOutput(group, "Write into FILE instead of to the standard output");

@@ -16,8 +16,11 @@ class MirrorDefinition : public CommandDefinition {
 
   [[nodiscard]] const char* Name() const override { return "mirror"; }
 
-  void AddTo(CLI::App& program) override {
-    CLI::App& command = AddCommand(program, Name(), "Fetch the files of a directory into a directory", kMirrorHelp);
+  CLI::App& AddTo(CLI::App& program) override {
+    return AddCommand(program, Name(), "Fetch the files of a directory into a directory", kMirrorHelp);
+  }
+
+  void AddOptions(CLI::App& command) override {
     command.add_option("URL", m_url)->required();
     command.add_option("DIR", m_directory)->required();
     Group group(command, "Files");

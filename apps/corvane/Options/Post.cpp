@@ -34,8 +34,11 @@ class PostDefinition : public CommandDefinition {
 
   [[nodiscard]] const char* Name() const override { return "post"; }
 
-  void AddTo(CLI::App& program) override {
-    CLI::App& command = AddCommand(program, Name(), "Send form fields, a text or a file to a URL", kPostHelp);
+  CLI::App& AddTo(CLI::App& program) override {
+    return AddCommand(program, Name(), "Send form fields, a text or a file to a URL", kPostHelp);
+  }
+
+  void AddOptions(CLI::App& command) override {
     command.add_option("URL", m_url)->required();
     Group content(command, "Content");
     content.AddList("--field", m_fields, "NAME=VALUE", "A form field, percent-encoded on its way; may be repeated");

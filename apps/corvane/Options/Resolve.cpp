@@ -15,8 +15,11 @@ class ResolveDefinition : public CommandDefinition {
 
   [[nodiscard]] const char* Name() const override { return "resolve"; }
 
-  void AddTo(CLI::App& program) override {
-    CLI::App& command = AddCommand(program, Name(), "Look up the addresses of a host", kResolveHelp);
+  CLI::App& AddTo(CLI::App& program) override {
+    return AddCommand(program, Name(), "Look up the addresses of a host", kResolveHelp);
+  }
+
+  void AddOptions(CLI::App& command) override {
     command.add_option("HOST", m_host)->required();
     m_common.AddMessageOptions(command);
   }
