@@ -79,6 +79,7 @@ struct NginxOptions {
   bool autoindex = true;                // folders are listed (in <pre>, sizes after the links)
   std::string serverLines = {};         // directives added to each server block, such as "location /x { return 418; }"
   std::string httpLines = {};           // directives added to the http block
+  bool http2 = false;                   // the encrypted port speaks HTTP/2, too
 };
 
 class NginxServer : public Daemon {

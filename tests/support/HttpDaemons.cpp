@@ -22,7 +22,8 @@ bool IsRoot() { return geteuid() == 0; }
 
 void WriteServerBlock(std::ostream& text, const NginxOptions& options, std::uint16_t port, bool isEncrypted,
                       const fs::path& root) {
-  text << "  server {\n    listen 127.0.0.1:" << port << (isEncrypted ? " ssl" : "") << ";\n"
+  const char* const protocols = !isEncrypted ? "" : options.http2 ? " ssl http2" : " ssl";
+  text << "  server {\n    listen 127.0.0.1:" << port << protocols << ";\n"
        << "    server_name localhost;\n"
        << "    root " << root << ";\n"
        << "    autoindex " << (options.autoindex ? "on" : "off") << ";\n";
