@@ -7,6 +7,7 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -57,7 +58,8 @@ void ExpectContinued(const Daemon& server, const std::string& content, const Kil
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
   EXPECT_EQ(result.err, "");
   EXPECT_TRUE(download.Holds(content));
-  EXPECT_TRUE(server.WaitForAccess(RestOf(content.size(), download))) << server.AccessLog();
+  EXPECT_TRUE(server.WaitForAccess(RestOf(content.size(), download), After(std::chrono::seconds(10))))
+      << server.AccessLog();
 }
 
 void ExpectBegunAnew(const std::string& content, const std::string& reason, const KilledDownload& download) {
@@ -79,6 +81,8 @@ struct WebServer {
   const char* noTags;    // the line of its configuration
   const char* noRanges;  // likewise
 };
+
+void PrintTo(const WebServer& server, std::ostream* text) { *text << server.name; }
 
 std::unique_ptr<Daemon> StartNginx(const char* lines) { return std::make_unique<NginxServer>(SlowNginx(lines)); }
 std::unique_ptr<Daemon> StartApache(const char* lines) { return std::make_unique<ApacheServer>(SlowApache(lines)); }
