@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -20,7 +19,6 @@
 namespace CorvaneTest {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
