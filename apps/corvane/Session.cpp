@@ -24,7 +24,8 @@ using Corvane::ZTransfer;
 TrustStore ChooseTrust(const CommonOptions& common, const Target& target) {
   if (common.caFile) return UseTrustFile(*common.caFile);
   if (common.caDirectory) return UseTrustDirectory(*common.caDirectory);
-  return common.insecure || !target.IsHttps() ? TrustStore() : UseSystemTrust();
+  if (common.insecure || target.scheme == "ftp") return TrustStore();
+  return target.IsHttps() ? UseSystemTrust() : UseSystemTrustForRedirects();
 }
 
 // More than libcurl's own 16 KiB: fewer and larger blocks cost less.

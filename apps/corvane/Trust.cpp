@@ -45,6 +45,8 @@ int CheckFile(const std::string& path) {
   return HoldsCertificate(pem) ? 0 : -1;
 }
 
+constexpr const wchar_t* kNobody = L"/dev/null";  // a file that is there and holds no certificate
+
 constexpr std::string_view kFileRemedy = "give a file of certificates in PEM";
 constexpr std::string_view kDirectoryRemedy = "give a directory that openssl rehash has prepared";
 
@@ -67,6 +69,11 @@ TrustStore UseSystemTrust(const Corvane::ZSystemTrust& found) {
       ExitCode::kSecurity,
       "cannot verify the server: this system has no trusted certificates in the usual places; install the package "
       "ca-certificates, or name them with --cacert FILE or --capath DIR");
+}
+
+TrustStore UseSystemTrustForRedirects(const Corvane::ZSystemTrust& found) {
+  if (found.IsFound()) return {found.caFile, found.caDirectory};
+  return {ZString(kNobody), ZString()};
 }
 
 TrustStore UseTrustFile(const std::string& path) {

@@ -89,6 +89,17 @@ TEST(Redirects, FromHttpsToHttpAreRefused) {
   EXPECT_THAT(plain.Requests(), IsEmpty());
 }
 
+// As on a system without any certificates.
+TEST(Redirects, FromHttpToHttpsAreRefusedWhereNobodyIsTrusted) {
+  const ScriptedServer secure(KeepAlive(Content("from whoever")), ThePki().server);
+  const ScriptedServer server(KeepAlive(Redirect(secure.Url())));
+  const ProgramResult result = RunCorvane({"get", server.Url(), "--cacert", "/dev/null"});
+  EXPECT_EQ(result.exitCode, 4) << result.Describe();
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("ca-certificates"));
+  EXPECT_THAT(secure.Requests(), IsEmpty());
+}
+
 TEST(Redirects, TakeNoPasswordToAnotherHost) {
   const ScriptedServer other(KeepAlive(Content("there")));
   const ScriptedServer server(

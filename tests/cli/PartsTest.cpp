@@ -143,6 +143,12 @@ TEST(Target, LabelIsTheLastPartOfThePathOrElseTheHost) {
 
 // --- certificates
 
+TEST(UseSystemTrust, ForRedirectsTrustsNobodyOnASystemWithoutCertificates) {
+  EXPECT_EQ(UseSystemTrustForRedirects({L"/a.pem", ZString()}).file, ZString(L"/a.pem"));
+  EXPECT_EQ(UseSystemTrustForRedirects({ZString(), L"/certs"}).directory, ZString(L"/certs"));
+  EXPECT_EQ(UseSystemTrustForRedirects({}).file, ZString(L"/dev/null"));
+}
+
 TEST(UseSystemTrust, RefusesASystemWithoutCertificates) {
   EXPECT_EQ(UseSystemTrust({L"/a.pem", ZString()}).file, ZString(L"/a.pem"));
   EXPECT_EQ(UseSystemTrust({ZString(), L"/certs"}).directory, ZString(L"/certs"));

@@ -110,6 +110,24 @@ TEST_F(GetOverTlsFromNginx, FollowsARedirectFromHttpAndVerifiesWhereItLeads) {
   EXPECT_EQ(Count(secure.AccessLog(), "\n"), 1U) << "nothing was asked of a server that is not trusted";
 }
 
+// The system's own authorities count there as they do for a URL of https.
+TEST_F(GetOverTlsFromNginx, TrustsNobodyButTheSystemsAuthoritiesBehindARedirectFromHttp) {
+  for (const TlsIdentity& identity : {ThePki().server, ThePki().selfSigned, ThePki().expired}) {
+    NginxOptions options;
+    options.tls = identity;
+    const NginxServer secure(options);
+    WriteFile(secure.RootDir() / "f", "from whoever");
+    const NginxServer first(Redirecting(secure.HttpsUrl("/f")));
+    const ProgramResult direct = RunCorvane({"get", secure.HttpsUrl("/f")});
+    EXPECT_EQ(direct.exitCode, 4) << direct.Describe();
+    const ProgramResult refused = RunCorvane({"get", first.Url("/f")});
+    EXPECT_EQ(refused.exitCode, 4) << refused.Describe();
+    EXPECT_EQ(refused.out, "");
+    EXPECT_THAT(OnlyErrorLine(refused), HasSubstr("certificate was not accepted"));
+    EXPECT_EQ(secure.AccessLog(), "") << "nothing was asked of a server that is not trusted";
+  }
+}
+
 TEST_F(GetOverTlsFromNginx, NeverFollowsARedirectToHttp) {
   const NginxServer plain;
   WriteFile(plain.RootDir() / "f", "in the clear");

@@ -13,7 +13,8 @@ constexpr const char* kCheckCertificate =
     "check the host name, or give the authority that signed the certificate with --cacert FILE (--insecure goes "
     "without checks)";
 constexpr const char* kCheckTls = "check that the server speaks TLS on this port, and which versions of it";
-constexpr const char* kCheckTrust = "check the files given with --cacert or --capath";
+constexpr const char* kCheckTrust =
+    "check what --cacert or --capath names or, without them, that the package ca-certificates is installed";
 constexpr const char* kNotResumable = nullptr;
 constexpr const char* kCheckPath = "check the path";
 
