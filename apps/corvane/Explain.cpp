@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <initializer_list>
 #include <string_view>
-#include <utility>
 
 #include <Corvane/Base/ErrorDict.h>
 
@@ -48,7 +47,7 @@ std::string AbsoluteLocation(const Report& report, std::string_view location) {
   if (place[0] == '/' && place.compare(0, 2, "//") != 0) {
     place = report.url.substr(0, report.url.find('/', report.url.find("//") + 2)) + place;
   }
-  return HideUserinfoIn(std::move(place));
+  return HideUserinfoIn(place);
 }
 
 std::string RemedyForStatus(int status, const Report& report, const Circumstances& circumstances) {

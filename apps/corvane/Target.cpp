@@ -34,6 +34,32 @@ void CheckScheme(const std::string& argument, const std::string& scheme) {
   Refuse(argument, fmt::format("the scheme \"{}\" is not supported; use http, https or ftp", scheme));
 }
 
+// A password may hold a slash that its author forgot to encode: what cannot be a port belongs to one when an "@" follows.
+bool IsPort(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char character) { return character >= '0' && character <= '9'; });
+}
+
+// In time that grows with the length only: a server may send anything.
+void AppendWithoutUserinfo(std::string& shown, std::string_view line) {
+  const std::size_t lastAt = line.rfind('@');
+  std::size_t done = 0;
+  for (std::size_t begin = line.find("//"); begin != std::string_view::npos && lastAt != std::string_view::npos;
+       begin = line.find("//", std::max(begin, done))) {
+    begin += 2;
+    const std::size_t end = std::min(line.find_first_of("/?#\"'<>\\ \t\r\n", begin), line.size());
+    const std::string_view authority = line.substr(begin, end - begin);
+    std::size_t at = authority.rfind('@');
+    const std::size_t colon = authority.find(':');
+    const bool isCut = at == std::string_view::npos && colon != std::string_view::npos && authority[0] != '[' &&
+                       !IsPort(authority.substr(colon + 1)) && lastAt >= end;
+    if (isCut) at = lastAt - begin;
+    if (at == std::string_view::npos) continue;
+    shown.append(line.substr(done, begin - done)).append("***");
+    done = begin + at;
+  }
+  shown.append(line.substr(done));
+}
+
 }  // namespace
 
 std::string HideSecrets(const std::string& utf8) {
@@ -68,14 +94,14 @@ std::string HideUserinfo(const std::string& url) {
   return std::string(url).replace(begin, at, "***");
 }
 
-std::string HideUserinfoIn(std::string text) {
-  for (std::size_t begin = text.find("//"); begin != std::string::npos; begin = text.find("//", begin)) {
-    begin += 2;
-    const std::size_t end = std::min(text.find_first_of("/?#\"'<>\\ \t\r\n", begin), text.size());
-    const std::size_t at = text.rfind('@', end == 0 ? 0 : end - 1);
-    if (at != std::string::npos && at >= begin) text.replace(begin, at - begin, "***");
+std::string HideUserinfoIn(std::string_view text) {
+  std::string shown;
+  while (!text.empty()) {
+    const std::size_t line = std::min(text.find('\n'), text.size() - 1) + 1;
+    AppendWithoutUserinfo(shown, text.substr(0, line));
+    text.remove_prefix(line);
   }
-  return text;
+  return shown;
 }
 
 Target MakeTarget(const std::string& argument) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include <Corvane/Base/String.h>
 
@@ -28,7 +29,7 @@ struct Target {
 [[nodiscard]] std::string HideUserinfo(const std::string& url);
 
 // `text`, such as the header of an answer, with every user and password in the URLs in it replaced by "***".
-[[nodiscard]] std::string HideUserinfoIn(std::string text);
+[[nodiscard]] std::string HideUserinfoIn(std::string_view text);
 
 // `utf8` with everything that may be a user and password in a URL replaced by "***".
 [[nodiscard]] std::string HideSecrets(const std::string& utf8);

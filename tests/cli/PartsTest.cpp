@@ -133,6 +133,35 @@ TEST(MakeTarget, NeverRepeatsAPassword) {
   }
 }
 
+TEST(HideUserinfoIn, StrikesOutWhatMayBeAPasswordInEveryUrl) {
+  struct Case {
+    const char* text;
+    const char* shown;
+  };
+  const Case cases[] = {
+      {"", ""},
+      {"HTTP/1.1 302 Found\r\nLocation: http://ada:hush@h/x@y\r\n",
+       "HTTP/1.1 302 Found\r\nLocation: http://***@h/x@y\r\n"},
+      {"Location: //ada:hush@h/\n", "Location: //***@h/\n"},
+      {"Link: <https://a:hush@h/>, <https://b:hush@h/>\nX: http://h:80/a@b",
+       "Link: <https://***@h/>, <https://***@h/>\nX: http://h:80/a@b"},
+      {"Location: http://ada:hu/sh@h/\n", "Location: http://***@h/\n"},
+      {"Location: http://[::1]:80/a@b\n", "Location: http://[::1]:80/a@b\n"},
+      {"Refresh: 0; url=ftp://a@h/\n", "Refresh: 0; url=ftp://***@h/\n"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(HideUserinfoIn(c.text), c.shown);
+}
+
+// A quadratic search would take hours.
+TEST(HideUserinfoIn, CopesWithAllThatAServerMaySend) {
+  for (const char* const piece : {"//", "//a@", "//a:b", "@//", "//a:b\n"}) {
+    std::string text;
+    while (text.size() < (16 << 20)) text += piece;
+    EXPECT_FALSE(HideUserinfoIn(text).empty());
+    EXPECT_FALSE(HideUserinfoIn(text + "@").empty());
+  }
+}
+
 TEST(Target, LabelIsTheLastPartOfThePathOrElseTheHost) {
   EXPECT_EQ(MakeTarget("http://h/a/b.iso").Label(), "b.iso");
   EXPECT_EQ(MakeTarget("http://h/a/b.iso?x=/y").Label(), "b.iso");
