@@ -148,26 +148,6 @@ TEST(Pipe, GetsTheFirstByteBeforeTheLastIsThere) {
   EXPECT_EQ(program->Wait()->out, "0123456789");
 }
 
-TEST(Pipe, MemoryStaysFlatAt300Megabytes) {
-  const std::string block(1 << 20, 'x');
-  const ScriptedServer server([&](Connection& peer) {
-    peer.ReadRequest();
-    peer.Send(FormatHead(200, {{"Content-Length", std::to_string(300 * block.size())}}));
-    for (int i = 0; i < 300; ++i) peer.Send(block);
-  });
-  for (const char* const options : {"", "--text"}) {
-    const ProgramResult result =
-        RunShell(std::string("\"$0\" get \"$1\" ") + options +
-                     " | { head -c 290000000 > /dev/null; ps -o rss= -C corvane | sort -n | tail -1; wc -c; }",
-                 {server.Url()});
-    EXPECT_EQ(result.exitCode, 0) << result.Describe();
-    const int kibibytes = std::stoi(result.out);
-    EXPECT_GT(kibibytes, 1000) << result.Describe();
-    EXPECT_LT(kibibytes, 40000) << result.Describe();
-    EXPECT_THAT(result.out, HasSubstr("\n24572800\n"));
-  }
-}
-
 TEST(Pipe, ThatIsClosedEndsQuietly) {
   const ScriptedServer server(KeepAlive(Content(std::string(1 << 20, 'x'))));
   const ProgramResult result = RunShell("\"$0\" get \"$1\" | head -c 3; exit ${PIPESTATUS[0]}", {server.Url()});
@@ -223,7 +203,7 @@ TEST(Pipe, ThatIsNotReadHoldsUpNoSignal) {
 TEST(Pipe, ThatRestsLongerThanTheTimeLimitGetsEverything) {
   const ScriptedServer server(KeepAlive(Content(std::string(1 << 22, 'x'))));
   const ProgramResult result =
-      RunShell("\"$0\" get \"$1\" --timeout 1 | { sleep 2.5; wc -c; }; exit ${PIPESTATUS[0]}", {server.Url()});
+      RunShell("\"$0\" get \"$1\" --timeout 3 | { sleep 3.5; wc -c; }; exit ${PIPESTATUS[0]}", {server.Url()});
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
   EXPECT_EQ(result.out, "4194304\n");
 }
@@ -440,18 +420,15 @@ TEST(PostUpload, TakesLongerThanTheLimitAsLongAsItMoves) {
   const std::string content = MakePattern(16 << 20);
   const TempDir folder;
   WriteFile(folder / "f", content);
-  // The peer takes a part now and then, which takes longer than the limit in all.
+  // The peer takes ten megabytes so slowly that this alone takes longer than the limit.
   const ScriptedServer server([&](Connection& peer) {
-    const auto request = peer.ReadRequest(Body::kLeave);
-    if (!request) return;
-    std::size_t left = content.size();
-    while (left > 0) {
-      const std::string some = peer.ReadExactly(std::min<std::size_t>(left, 512 << 10));
-      if (some.empty()) return;
-      left -= some.size();
-      Gate never;
-      if (peer.WaitFor(never, After(std::chrono::milliseconds(150)))) return;
+    if (!peer.ReadRequest(Body::kLeave)) return;
+    constexpr std::size_t kStep = 512 << 10;
+    Gate never;
+    for (int step = 0; step < 20; ++step) {
+      if (peer.ReadExactly(kStep).size() < kStep || peer.WaitFor(never, After(std::chrono::milliseconds(200)))) return;
     }
+    peer.ReadExactly(content.size() - 20 * kStep);
     peer.Send(FormatHead(200, {{"Content-Length", "4"}}) + "done");
   });
   const ProgramResult result = RunCorvane({"post", server.Url(), "--file", folder / "f", "--timeout", "3"});

@@ -1,4 +1,4 @@
-// What the program says when memory runs out.
+// How much memory the program takes, and what it says when it runs out.
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
@@ -45,6 +45,22 @@ TEST(Memory, ThatRunsOutIsNoFullDisk) {
                 AllOf(HasSubstr("emory"), HasSubstr("; free some memory"), Not(HasSubstr("bad_alloc")),
                       Not(HasSubstr("disk")), Not(HasSubstr("space"))));
     EXPECT_EQ(ParseReport(result)["operation"], command.front());
+  }
+}
+
+// What comes for a pipe is not kept.
+TEST(Memory, StaysFlatWhile300MegabytesGoIntoAPipe) {
+  constexpr int kMebibytes = 300;
+  const ScriptedServer server(OncePerConnection(MuchText(kMebibytes)));
+  for (const char* const option : {"-q", "--text"}) {
+    const ProgramResult result = RunShell(
+        "exec 3< <(exec \"$0\" get \"$1\" $2); pid=$!; head -c 290000000 <&3 > /dev/null; "
+        "grep VmHWM /proc/$pid/status | tr -dc 0-9; echo; wc -c <&3",
+        {server.Url(), option});
+    const int peakKibibytes = std::stoi(result.out);
+    EXPECT_GT(peakKibibytes, 1000) << result.Describe();
+    EXPECT_LT(peakKibibytes, 40000) << result.Describe();
+    EXPECT_THAT(result.out, testing::EndsWith("\n" + std::to_string((kMebibytes << 20) - 290000000) + "\n"));
   }
 }
 
