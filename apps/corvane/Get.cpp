@@ -30,14 +30,10 @@ std::unique_ptr<Destination> MakeDestination(const GetCommand& command, const Ta
   return MakeStreamDestination(command, target, environment);
 }
 
-// How long to wait before the next try; nullopt when a server asks for more patience than anybody has.
-std::optional<std::chrono::milliseconds> WaitFor(const Report& report, const RequestOptions& request) {
-  const auto own = WaitBefore(report.attempts, request.retryWait);
-  const auto asked = RetryAfter(LastHeader(report.header, "retry-after:"), std::time(nullptr));
-  const bool isRefused = report.httpStatus == 429 || report.httpStatus == 503;
-  if (!isRefused || !asked) return own;
-  if (*asked > kLongestRetryAfter) return std::nullopt;
-  return *asked;
+// How long the server asks to wait before the next try.
+std::optional<std::chrono::seconds> AskedToWait(const Report& report) {
+  if (report.httpStatus != 429 && report.httpStatus != 503) return std::nullopt;
+  return RetryAfter(LastHeader(report.header, "retry-after:"), std::time(nullptr));
 }
 
 }  // namespace
@@ -83,18 +79,18 @@ class Download {
     const bool isHopeless = WasInterrupted(m_environment) || m_report.attempts > m_request.retries ||
                             !MayPass(m_report, m_report.httpStatus) || !m_destination->CanGoOn();
     if (isHopeless) return false;
-    const std::optional<std::chrono::milliseconds> wait = WaitFor(m_report, m_request);
-    if (!wait) {
-      const auto asked = RetryAfter(LastHeader(m_report.header, "retry-after:"), std::time(nullptr));
+    const std::optional<std::chrono::seconds> asked = AskedToWait(m_report);
+    if (asked > kLongestRetryAfter) {  // none is less than any
       m_report.notes.push_back(fmt::format("the server asks to wait {} before the next try",
                                            FormatDuration(static_cast<unsigned long long>(asked->count()))));
       return false;
     }
+    const std::chrono::milliseconds wait = asked ? *asked : WaitBefore(m_report.attempts, m_request.retryWait);
     const unsigned long long position = m_destination->Position();
     TellNote(m_environment, fmt::format("{}; trying again{} in {} s ({} of {})", m_session.Reason(m_report),
                                         position == 0 ? "" : fmt::format(" from {} on", FormatBytes(position)),
-                                        (wait->count() + 999) / 1000, m_report.attempts, m_request.retries));
-    return CorvaneCli::WaitFor(*wait, *m_environment.interrupt);
+                                        (wait.count() + 999) / 1000, m_report.attempts, m_request.retries));
+    return WaitFor(wait, *m_environment.interrupt);
   }
 
   const GetCommand& m_command;

@@ -36,25 +36,6 @@ Descriptor OpenOutput(const std::optional<std::string>& output, const Interrupt&
   }
 }
 
-// UTF-8 text with U+FFFD for what could rule a terminal.
-std::string WithoutControls(std::string_view text) {
-  constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
-  constexpr std::string_view kHarmless = "\t\n\r\f\b";
-  std::string shown;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const bool isC1 = byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0;
-    const bool isC0 = (byte < 0x20 && kHarmless.find(text[i]) == std::string_view::npos) || byte == 0x7F;
-    if (!isC0 && !isC1) {
-      shown += text[i];
-      continue;
-    }
-    shown += kReplacement;
-    if (isC1) ++i;
-  }
-  return shown;
-}
-
 }  // namespace
 
 OutputStream::OutputStream(const std::optional<std::string>& output, const Environment& environment, bool decodesText)

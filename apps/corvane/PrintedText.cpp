@@ -37,6 +37,23 @@ bool IsAllowedControl(unsigned char byte) {
 
 }  // namespace
 
+std::string WithoutControls(std::string_view text) {
+  constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+  std::string shown;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const bool isC1 = byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0;
+    const bool isC0 = (byte < 0x20 && !IsAllowedControl(byte)) || byte == 0x7F;
+    if (!isC0 && !isC1) {
+      shown += text[i];
+      continue;
+    }
+    shown += kReplacement;
+    if (isC1) ++i;
+  }
+  return shown;
+}
+
 std::string TextDecoder::Decode(std::string_view bytes) {
   if (m_incomplete.empty()) {
     const std::size_t end = EndOfComplete(bytes);

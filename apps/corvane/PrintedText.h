@@ -40,4 +40,7 @@ class TextCheck {
   bool m_isText = true;
 };
 
+// `text`, which is UTF-8, with U+FFFD for the control characters that a TextCheck does not allow.
+[[nodiscard]] std::string WithoutControls(std::string_view text);
+
 }  // namespace CorvaneCli

@@ -86,14 +86,6 @@ std::string Target::Host() const {
   return std::string(host);
 }
 
-std::string HideUserinfo(const std::string& url) {
-  const std::string_view authority = AuthorityOf(url);
-  const std::size_t at = authority.rfind('@');
-  if (at == std::string_view::npos) return url;
-  const auto begin = static_cast<std::size_t>(authority.data() - url.data());
-  return std::string(url).replace(begin, at, "***");
-}
-
 std::string HideUserinfoIn(std::string_view text) {
   std::string shown;
   while (!text.empty()) {

@@ -25,9 +25,6 @@ struct Target {
 // of the machine could read in the list of processes: the text names --user instead.
 [[nodiscard]] Target MakeTarget(const std::string& argument);
 
-// `url`, a URL from a server, with its user and password replaced by "***".
-[[nodiscard]] std::string HideUserinfo(const std::string& url);
-
 // `text`, such as the header of an answer, with every user and password in the URLs in it replaced by "***".
 [[nodiscard]] std::string HideUserinfoIn(std::string_view text);
 
