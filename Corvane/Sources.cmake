@@ -42,5 +42,13 @@ set(CORVANE_ZN_SOURCES
     MultiDownload/Listing.cpp
     MultiDownload/LocalFiles.cpp
     MultiDownload/MultiDownload.cpp
-    MultiDownload/Run.cpp)
+    MultiDownload/Run.cpp
+    TreeDownload/HtmlPage.cpp
+    TreeDownload/HtmlSigns.cpp
+    TreeDownload/HtmlTags.cpp
+    TreeDownload/HtmlText.cpp
+    TreeDownload/List.cpp
+    TreeDownload/Mlsd.cpp
+    TreeDownload/Page.cpp
+    TreeDownload/PageLink.cpp)
 list(TRANSFORM CORVANE_ZN_SOURCES PREPEND "${CMAKE_CURRENT_LIST_DIR}/")
