@@ -7,6 +7,7 @@ namespace Corvane {
 // The areas of the transfer library under whose names lines are logged, wherever in an area they are written.
 inline constexpr const char* kTransferArea = "Corvane/Transfer";
 inline constexpr const char* kMultiDownloadArea = "Corvane/MultiDownload";
+inline constexpr const char* kTreeDownloadArea = "Corvane/TreeDownload";
 
 // Writes a line when its level is enabled; the message is built only then.
 template <class Build>

@@ -21,6 +21,7 @@ set(CORVANE_ZN_SOURCES
     Transfer/Procedure.cpp
     Transfer/Receive.cpp
     Transfer/Request.cpp
+    Transfer/RequestHeaders.cpp
     Transfer/RequestedPart.cpp
     Transfer/ResumedFile.cpp
     Transfer/Settings.cpp
@@ -43,12 +44,36 @@ set(CORVANE_ZN_SOURCES
     MultiDownload/LocalFiles.cpp
     MultiDownload/MultiDownload.cpp
     MultiDownload/Run.cpp
+    TreeDownload/Address.cpp
+    TreeDownload/Checksums.cpp
+    TreeDownload/CompareFiles.cpp
+    TreeDownload/Connections.cpp
+    TreeDownload/Decision.cpp
+    TreeDownload/DeleteFiles.cpp
+    TreeDownload/Escaping.cpp
+    TreeDownload/Exchange.cpp
+    TreeDownload/FailureText.cpp
+    TreeDownload/FetchChecksums.cpp
+    TreeDownload/FetchFiles.cpp
+    TreeDownload/FileJob.cpp
+    TreeDownload/FileJobEnd.cpp
+    TreeDownload/Filter.cpp
+    TreeDownload/FolderNames.cpp
     TreeDownload/HtmlPage.cpp
     TreeDownload/HtmlSigns.cpp
     TreeDownload/HtmlTags.cpp
     TreeDownload/HtmlText.cpp
     TreeDownload/List.cpp
+    TreeDownload/ListFolders.cpp
+    TreeDownload/LocalTree.cpp
     TreeDownload/Mlsd.cpp
     TreeDownload/Page.cpp
-    TreeDownload/PageLink.cpp)
+    TreeDownload/PageLink.cpp
+    TreeDownload/PartRecord.cpp
+    TreeDownload/PartStore.cpp
+    TreeDownload/Progress.cpp
+    TreeDownload/Retry.cpp
+    TreeDownload/Run.cpp
+    TreeDownload/Tree.cpp
+    TreeDownload/TreeDownload.cpp)
 list(TRANSFORM CORVANE_ZN_SOURCES PREPEND "${CMAKE_CURRENT_LIST_DIR}/")

@@ -1,5 +1,3 @@
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -8,8 +6,8 @@
 
 #include <strings.h>
 
-#include <Corvane/Transfer/AnswerHeaderImpl.h>
 #include <Corvane/Transfer/FileVersionImpl.h>
+#include <Corvane/Transfer/RequestHeadersImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
 
 // What a transfer does only when its host asks for it. An object on which nothing of this was set gets no option from here.
@@ -21,60 +19,14 @@ constexpr unsigned int kMostRedirects = 10000;
 constexpr unsigned long kSmallestBuffer = 1024;  // libcurl's own bounds
 constexpr unsigned long kLargestBuffer = 10485760;
 
-// Fields that the library or libcurl sends by itself, and that would contradict what it knows of the request.
-constexpr std::array kReserved = {"Range",          "If-Range",          "User-Agent",
-                                  "Content-Length", "Transfer-Encoding", "Connection"};
-
-bool IsTokenCharacter(char c) {
-  constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         kMarks.find(c) != std::string_view::npos;
-}
-
-bool IsValue(std::string_view value) {
-  return std::none_of(value.begin(), value.end(), [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return (byte < 0x20 && c != '\t') || byte == 0x7F;
-  });
-}
-
-std::string Utf8(const ZString& text) {
-  const ZStringEncoder encoder(text, ZStringEncoder::Utf8);
-  return {encoder.CStr(), encoder.Length()};
-}
-
-// The header as libcurl takes it, which has a form of its own for an empty value. None when it is refused.
-std::optional<std::string> HeaderOf(const ZString& given) {
-  const std::string text = Utf8(given);
-  const std::size_t colon = text.find(':');
-  if (colon == std::string::npos || colon == 0) return std::nullopt;
-  const std::string name = text.substr(0, colon);
-  const std::string_view value = std::string_view(text).substr(colon + 1);
-  if (!std::all_of(name.begin(), name.end(), IsTokenCharacter) || !IsValue(value)) return std::nullopt;
-  const bool isReserved =
-      std::any_of(kReserved.begin(), kReserved.end(), [&](const char* reserved) { return IsSameName(name, reserved); });
-  if (isReserved) return std::nullopt;
-  return value.find_first_not_of(" \t") == std::string_view::npos ? name + ";" : text;
-}
-
-bool AddHeader(std::vector<std::string>& headers, const ZString& given) {
-  std::optional<std::string> header = HeaderOf(given);
-  if (!header) return false;
-  const bool isTwice = std::any_of(headers.begin(), headers.end(), [&](const std::string& other) {
-    return IsSameName(NameOf(other), NameOf(*header));
-  });
-  if (!isTwice) headers.push_back(*std::move(header));
-  return !isTwice;
-}
-
 // None when something is refused.
 std::optional<Additions> AdditionsOf(const ZTransferOptions& options) {
   Additions additions;
-  for (const ZString& header : options.headers) {
-    if (!AddHeader(additions.headers, header)) return std::nullopt;
-  }
-  additions.userAgent = Utf8(options.userAgent);
-  additions.validator = Utf8(options.validator);
+  std::optional<std::vector<std::string>> headers = RequestHeadersOf(options.headers);
+  if (!headers) return std::nullopt;
+  additions.headers = *std::move(headers);
+  additions.userAgent = Utf8Of(options.userAgent);
+  additions.validator = Utf8Of(options.validator);
   additions.receiveBufferBytes = options.receiveBufferBytes;
   additions.mostRedirects = options.mostRedirects;
   additions.checkResume = options.checkResume;
@@ -84,16 +36,9 @@ std::optional<Additions> AdditionsOf(const ZTransferOptions& options) {
   additions.trace = options.trace;
   const unsigned long buffer = options.receiveBufferBytes;
   const bool isBuffer = buffer == 0 || (buffer >= kSmallestBuffer && buffer <= kLargestBuffer);
-  const bool isGood = isBuffer && options.mostRedirects <= kMostRedirects && IsValue(additions.userAgent) &&
-                      IsValue(additions.validator);
+  const bool isGood = isBuffer && options.mostRedirects <= kMostRedirects && IsFieldValue(additions.userAgent) &&
+                      IsFieldValue(additions.validator);
   return isGood ? std::optional(std::move(additions)) : std::nullopt;
-}
-
-void Append(OwnedList& list, const std::string& text) {
-  curl_slist* const longer = curl_slist_append(list.get(), text.c_str());
-  if (longer == nullptr) throw std::bad_alloc();
-  static_cast<void>(list.release());  // it is the beginning of the longer one
-  list.reset(longer);
 }
 
 bool IsHttps(const char* url) { return url != nullptr && strncasecmp(url, "https:", 6) == 0; }
