@@ -82,6 +82,12 @@ std::string WithoutLogin(const std::string& url) {
   return Component(parsed, CURLUPART_URL);
 }
 
+std::string QueryOf(const std::string& url) {
+  const std::string sent = url.substr(0, url.find('#'));
+  const std::size_t query = sent.find('?');
+  return query == sent.npos ? std::string() : sent.substr(query);
+}
+
 std::string DirectoryOf(const std::string& url) {
   std::string directory = url.substr(0, url.find_first_of("?#"));
   while (directory.ends_with("//")) directory.pop_back();

@@ -30,5 +30,7 @@ struct Origin {
 
 // The address of a directory: without query and fragment, and with one slash at its end.
 [[nodiscard]] std::string DirectoryOf(const std::string& url);
+// With its "?"; empty without one.
+[[nodiscard]] std::string QueryOf(const std::string& url);
 
 }  // namespace Corvane

@@ -32,6 +32,7 @@ class TreeRun::FolderJob final : public Job {
     m_page.clear();
     Order order;
     order.url = m_run.m_tree->UrlOf(m_folder);
+    if (m_folder == 0) order.url += m_run.m_query;
     if (m_run.m_isFtp && !m_run.m_isMlsdUnknown) order.command = "MLSD";
     m_isMlsd = !order.command.empty();
     return order;

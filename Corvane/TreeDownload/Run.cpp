@@ -75,7 +75,8 @@ bool TreeRun::Begin(const std::string& url, const char* directory) {
     return false;
   }
   if (m_isPlan && m_local.IsOpen()) m_store.OpenToLook(*m_local.Top());
-  m_tree = std::make_unique<Tree>(url);
+  m_tree = std::make_unique<Tree>(top);
+  m_query = QueryOf(url);
   m_connections = std::make_unique<Connections>(m_settings.requests, *this);
   m_connections->Trust(url);
   m_progress.SetWakeUp([this] { m_connections->WakeUp(); });
