@@ -14,6 +14,9 @@ namespace {
 // What servers of HTTP/2 allow on one connection when they do not say otherwise.
 constexpr std::size_t kMostStreams = 100;
 constexpr std::chrono::milliseconds kLongestPoll{1000};
+// libcurl 7.88 forgets to ask to be called again when an FTP server names the port for a listing or a file before libcurl has begun to
+// wait for it: without this the next of many files comes a second later.
+constexpr std::chrono::milliseconds kLongestFtpPoll{10};
 
 template <class Value>
 void Set(CURLM* multi, CURLMoption option, Value value) {
@@ -74,9 +77,8 @@ bool Connections::Do(JobSource& source) {
     const Clock::time_point begin = Clock::now();
     int running = 0;
     curl_multi_perform(m_multi.get(), &running);
-    const std::size_t before = m_inFlight;
-    TakeEndings();
-    if (m_inFlight != before) continue;
+    // An ending makes room for another request, or has made one.
+    if (TakeEndings()) continue;
     // A throttle that slept has held up those, too, whose bytes have come meanwhile.
     const bool isPrompt = Clock::now() - begin < std::chrono::seconds(1);
     if (isPrompt) EndIdle();
@@ -89,9 +91,10 @@ bool Connections::Do(JobSource& source) {
 void Connections::Count() noexcept { m_owner.CountRequests(m_inFlight, m_sockets.size(), m_requests); }
 
 int Connections::PollMs() const {
-  if (m_waiting.empty() || m_inFlight >= m_mostInFlight) return static_cast<int>(kLongestPoll.count());
+  const auto longest = m_hasFtp ? kLongestFtpPoll : kLongestPoll;
+  if (m_waiting.empty() || m_inFlight >= m_mostInFlight) return static_cast<int>(longest.count());
   const auto wait = std::chrono::ceil<std::chrono::milliseconds>(m_waiting.begin()->first - Clock::now());
-  return static_cast<int>(std::clamp(wait, std::chrono::milliseconds(0), kLongestPoll).count());
+  return static_cast<int>(std::clamp(wait, std::chrono::milliseconds(0), longest).count());
 }
 
 void Connections::StartDue() {
@@ -130,6 +133,7 @@ bool Connections::StartOrder(Exchange& exchange) {
   if (!order) return false;
   exchange.redirects = 0;
   exchange.Prepare(*order);
+  m_hasFtp = m_hasFtp || order->url.starts_with("ftp:");
   Send(exchange);
   return true;
 }
@@ -140,15 +144,18 @@ void Connections::Send(Exchange& exchange) {
   ++m_requests;
 }
 
-void Connections::TakeEndings() {
+bool Connections::TakeEndings() {
   int left = 0;
+  bool isAny = false;
   while (CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left)) {
     if (message->msg != CURLMSG_DONE) continue;
     void* exchange = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
+    isAny = true;
     End(*static_cast<Exchange*>(exchange), message->data.result);
-    if (m_owner.IsStopped()) return;
+    if (m_owner.IsStopped()) break;
   }
+  return isAny;
 }
 
 void Connections::End(Exchange& exchange, CURLcode code) {

@@ -85,7 +85,7 @@ class Connections {
   void Start(Errand errand);
   bool StartOrder(Exchange& exchange);
   void Send(Exchange& exchange);
-  void TakeEndings();
+  bool TakeEndings();  // whether there were any
   void End(Exchange& exchange, CURLcode code);
   bool Redirect(Exchange& exchange, const std::string& target, Ending& ending);
   void Repeat(Exchange& exchange, const Ending& ending);
@@ -106,6 +106,7 @@ class Connections {
   std::size_t m_inFlight = 0;
   std::size_t m_mostInFlight;
   unsigned long long m_requests = 0;
+  bool m_hasFtp = false;         // requests go to an FTP server
   bool m_isBasicEnough = false;  // the server offers no NTLM
   Clock::time_point m_lastIdleCheck{};
 };

@@ -41,7 +41,8 @@ Exchange::Exchange(Connections& connections) : m_connections(connections), m_eas
   if (m_easy == nullptr) throw std::bad_alloc();
   const RequestSettings& settings = m_connections.Settings();
   Set(CURLOPT_PRIVATE, this);
-  Set(CURLOPT_NOPROGRESS, 1L);
+  Set(CURLOPT_XFERINFOFUNCTION, &ProgressCallback);
+  Set(CURLOPT_XFERINFODATA, this);
   Set(CURLOPT_NOSIGNAL, 1L);  // the library runs on the host's threads
   Set(CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS | CURLPROTO_FTP));
   Set(CURLOPT_WRITEFUNCTION, &WriteCallback);
@@ -84,6 +85,8 @@ void Exchange::Prepare(const Order& asked) {
   const std::string range = std::to_string(order.position) + '-';
   Set(CURLOPT_RANGE, m_isHttp && order.position != 0 ? range.c_str() : static_cast<const char*>(nullptr));
   Set(CURLOPT_RESUME_FROM_LARGE, m_isHttp ? curl_off_t{0} : order.position);
+  // When an FTP server has sent a file libcurl waits for its word about it, up to a minute, and asks nobody but this callback meanwhile.
+  Set(CURLOPT_NOPROGRESS, m_isHttp ? 1L : 0L);
   SetCredentials();
   SetHeaders();
   m_lastByte = std::chrono::steady_clock::now();
@@ -120,6 +123,11 @@ std::size_t Exchange::HeaderCallback(char* data, std::size_t size, std::size_t c
   auto* const self = static_cast<Exchange*>(object);
   const std::size_t total = size * count;
   return self->CatchAll(total, [=] { return self->ReceiveHeader(data, total); });
+}
+
+int Exchange::ProgressCallback(void* object, curl_off_t /*toReceive*/, curl_off_t /*received*/, curl_off_t /*toSend*/,
+                               curl_off_t /*sent*/) noexcept {
+  return static_cast<Exchange*>(object)->m_connections.IsStopped() ? 1 : 0;
 }
 
 // No exception may cross libcurl's frames.

@@ -51,6 +51,8 @@ class Exchange {
  private:
   static std::size_t WriteCallback(char* data, std::size_t size, std::size_t count, void* object) noexcept;
   static std::size_t HeaderCallback(char* data, std::size_t size, std::size_t count, void* object) noexcept;
+  static int ProgressCallback(void* object, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
+                              curl_off_t sent) noexcept;
   template <class Receive>
   std::size_t CatchAll(std::size_t total, Receive receive) noexcept;
   std::size_t ReceiveContent(const char* data, std::size_t total);

@@ -43,10 +43,8 @@ class TreeRun::ChecksumsJob final : public Job {
       checksums.list = ParseChecksums(m_text, m_kind);
       return Corvane::Next::Done;
     }
-    Item item;
-    item.path = m_run.m_tree->PathOf(m_folder, Name());
-    item.reason = Reason::None;
-    m_run.FailFile(std::move(item), CodeOfFailure(ending), TextOfFailure(ending));
+    // It is a file of the tree, too, and is told of as one.
+    m_run.Fail(CodeOfFailure(ending), ShownPath(m_run.m_tree->PathOf(m_folder, Name())) + L": " + TextOfFailure(ending));
     return Corvane::Next::Done;
   }
 

@@ -142,7 +142,11 @@ void TreeSite::Remove(const std::string& path) {
 
 void TreeSite::Answer(const std::string& path, Responder responder) {
   const std::lock_guard guard(m_mutex);
-  m_answers[path] = std::move(responder);
+  if (responder) {
+    m_answers[path] = std::move(responder);
+  } else {
+    m_answers.erase(path);
+  }
 }
 
 Responder TreeSite::Serve() {

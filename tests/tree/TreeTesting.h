@@ -76,10 +76,12 @@ class TreeClient : private ZTreeDownload::Observer {
 class TreeSite {
  public:
   explicit TreeSite(TreeFiles files = {}) : m_files(std::move(files)) {}
+  TreeSite(const TreeSite&) = delete;
+  TreeSite& operator=(const TreeSite&) = delete;
 
   void SetFile(const std::string& path, std::string content);
   void Remove(const std::string& path);
-  // `path` without the first slash; a folder's with a final one, "" for the top.
+  // `path` without the first slash; a folder's with a final one, "" for the top. Null: the usual answer again.
   void Answer(const std::string& path, Responder responder);
 
   // Files have a date and a strong tag made of their content, and ranges are served.
