@@ -59,6 +59,7 @@ set(CORVANE_ZN_SOURCES
     TreeDownload/FileJobEnd.cpp
     TreeDownload/Filter.cpp
     TreeDownload/FolderNames.cpp
+    TreeDownload/HtmlColumns.cpp
     TreeDownload/HtmlPage.cpp
     TreeDownload/HtmlSigns.cpp
     TreeDownload/HtmlTags.cpp

@@ -2,6 +2,7 @@
 #include <string>
 #include <string_view>
 
+#include <Corvane/TreeDownload/HtmlColumnsImpl.h>
 #include <Corvane/TreeDownload/HtmlSignsImpl.h>
 #include <Corvane/TreeDownload/HtmlTagsImpl.h>
 #include <Corvane/TreeDownload/HtmlTextImpl.h>
@@ -12,9 +13,6 @@
 namespace Corvane {
 namespace {
 
-// Room for the longest name in the longest way of writing its bytes as references, and some blanks.
-constexpr std::size_t kMostLabelLength = 4096;
-
 // A title, a heading or the text of an anchor, put together from what stands between tags.
 class HtmlLabel {
  public:
@@ -22,8 +20,11 @@ class HtmlLabel {
     m_text.clear();
     m_isOpen = true;
   }
+  // What is longer than any name that a page shows is no label.
   void Append(std::string_view text) {
-    if (m_isOpen && m_text.size() + text.size() <= kMostLabelLength) AppendUnreferenced(text, false, m_text);
+    constexpr std::size_t kMostLength = 4096;
+    if (m_isOpen && m_text.size() + text.size() > kMostLength) m_isOpen = false;
+    if (m_isOpen) AppendUnreferenced(text, false, m_text);
   }
   // What was shown, once; empty when nothing had begun.
   std::string_view End() {
@@ -39,8 +40,8 @@ class HtmlLabel {
 
 class HtmlReader {
  public:
-  HtmlReader(std::string_view page, const std::string& url, std::size_t mostEntries)
-      : m_page(page), m_tags(page), m_address(url), m_builder(mostEntries) {}
+  HtmlReader(std::string_view page, std::string_view url, std::string_view server, std::size_t mostEntries)
+      : m_page(page), m_tags(page), m_address(url), m_builder(mostEntries), m_signs(m_address.Host(), server) {}
 
   Page Read() {
     if (!m_address.IsRight()) return {};
@@ -51,24 +52,31 @@ class HtmlReader {
       m_label.Append(text);
       m_heading.Append(text);
       textBegin = tag.end;
-      ReadTag(tag);
+      ReadTag(tag, text);
     }
-    EndAnchor();
     m_builder.Finish();
-    return m_builder.Take(m_signs.SayListing() || (m_signs.AllowListing() && m_builder.IsEachShown() &&
-                                                   (m_builder.HasEntries() || m_signs.HasParent())));
+    return m_builder.Take(m_signs.SayListing() || IsPlainList());
   }
 
  private:
-  void ReadTag(const HtmlTag& tag) {
+  [[nodiscard]] bool IsPlainList() const {
+    return m_signs.AllowListing() && m_builder.IsEachShown() && (m_builder.HasEntries() || m_signs.HasParent());
+  }
+
+  // `text` stands before the tag.
+  void ReadTag(const HtmlTag& tag, std::string_view text) {
     if (tag.Is("a")) {
-      EndAnchor();
-      if (!tag.isEnd) ReadAnchor(tag);
+      EndAnchor(tag);
+      if (!tag.isEnd) BeginAnchor(tag, text);
+    } else if (tag.Is("tr")) {
+      m_place = PageBuilder::kNone;
     } else if (tag.Is("base")) {
       ReadBase(tag);
-    } else if (tag.Is("title") || tag.Is("h1") || tag.Is("h2") || tag.Is("h3")) {
+    } else if (tag.Is("title") || tag.Is("h1") || tag.Is("h2")) {
       if (tag.isEnd) return m_signs.AddHeading(m_heading.End(), tag.Is("title"));
       m_heading.Begin();
+    } else if (m_place != PageBuilder::kNone) {
+      m_columns.ReadTag(tag, m_builder.At(m_place));
     }
   }
 
@@ -79,25 +87,32 @@ class HtmlReader {
     m_address.SetBase(Decoded(*href));
   }
 
-  void ReadAnchor(const HtmlTag& tag) {
+  void BeginAnchor(const HtmlTag& tag, std::string_view before) {
+    m_place = PageBuilder::kNone;
     const auto href = tag.Attribute("href");
     if (!href) return;
     m_address.Resolve(Decoded(*href), m_link);
-    m_place = PageBuilder::kNone;
-    if (m_link.kind == PageLink::Kind::Entry) {
-      m_place = m_builder.Add(m_link.text, m_link.isFolder);
-    } else if (m_link.kind == PageLink::Kind::Other) {
-      m_builder.LeaveOut(m_link.text);
-    }
     m_signs.AddLink(m_link);
-    m_label.Begin();
+    m_isOpen = true;
+    if (!m_signs.SayListing()) m_label.Begin();
+    if (m_link.kind == PageLink::Kind::Other) return m_builder.LeaveOut(m_link.text);
+    if (m_link.kind == PageLink::Kind::Entry) m_place = m_builder.Add(m_link.text, m_link.isFolder);
+    if (m_place != PageBuilder::kNone) m_columns.BeginAnchor(before, m_builder.At(m_place));
   }
 
-  void EndAnchor() {
+  // An anchor ends with its end tag, or where the next one begins.
+  void EndAnchor(const HtmlTag& tag) {
+    if (!m_isOpen) return;
+    m_isOpen = false;
     const std::string_view label = m_label.End();
-    if (label.empty()) return;
-    if (m_link.kind != PageLink::Kind::Entry) return m_signs.AddLabel(m_link, label);
-    if (m_place != PageBuilder::kNone && ShowsName(label, m_link.text)) m_builder.SetShown(m_place);
+    const std::string_view behind = m_page.substr(tag.end);
+    if (m_place != PageBuilder::kNone) {
+      if (ShowsName(label, TrimBlanks(m_link.text))) m_builder.SetShown(m_place);
+      if (tag.isEnd) m_columns.EndAnchor(behind, m_builder.At(m_place));
+    } else if (m_link.kind != PageLink::Kind::Entry) {
+      m_signs.AddLabel(m_link, label);
+      if (tag.isEnd) m_columns.EndParent(m_page.substr(0, tag.end), behind);
+    }
   }
 
   // The link as a browser has it: blanks around it, and line ends and tabulators within it, do not belong to it. Valid
@@ -118,18 +133,20 @@ class HtmlReader {
   PageAddress m_address;
   PageBuilder m_builder;
   HtmlSigns m_signs;
+  HtmlColumns m_columns{m_signs};
   HtmlLabel m_label;
   HtmlLabel m_heading;
   PageLink m_link;                           // of the last anchor
-  std::size_t m_place = PageBuilder::kNone;  // of the last anchor's entry
+  std::size_t m_place = PageBuilder::kNone;  // of its entry, until its row ends
+  bool m_isOpen = false;                     // it has not ended yet
   std::string m_href;
   bool m_hasBase = false;
 };
 
 }  // namespace
 
-Page ReadHtmlPage(std::string_view page, std::string_view url, std::string_view /*server*/, std::size_t mostEntries) {
-  return HtmlReader(page, std::string(url), mostEntries).Read();
+Page ReadHtmlPage(std::string_view page, std::string_view url, std::string_view server, std::size_t mostEntries) {
+  return HtmlReader(page, url, server, mostEntries).Read();
 }
 
 }  // namespace Corvane

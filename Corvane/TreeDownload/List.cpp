@@ -16,7 +16,7 @@ class Fields {
   explicit Fields(std::string_view line) : m_rest(line) {}
 
   std::string_view Next() {
-    SkipBlanks();
+    while (!m_rest.empty() && IsBlank(m_rest.front())) m_rest.remove_prefix(1);
     std::size_t length = 0;
     while (length < m_rest.size() && !IsBlank(m_rest[length])) ++length;
     const std::string_view field = m_rest.substr(0, length);
@@ -24,12 +24,7 @@ class Fields {
     return field;
   }
 
-  void SkipBlanks() {
-    while (!m_rest.empty() && IsBlank(m_rest.front())) m_rest.remove_prefix(1);
-  }
-
   // What follows the blank behind the last field. Names may begin with blanks: one alone separates them.
-  [[nodiscard]] std::string_view Rest() const { return m_rest; }
   [[nodiscard]] std::string_view Name() const { return m_rest.substr(m_rest.empty() ? 0 : 1); }
 
  private:
@@ -57,6 +52,13 @@ bool IsYearOrTime(std::string_view field) { return (field.size() == 4 && IsAllDi
 // "2026-11-22"
 bool IsIsoDate(std::string_view field) {
   return field.size() == 10 && field[4] == '-' && field[7] == '-' && IsAllDigits(field.substr(0, 4));
+}
+
+// "11-20-26"
+bool IsDosDate(std::string_view field) {
+  const auto isDash = [](char c) { return c == '-' || c == '/'; };
+  return std::count_if(field.begin(), field.end(), isDash) == 2 &&
+         std::all_of(field.begin(), field.end(), [&](char c) { return IsAsciiDigit(c) || isDash(c); });
 }
 
 struct UnixLine {
@@ -90,39 +92,44 @@ bool ReadUnixLine(std::string_view line, UnixLine& read) {
   return false;
 }
 
+// Folders show themselves and their parent, too.
+bool IsItself(std::string_view name) { return name == "." || name == ".."; }
+
+void AddEntry(PageBuilder& builder, std::string_view name, bool isFolder, std::string_view size) {
+  const std::size_t place = builder.Add(name, isFolder);
+  if (place != PageBuilder::kNone && !isFolder) builder.At(place).size = NumberOf(size);
+}
+
 bool ReadUnix(std::string_view line, PageBuilder& builder) {
   UnixLine read;
   if (!ReadUnixLine(line, read) || read.name.empty()) return line.starts_with("total ");
-  if (line[0] != '-' && line[0] != 'd') {
-    builder.LeaveOut(read.name.substr(0, line[0] == 'l' ? read.name.find(" -> ") : read.name.npos));
-    return true;
-  }
   const bool isFolder = line[0] == 'd';
-  if (isFolder && (read.name == "." || read.name == "..")) return true;
-  const std::size_t place = builder.Add(read.name, isFolder);
-  if (place != PageBuilder::kNone && !isFolder) builder.At(place).size = NumberOf(read.size);
+  if (isFolder && IsItself(read.name)) return true;
+  if (isFolder || line[0] == '-') {
+    AddEntry(builder, read.name, isFolder, read.size);
+  } else {
+    builder.LeaveOut(read.name.substr(0, line[0] == 'l' ? read.name.find(" -> ") : read.name.npos));
+  }
   return true;
 }
 
-// Date, time, a size or a marker such as <DIR>, name.
+// Date, time, a size or a marker such as <DIR>, name. Behind a marker blanks fill the column.
 bool ReadDos(std::string_view line, PageBuilder& builder) {
   Fields fields(line);
-  fields.Next();
-  fields.Next();
+  if (!IsDosDate(fields.Next()) || !IsTimeOfDay(fields.Next())) return false;
   const std::string_view size = fields.Next();
   const bool isFile = IsAllDigits(size);
   if (!isFile && !size.starts_with('<')) return false;
   std::string_view name = fields.Name();
-  if (!isFile) fields.SkipBlanks(), name = fields.Rest();
+  while (!isFile && name.starts_with(' ')) name.remove_prefix(1);
   if (name.empty()) return false;
   const bool isFolder = IsLowered(size, "<dir>");
-  if (isFolder && (name == "." || name == "..")) return true;
-  if (!isFile && !isFolder) {
+  if (isFolder && IsItself(name)) return true;
+  if (isFile || isFolder) {
+    AddEntry(builder, name, isFolder, size);
+  } else {
     builder.LeaveOut(name);
-    return true;
   }
-  const std::size_t place = builder.Add(name, isFolder);
-  if (place != PageBuilder::kNone && isFile) builder.At(place).size = NumberOf(size);
   return true;
 }
 

@@ -42,6 +42,8 @@ std::size_t PageBuilder::Add(std::string_view name, bool isFolder) {
 }
 
 void PageBuilder::LeaveOut(std::string_view name) {
+  if (m_page.leftOut > 0 && name == m_lastLeftOut) return;  // once more, by its text after its icon
+  m_lastLeftOut = name;
   ++m_page.leftOut;
   if (m_page.leftOutNames.size() < kMostLeftOutPageNames)
     m_page.leftOutNames.emplace_back(name.substr(0, kMostNameLength));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -48,6 +49,7 @@ class PageBuilder {
   std::size_t m_uniteAbove;  // with more entries, look whether they are too many or the same again
   Page m_page;
   std::vector<bool> m_isShown;  // of each entry
+  std::string m_lastLeftOut;
 };
 
 }  // namespace Corvane

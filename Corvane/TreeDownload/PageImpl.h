@@ -36,12 +36,16 @@ struct Page {
 };
 
 inline constexpr std::size_t kMostLeftOutPageNames = 100;
-inline constexpr std::size_t kMostNameLength =
-    255;  // bytes; no file system takes more, and so much is kept of a name left out
+// Bytes; no file system takes more, and so much is kept of what was left out.
+inline constexpr std::size_t kMostNameLength = 255;
+// Bytes. Every link that must be put together with the page's address costs as much time as that is long. Servers take
+// half of this at most, and no local path comes to it.
+inline constexpr std::size_t kMostPageUrlLength = 16384;
 
 // Reads the page that a web server makes of a directory.
-//   page: its bytes. url: the absolute address, http or https, that it really came from, after redirects. server: the
-//   value of the answer's Server field, or empty. mostEntries: more entries than these end the reading.
+//   page: its bytes. url: the absolute address, http or https, that it really came from, after redirects, of at
+//   most kMostPageUrlLength bytes; of any other address nothing is a listing. server: the value of the answer's Server
+//   field, or empty. mostEntries: more entries than these end the reading.
 //
 // An entry is what an anchor leads to that is exactly one segment below the directory of `url`, on the same scheme, host
 // and port, without a query; a slash at its end makes a folder. Links that lead around are no entries and are not left

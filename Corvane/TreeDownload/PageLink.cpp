@@ -115,15 +115,15 @@ void AppendUnescaped(std::string_view text, std::string& decoded) {
 
 PageAddress::PageAddress(std::string_view url) : m_base(curl_url()) {
   if (m_base == nullptr) throw std::bad_alloc();
-  if (!Follow(m_base.get(), url)) return;
+  if (url.size() > kMostPageUrlLength || !Follow(m_base.get(), url)) return;
   const std::string scheme = PartOf(m_base.get(), CURLUPART_SCHEME);
   if (scheme != "http" && scheme != "https") return;
+  m_host = PartOf(m_base.get(), CURLUPART_HOST);
   m_origin = OriginOf(m_base.get());
   const std::string path = PartOf(m_base.get(), CURLUPART_PATH);
   m_path = Comparable(path);
   m_directory = path.substr(0, path.rfind('/') + 1);
   m_comparable = Comparable(m_directory);
-  AppendUnescaped(m_directory, m_shownDirectory);
   AppendUnescaped(std::string_view(path).substr(m_directory.size()), m_fileName);
   const std::size_t authority = url.find("://");
   if (authority == url.npos) return;
@@ -134,11 +134,13 @@ PageAddress::PageAddress(std::string_view url) : m_base(curl_url()) {
 }
 
 void PageAddress::SetBase(std::string_view href) {
+  if (href.size() > kMostPageUrlLength) return;
   Url base(curl_url_dup(m_base.get()));
   if (base == nullptr) throw std::bad_alloc();
   if (!Follow(base.get(), href) || OriginOf(base.get()) != m_origin) return;
+  const std::string path = PartOf(base.get(), CURLUPART_PATH);
+  m_beginsElsewhere = Comparable(path.substr(0, path.rfind('/') + 1)) != m_comparable;
   m_base = std::move(base);
-  m_hasOwnBase = true;
 }
 
 void PageAddress::Resolve(std::string_view href, PageLink& link) const {
@@ -152,7 +154,7 @@ bool PageAddress::ResolveQuickly(std::string_view href, PageLink& link) const {
     href.remove_prefix(m_directory.size());
   } else if (!m_directoryUrl.empty() && href.starts_with(m_directoryUrl)) {
     href.remove_prefix(m_directoryUrl.size());
-  } else if (m_hasOwnBase) {
+  } else if (m_beginsElsewhere) {
     return false;
   } else if (href.starts_with("./")) {
     href.remove_prefix(2);

@@ -6,6 +6,8 @@
 
 #include <curl/curl.h>
 
+#include <Corvane/TreeDownload/PageImpl.h>
+
 namespace Corvane {
 
 // Where a link of a page leads to.
@@ -27,11 +29,11 @@ struct PageLink {
 // read at once where there is no doubt; a test compares both ways.
 class PageAddress {
  public:
-  // `url`: absolute, http or https.
+  // `url`: absolute, http or https, at most kMostPageUrlLength bytes.
   explicit PageAddress(std::string_view url);
   [[nodiscard]] bool IsRight() const noexcept { return !m_directory.empty(); }
 
-  // What relative links begin at from now on, unless it is on another server.
+  // What relative links begin at from now on, unless it is on another server or too long.
   void SetBase(std::string_view href);
 
   // `href`: the link as a browser has it, character references decoded, blanks around it removed.
@@ -40,8 +42,8 @@ class PageAddress {
   bool ResolveQuickly(std::string_view href, PageLink& link) const;
   void ResolveByParser(std::string_view href, PageLink& link) const;
 
-  // The path of the page's directory, ended by a slash, percent-escapes decoded.
-  [[nodiscard]] const std::string& ShownDirectory() const noexcept { return m_shownDirectory; }
+  // Of the page's address, as it has it.
+  [[nodiscard]] const std::string& Host() const noexcept { return m_host; }
 
  private:
   struct UrlDeleter {
@@ -54,14 +56,14 @@ class PageAddress {
   void Classify(CURLU* url, bool hasQuery, PageLink& link) const;
 
   Url m_base;
-  std::string m_origin;        // scheme, host in lower case, port
-  std::string m_path;          // of the page itself, comparable
-  std::string m_directory;     // of the page, as its address has it
-  std::string m_directoryUrl;  // the same with scheme and host before it
-  std::string m_comparable;    // m_directory, see Comparable
-  std::string m_shownDirectory;
-  std::string m_fileName;  // what follows the directory in the page's address, escapes decoded
-  bool m_hasOwnBase = false;
+  std::string m_host;
+  std::string m_origin;            // scheme, host in lower case, port
+  std::string m_path;              // of the page itself, comparable
+  std::string m_directory;         // of the page, as its address has it
+  std::string m_directoryUrl;      // the same with scheme and host before it
+  std::string m_comparable;        // m_directory, see Comparable
+  std::string m_fileName;          // what follows the directory in the page's address, escapes decoded
+  bool m_beginsElsewhere = false;  // relative links, at another directory than the page's
 };
 
 // Appends the text with its percent-escapes decoded; an escape that is not complete stays.
