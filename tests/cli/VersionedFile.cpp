@@ -38,10 +38,11 @@ Responder VersionedFile::Serve() {
 void VersionedFile::Answer(Connection& peer, const Request& request) {
   Version version;
   std::optional<std::uint64_t> stop;
+  const bool hasContent = request.method != "HEAD";
   {
     const std::lock_guard guard(m_mutex);
     version = m_version;
-    if (!m_breaks.empty()) {
+    if (hasContent && !m_breaks.empty()) {
       stop = m_breaks.front();
       m_breaks.pop_front();
     }
@@ -63,7 +64,9 @@ void VersionedFile::Answer(Connection& peer, const Request& request) {
     headers.push_back({"Content-Range", "bytes " + std::to_string(offset) + "-" + std::to_string(size - 1) + "/" +
                                             std::to_string(size)});
   }
-  peer.Send(FormatHead(isPart ? 206 : 200, headers) + body.substr(0, stop.value_or(body.size())));
+  peer.Send(FormatHead(isPart ? 206 : 200, headers));
+  if (!hasContent) return;
+  peer.Send(body.substr(0, stop.value_or(body.size())));
   if (stop && *stop < body.size()) peer.Close();
 }
 

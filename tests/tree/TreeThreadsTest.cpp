@@ -52,7 +52,10 @@ Responder Stall(ContentOptions options = {}) {
 
 TEST_F(TreeThreads, AnAbortEndsConnecting) {
   StalledListener listener;
-  ExpectAbort("http://127.0.0.1:" + std::to_string(listener.Port()) + "/", [] { return true; });
+  ExpectAbort("http://127.0.0.1:" + std::to_string(listener.Port()) + "/", [&] {
+    while (client.tree.GetStatistics().inFlight == 0) std::this_thread::yield();
+    return true;
+  });
 }
 
 TEST_F(TreeThreads, AnAbortEndsWaitingForAnAnswer) {
