@@ -44,7 +44,7 @@ def write_text(path, size, words):
             written += len(block)
 
 
-def ask_download(arguments, folder):
+def ask_download(arguments, folder, results):
     program = arguments.build / "bin/bench/TransferCost"
     root = folder / "root"
     root.mkdir()
@@ -58,17 +58,20 @@ def ask_download(arguments, folder):
     with Nginx(folder, root) as server:
         http, https = f"http://127.0.0.1:{server.port}", f"https://127.0.0.1:{server.https}"
         cases = [
-            ("DownloadFile, HTTP", "file", f"{http}/file.bin", size),
-            ("DownloadFile, HTTPS", "file", f"{https}/file.bin", size),
-            ("Download, ASCII text", "text", f"{http}/ascii.txt", text_size),
-            ("Download, German text", "text", f"{http}/mixed.txt", text_size),
+            ("DownloadFile, HTTP", "file", f"{http}/file.bin", size, "<= 1.03"),
+            ("DownloadFile, HTTPS", "file", f"{https}/file.bin", size, "<= 1.03"),
+            ("Download, ASCII text", "text", f"{http}/ascii.txt", text_size, "<= 1.10"),
+            ("Download, German text", "text", f"{http}/mixed.txt", text_size, "<= 1.10"),
         ]
         print(f"{'question':24} {'bare s/GiB':>10} {'library':>10} {'ratio':>7} {'bare MiB':>9} {'library':>9} {'peak/body':>9}")
-        for title, kind, url, expected in cases:
+        for title, kind, url, expected, aim in cases:
             cpu, peak, ratio = compare(program, kind, url, expected, target, arguments.rounds)
             per_gib = 1024 * MIB / expected
             print(f"{title:24} {cpu['bare'] * per_gib:10.3f} {cpu['library'] * per_gib:10.3f} {ratio:7.3f}"
                   f" {peak['bare']:9.1f} {peak['library']:9.1f} {peak['library'] * MIB / expected:9.2f}", flush=True)
+            results.add(f"{title}: CPU, library / bare libcurl", ratio, aim)
+            if kind == "text":
+                results.add(f"{title}: most memory / body", peak["library"] * MIB / expected, "<= 5.2", unit="bodies")
 
 
 def instructions(program, function, url, target, folder):
@@ -80,7 +83,7 @@ def instructions(program, function, url, target, folder):
     return int(re.search(r"Collected : (\d+)", report).group(1))
 
 
-def ask_block(arguments, folder):
+def ask_block(arguments, folder, results):
     program, target, root = arguments.build / "bin/bench/TransferCost", folder / "target", folder / "root"
     root.mkdir()
     few, many = 8, 72
@@ -96,5 +99,6 @@ def ask_block(arguments, folder):
             per_block[part] = (more - less) / ((many - few) * MIB // BLOCK)
             if less <= 0 or more <= less:
                 sys.exit(f"bench/run: no instructions counted in {function}: {less}, {more}")
+    results.add("instructions on a block", per_block["whole"] - per_block["write"], "<= 1500", unit="instructions")
     print(f"instructions on a block of {BLOCK} bytes, throttle idle: {per_block['whole'] - per_block['write']:.0f},"
           f" and {per_block['write']:.0f} to write it to the file")

@@ -62,7 +62,8 @@ def run_pipe(command, size):
     return {"first byte": first, "CPU": usage.ru_utime + usage.ru_stime, "wall": wall}
 
 
-def compare_gets(title, commands, run, rounds):
+def compare_gets(results, title, commands, run, rounds, aims):
+    """`aims`: by side, the measure that should be so, and what it should be."""
     runs = {side: [] for side in commands}
     for number in range(rounds + 1):
         for side in list(commands)[:: 1 if number % 2 else -1]:
@@ -73,11 +74,18 @@ def compare_gets(title, commands, run, rounds):
     print(title)
     for side, of in runs.items():
         medians = "  ".join(f"{what} {statistics.median(cost[what] for cost in of):7.4f} s" for what in of[0])
-        ratios = "  ".join(f"{what} {statistics.median(m[what] / o[what] for m, o in zip(mine, of)):6.3f}" for what in of[0])
+        ratio = {what: statistics.median(m[what] / o[what] for m, o in zip(mine, of)) for what in of[0]}
+        ratios = "  ".join(f"{what} {value:6.3f}" for what, value in ratio.items())
         print(f"  {side:12} {medians}   corvane get / it: {ratios}", flush=True)
+        for what, value in ratio.items() if side != "corvane get" else ():
+            results.add(f"{title}: {what}, corvane get / {side}", value, aims.get((side, what), ""))
 
 
-def ask_get(arguments, folder):
+FILE_AIMS = {(side, "CPU"): "< 1" for side in ("curl", "wget", "aria2c")}
+PIPE_AIMS = {("curl", "first byte"): "<= 1"}
+
+
+def ask_get(arguments, folder, results):
     root, target = folder / "root", folder / "target" / "file.bin"
     root.mkdir()
     target.parent.mkdir()
@@ -89,12 +97,12 @@ def ask_get(arguments, folder):
         certificate = folder / "cert.pem"
         for scheme, place in {"HTTP": f"http://localhost:{server.port}", "HTTPS": f"https://localhost:{server.https}"}.items():
             commands = get_commands(arguments.build, f"{place}/file.bin", target, certificate)
-            compare_gets(f"a file of {arguments.mib} MiB over {scheme}", commands,
-                         lambda command: run_get(command, root / "file.bin", target), arguments.rounds)
+            compare_gets(results, f"a file of {arguments.mib} MiB over {scheme}", commands,
+                         lambda command: run_get(command, root / "file.bin", target), arguments.rounds, FILE_AIMS)
             target.unlink()
             commands = pipe_commands(arguments.build, f"{place}/file.bin", certificate)
-            compare_gets(f"{arguments.mib} MiB over {scheme} into a pipe", commands,
-                         lambda command: run_pipe(command, arguments.mib * MIB), arguments.rounds)
+            compare_gets(results, f"{arguments.mib} MiB over {scheme} into a pipe", commands,
+                         lambda command: run_pipe(command, arguments.mib * MIB), arguments.rounds, PIPE_AIMS)
             commands = pipe_commands(arguments.build, f"{place}/small.bin", certificate)
-            compare_gets(f"1 MiB over {scheme} into a pipe", commands, lambda command: run_pipe(command, MIB),
-                         4 * arguments.rounds)
+            compare_gets(results, f"1 MiB over {scheme} into a pipe", commands, lambda command: run_pipe(command, MIB),
+                         4 * arguments.rounds, PIPE_AIMS)

@@ -63,9 +63,8 @@ def write_small_files(source, count):
         (source / f"file{number:05d}.bin").write_bytes(generator.randbytes(generator.randint(1024, 4096)))
 
 
-def compare_mirrors(program, url, source, target, rounds, connections):
+def compare_mirrors(results, program, url, source, target, rounds, connections, aims):
     commands = mirror_commands(program, url, target)
-    os.environ["HOME"] = str(target.parent)  # lftp leaves a folder there
     runs = {side: [] for side in commands}
     for number in range(rounds + 1):
         for side in list(commands)[:: 1 if number % 2 else -1]:
@@ -77,23 +76,31 @@ def compare_mirrors(program, url, source, target, rounds, connections):
         ratio = {what: statistics.median(mine[what] / other[what] for mine, other in zip(runs["library"], of)) for what in of[0]}
         print(f"{side:14} {statistics.median(run['wall'] for run in of):8.3f} {statistics.median(run['cpu'] for run in of):8.3f}"
               f" {ratio['wall']:19.3f} {ratio['cpu']:7.3f} {connections.get(side, ''):>12}", flush=True)
+        for what in ratio if side != "library" else ():
+            results.add(f"{what}, library / {side}", ratio[what], aims.get(side, ""))
 
 
-def ask_mirror(arguments, folder):
+AIMS = {"bare libcurl": "<= 1.10", "wget -r": "< 1", "lftp mirror": "< 1"}
+
+
+def ask_mirror(arguments, folder, results):
     program, target, source = arguments.build / "bin/bench/MirrorCost", folder / "target", folder / "root/dir"
     write_small_files(source, arguments.files)
     with Nginx(folder, folder / "root") as server:
         logged = mirror_commands(program, f"http://127.0.0.1:{server.logged}/dir/", target)
         connections = {side: count_connections(server, command, source, target) for side, command in logged.items()}
         print(f"serial mirror of {arguments.files} files of 1 to 4 KiB over HTTP")
-        compare_mirrors(program, f"http://127.0.0.1:{server.port}/dir/", source, target, arguments.rounds, connections)
+        url = f"http://127.0.0.1:{server.port}/dir/"
+        compare_mirrors(results, program, url, source, target, arguments.rounds, connections, AIMS)
+        results.add("connections of the library", connections["library"], "== 1", unit="connections")
 
 
-def ask_mirror_ftp(arguments, folder):
+def ask_mirror_ftp(arguments, folder, results):
     program, target, source = arguments.build / "bin/bench/MirrorCost", folder / "target", folder / "root/dir"
     count = max(1, arguments.files // 10)  # each file is a connection
     write_small_files(source, count)
     folder.chmod(0o755)
     with Vsftpd(folder, folder / "root") as server:
         print(f"serial mirror of {count} files of 1 to 4 KiB over FTP")
-        compare_mirrors(program, f"ftp://127.0.0.1:{server.port}/dir/", source, target, arguments.rounds, {})
+        url = f"ftp://127.0.0.1:{server.port}/dir/"
+        compare_mirrors(results, program, url, source, target, arguments.rounds, {}, {})
