@@ -33,6 +33,7 @@ class Results:
     def __init__(self, arguments):
         self.question = ""  # the one that is being asked
         self.rows = []
+        self.lacking = []  # what should have been measured and was not
         self.load = {}
         self.about = {
             "when": datetime.datetime.now(datetime.timezone.utc).isoformat(timespec="seconds"),
@@ -59,6 +60,11 @@ class Results:
         self._keep(row, value, aim, met, unit=unit, **details)
         return f"{aim} {'met' if met else 'missed'}" if aim else ""
 
+    def lack(self, row, reason, aim=""):
+        """Keeps a row that could not be measured."""
+        self._keep(row, None, aim, None, reason=reason)
+        self.lacking.append(f"{self.question}: {row}: {reason}")
+
     def _keep(self, row, value, aim, met, **details):
         self.rows.append({"question": self.question, "row": row, "value": value, "aim": aim, "met": met, **details})
 
@@ -75,11 +81,14 @@ class Results:
         print(f"{'what':{width}} {'value':>10}  aim")
         for row in aimed:
             label = f"{row['question']}: {row['row']}"
-            print(f"{label:{width}} {row['value']:10.3f}  {row['aim']} {'met' if row['met'] else 'missed'}")
+            if row["value"] is None:
+                print(f"{label:{width}} {'-':>10}  {row['aim']} not measured: {row['reason']}")
+            else:
+                print(f"{label:{width}} {row['value']:10.3f}  {row['aim']} {'met' if row['met'] else 'missed'}")
 
     def write(self, path):
         path.parent.mkdir(parents=True, exist_ok=True)
-        found = {**self.about, "load": self.load, "rows": self.rows}
+        found = {**self.about, "load": self.load, "rows": self.rows, "lacking": self.lacking}
         path.write_text(json.dumps(found, indent=1) + "\n")
 
 
