@@ -44,7 +44,8 @@ class TreeRun::ChecksumsJob final : public Job {
       return Corvane::Next::Done;
     }
     // It is a file of the tree, too, and is told of as one.
-    m_run.Fail(CodeOfFailure(ending), ShownPath(m_run.m_tree->PathOf(m_folder, Name())) + L": " + TextOfFailure(ending));
+    m_run.Fail(CodeOfFailure(ending),
+               ShownPath(m_run.m_tree->PathOf(m_folder, Name())) + L": " + TextOfFailure(ending));
     return Corvane::Next::Done;
   }
 

@@ -131,7 +131,7 @@ class TreeRun final : public ConnectionsOwner {
   bool m_isStopped = false;      // by a failure that ends the run
   bool m_isFull = false;         // the disk
   bool m_isListingWhole = true;  // every page came
-  std::string m_query;             // of the directory's own page, with its "?"
+  std::string m_query;           // of the directory's own page, with its "?"
   ZString m_shownDirectory;
   std::unique_ptr<Tree> m_tree;
   LocalTree m_local;

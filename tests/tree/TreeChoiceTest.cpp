@@ -205,7 +205,8 @@ TEST_F(TreeChoice, APlanChangesNothingAndAsksForNoContent) {
   EXPECT_EQ(result.ReasonOf("docs/a.txt"), Reason::Missing);
   EXPECT_EQ(result.items.at("docs/a.txt").size, 3U);
   EXPECT_EQ(result.statistics.totalBytes, 8U);
-  for (const std::string& line : RequestLines(server)) EXPECT_TRUE(line.ends_with('/') || line.ends_with(' ') || line.starts_with("HEAD")) << line;
+  for (const std::string& line : RequestLines(server))
+    EXPECT_TRUE(line.ends_with('/') || line.ends_with(' ') || line.starts_with("HEAD")) << line;
 }
 
 TEST_F(TreeChoice, APlanTellsWhatTheRunThenDoes) {

@@ -122,9 +122,11 @@ TEST_F(TreeFailure, OfTheConnectionIsTriedAgain) {
 TEST_F(TreeFailure, IsAFileThatIsLongerOrShorterThanListed) {
   // nginx shows sizes that are exact.
   const auto list = [](const std::string& size) {
-    return Content("<html><head><title>Index of /</title></head>\r\n<body>\r\n<h1>Index of /</h1><hr><pre><a href=\"../\">../</a>\r\n"
-                   "<a href=\"a\">a</a>                                                  22-Nov-2020 04:50                   " +
-                   size + "\r\n</pre><hr></body>\r\n</html>\r\n");
+    return Content(
+        "<html><head><title>Index of /</title></head>\r\n<body>\r\n<h1>Index of /</h1><hr><pre><a "
+        "href=\"../\">../</a>\r\n"
+        "<a href=\"a\">a</a>                                                  22-Nov-2020 04:50                   " +
+        size + "\r\n</pre><hr></body>\r\n</html>\r\n");
   };
   for (const char* const size : {"2", "0"}) {
     site.Answer("", list(size));
@@ -198,9 +200,7 @@ TEST_F(TreeFailure, IsADirectoryThatCannotBeMade) {
 
 TEST_F(TreeFailure, IsAnotherRunInTheDirectory) {
   TreeClient other;
-  site.Answer("a", [&](Connection& peer, const Request& request) {
-    Content("1")(peer, request);
-  });
+  site.Answer("a", [&](Connection& peer, const Request& request) { Content("1")(peer, request); });
   std::optional<TreeResult> second;
   client.onItem = [&](const ZTreeDownload::Item&) {
     if (!second) second = other.Download(server.Url("/"), Target());

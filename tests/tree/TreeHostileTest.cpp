@@ -38,9 +38,9 @@ class TreeHostile : public testing::Test {
 };
 
 TEST_F(TreeHostile, NamesLeadNowhereElse) {
-  site.Answer("pub/", Content(IndexPage({"../canary", "..%2fcanary", "%2e%2e/canary", "/canary", "//127.0.0.1/canary", ".", "..", "./",
-                                         "a/../../canary", "%2e", "%2e%2e", "good", "nul%00byte", ".corvane", ".corvane/", "http://[",
-                                         "file:///etc/passwd"})));
+  site.Answer("pub/", Content(IndexPage({"../canary", "..%2fcanary", "%2e%2e/canary", "/canary", "//127.0.0.1/canary",
+                                         ".", "..", "./", "a/../../canary", "%2e", "%2e%2e", "good", "nul%00byte",
+                                         ".corvane", ".corvane/", "http://[", "file:///etc/passwd"})));
   site.SetFile("pub/good", "good");
   const TreeResult result = Download();
   EXPECT_TRUE(HoldsTree(Target(), {{"good", "good"}})) << result;
@@ -148,7 +148,8 @@ TEST_F(TreeHostile, ThousandsOfEntriesArriveOrFailButEnd) {
 TEST_F(TreeHostile, AFolderIsNotRedirectedToElsewhere) {
   ScriptedServer elsewhere(KeepAlive(Content(IndexPage({"stolen"}))));
   site.SetFile("pub/sub/file", "good");
-  for (const std::string& target : {elsewhere.Url("/"), server.Url("/private/"), server.Url("/pub/../private/"), std::string("file:///etc/")}) {
+  for (const std::string& target :
+       {elsewhere.Url("/"), server.Url("/private/"), server.Url("/pub/../private/"), std::string("file:///etc/")}) {
     site.Answer("pub/sub/", Redirect(target));
     const TreeResult result = Download();
     EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_E_CONNECT)) << target;

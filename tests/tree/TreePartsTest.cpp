@@ -75,7 +75,8 @@ TEST(TreeFilter, ComparesNamesOrPaths) {
   for (const char* const path : {"f.o", "d/f.o", "build", "d/build", "top", "a/b/c", "xy", "d/xy"}) {
     EXPECT_TRUE(filter.IsExcluded(path)) << path;
   }
-  for (const char* const path : {"f.o.c", "builds", "d/a/b/c", "a/b/b/c", "[x]y"}) EXPECT_FALSE(filter.IsExcluded(path)) << path;
+  for (const char* const path : {"f.o.c", "builds", "d/a/b/c", "a/b/b/c", "[x]y"})
+    EXPECT_FALSE(filter.IsExcluded(path)) << path;
 }
 
 TEST(TreeFilter, WithoutIncludePatternsWantsAll) {
@@ -93,14 +94,16 @@ TEST(TreeFilter, PatternsWithManyStarsEnd) {
 }
 
 TEST(TreeRetry, KnowsWhatMayPass) {
-  for (const long status : {408L, 425L, 429L, 500L, 502L, 503L, 504L}) EXPECT_TRUE(IsPassingHttpStatus(status)) << status;
-  for (const long status : {200L, 301L, 400L, 401L, 403L, 404L, 410L, 416L, 501L, 505L, 507L}) EXPECT_FALSE(IsPassingHttpStatus(status)) << status;
-  for (const CURLcode code : {CURLE_COULDNT_CONNECT, CURLE_OPERATION_TIMEDOUT, CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR,
-                              CURLE_PARTIAL_FILE, CURLE_HTTP2, CURLE_HTTP2_STREAM}) {
+  for (const long status : {408L, 425L, 429L, 500L, 502L, 503L, 504L})
+    EXPECT_TRUE(IsPassingHttpStatus(status)) << status;
+  for (const long status : {200L, 301L, 400L, 401L, 403L, 404L, 410L, 416L, 501L, 505L, 507L})
+    EXPECT_FALSE(IsPassingHttpStatus(status)) << status;
+  for (const CURLcode code : {CURLE_COULDNT_CONNECT, CURLE_OPERATION_TIMEDOUT, CURLE_GOT_NOTHING, CURLE_SEND_ERROR,
+                              CURLE_RECV_ERROR, CURLE_PARTIAL_FILE, CURLE_HTTP2, CURLE_HTTP2_STREAM}) {
     EXPECT_TRUE(IsPassingFailure(code, false, 0)) << code;
   }
-  for (const CURLcode code : {CURLE_COULDNT_RESOLVE_HOST, CURLE_PEER_FAILED_VERIFICATION, CURLE_URL_MALFORMAT, CURLE_WRITE_ERROR,
-                              CURLE_OUT_OF_MEMORY, CURLE_LOGIN_DENIED}) {
+  for (const CURLcode code : {CURLE_COULDNT_RESOLVE_HOST, CURLE_PEER_FAILED_VERIFICATION, CURLE_URL_MALFORMAT,
+                              CURLE_WRITE_ERROR, CURLE_OUT_OF_MEMORY, CURLE_LOGIN_DENIED}) {
     EXPECT_FALSE(IsPassingFailure(code, false, 450)) << code;
   }
   EXPECT_TRUE(IsPassingFailure(CURLE_FTP_COULDNT_RETR_FILE, true, 450));
@@ -134,7 +137,8 @@ TEST(TreePartRecord, ReadsWhatItWrote) {
 
 TEST(TreePartRecord, RefusesWhatItDidNotWrite) {
   const std::string good = TextOf({"a", "u", "v", 5});
-  for (std::size_t length = 0; length < good.size(); ++length) EXPECT_EQ(ParsePartRecord(good.substr(0, length)), std::nullopt) << length;
+  for (std::size_t length = 0; length < good.size(); ++length)
+    EXPECT_EQ(ParsePartRecord(good.substr(0, length)), std::nullopt) << length;
   EXPECT_EQ(ParsePartRecord(good + '\n'), std::nullopt);
   EXPECT_EQ(ParsePartRecord(" " + good), std::nullopt);
   for (const char* const size : {"-1", "5 ", "05", "0x5", "99999999999999999999", "unknown?"}) {
@@ -145,34 +149,42 @@ TEST(TreePartRecord, RefusesWhatItDidNotWrite) {
 }
 
 TEST(TreeChecksums, AreThoseOfTheStandard) {
-  EXPECT_EQ(Checksum::OfText(Checksum::Kind::Sha256, "abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  EXPECT_EQ(Checksum::OfText(Checksum::Kind::Sha256, "abc"),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   EXPECT_EQ(Checksum::OfText(Checksum::Kind::Sha512, "abc"),
-            "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f");
+            "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a2192992a274fc1a836ba3c23a3feebbd454d442364"
+            "3ce80e2a9ac94fa54ca49f");
 }
 
 TEST(TreeChecksums, AreReadInEveryFormThatTheToolsWrite) {
   const std::string a(64, 'a');
   const std::string b(64, 'B');
-  const ChecksumList list = ParseChecksums(a + "  text\n" + a + " *binary\r\n" + b + "  ./with a  blank\n\\" + a + "  new\\nline\\\\\n" +
-                                               "SHA256 (tag (1)) = " + a + "\n# no line\n" + a + " one blank\n" + a.substr(1) + "  short\n" +
-                                               std::string(128, 'a') + "  long\nSHA512 (x) = " + a + "\n" + a + "  last",
-                                           Checksum::Kind::Sha256);
-  const ChecksumList expected = {{"text", a}, {"binary", a}, {"with a  blank", std::string(64, 'b')}, {"new\nline\\", a}, {"tag (1)", a}, {"last", a}};
+  const ChecksumList list =
+      ParseChecksums(a + "  text\n" + a + " *binary\r\n" + b + "  ./with a  blank\n\\" + a + "  new\\nline\\\\\n" +
+                         "SHA256 (tag (1)) = " + a + "\n# no line\n" + a + " one blank\n" + a.substr(1) + "  short\n" +
+                         std::string(128, 'a') + "  long\nSHA512 (x) = " + a + "\n" + a + "  last",
+                     Checksum::Kind::Sha256);
+  const ChecksumList expected = {{"text", a},        {"binary", a},  {"with a  blank", std::string(64, 'b')},
+                                 {"new\nline\\", a}, {"tag (1)", a}, {"last", a}};
   EXPECT_EQ(list, expected);
 }
 
 TEST(TreeChecksums, ThatContradictEachOtherMatchNothing) {
-  const ChecksumList list = ParseChecksums(std::string(64, 'a') + "  f\n" + std::string(64, 'b') + "  f\n", Checksum::Kind::Sha256);
+  const ChecksumList list =
+      ParseChecksums(std::string(64, 'a') + "  f\n" + std::string(64, 'b') + "  f\n", Checksum::Kind::Sha256);
   EXPECT_EQ(list.at("f"), "");
 }
 
 TEST(TreeAddress, KnowsWhatIsBelow) {
   constexpr const char* kTop = "http://host/pub/";
-  for (const char* const url : {"http://host/pub/", "http://host/pub/a", "http://host/pub/a/b/", "http://HOST:80/pub/a", "http://host/%70ub/a"}) {
+  for (const char* const url : {"http://host/pub/", "http://host/pub/a", "http://host/pub/a/b/", "http://HOST:80/pub/a",
+                                "http://host/%70ub/a"}) {
     EXPECT_TRUE(IsBelow(kTop, url)) << url;
   }
-  for (const char* const url : {"http://host/pub", "http://host/public/", "http://host/", "https://host/pub/", "http://host:81/pub/", "http://other/pub/",
-                                "http://host/pub/../x", "http://host/pub/%2e%2e/x", "http://host/pub/a/..%2f..%2f..%2fx", "ftp://host/pub/", "", "/pub/a"}) {
+  for (const char* const url :
+       {"http://host/pub", "http://host/public/", "http://host/", "https://host/pub/", "http://host:81/pub/",
+        "http://other/pub/", "http://host/pub/../x", "http://host/pub/%2e%2e/x", "http://host/pub/a/..%2f..%2f..%2fx",
+        "ftp://host/pub/", "", "/pub/a"}) {
     EXPECT_FALSE(IsBelow(kTop, url)) << url;
   }
 }
@@ -182,7 +194,8 @@ TEST(TreeAddress, LetsNoRedirectLeaveEncryption) {
   EXPECT_TRUE(MayRedirect("http://a/", "https://b/"));
   EXPECT_TRUE(MayRedirect("https://a/", "https://b/"));
   EXPECT_FALSE(MayRedirect("https://a/", "http://a/"));
-  for (const char* const url : {"file:///etc/passwd", "ftp://a/", "gopher://a/", "", "//"}) EXPECT_FALSE(MayRedirect("http://a/", url)) << url;
+  for (const char* const url : {"file:///etc/passwd", "ftp://a/", "gopher://a/", "", "//"})
+    EXPECT_FALSE(MayRedirect("http://a/", url)) << url;
 }
 
 TEST(TreeAddress, KeepsLoginsOut) {

@@ -123,7 +123,8 @@ std::vector<Change> Changes() {
           {"WithoutRangesNow", WithTag(one, "\"one\""), withoutRanges},
           {"WithAWeakTag", WithTag(one, "W/\"one\""), WithTag(two, "W/\"one\"")},
           {"WithoutAnyValidator", {one, {}}, {two, {}}},
-          {"OfTheSecondOfItsAnswer", WithDate(one, "Tue, 07 Jan 2020 10:00:00 GMT"), WithDate(two, "Tue, 07 Jan 2020 10:00:00 GMT")}};
+          {"OfTheSecondOfItsAnswer", WithDate(one, "Tue, 07 Jan 2020 10:00:00 GMT"),
+           WithDate(two, "Tue, 07 Jan 2020 10:00:00 GMT")}};
 }
 
 class TreeResumeOfAChangedFile : public TreeResume, public testing::WithParamInterface<Change> {};
@@ -212,7 +213,8 @@ TEST_F(TreeResume, OfAPartThatSomebodyHasSpoiltBeginsAnew) {
       const bool isRecord = entry.path().extension() == ".info";
       if (!isRecord && entry.path().extension() != ".part") continue;
       if (spoil == std::string("record") && isRecord) WriteFile(entry.path(), "something else");
-      if (spoil == std::string("cut record") && isRecord) fs::resize_file(entry.path(), fs::file_size(entry.path()) - 1);
+      if (spoil == std::string("cut record") && isRecord)
+        fs::resize_file(entry.path(), fs::file_size(entry.path()) - 1);
       if (spoil == std::string("part") && !isRecord) fs::resize_file(entry.path(), 10);
       if (spoil == std::string("folder") && !isRecord) {
         fs::remove(entry.path());

@@ -67,7 +67,8 @@ TEST_P(TreeFrom, FetchesWhatHasChangedAndNothingElse) {
   EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
   EXPECT_EQ(result.PathsWith(Action::Fetch), (std::set<std::string>{"b/c", "b/longer", "d"}));
   EXPECT_EQ(result.PathsWith(Action::Keep), (std::set<std::string>{"a", "b/same"}));
-  EXPECT_TRUE(HoldsTree(m_folder / "target", {{"a", "old"}, {"b/c", "new"}, {"b/longer", "12"}, {"b/same", "same"}, {"d", "added"}}));
+  EXPECT_TRUE(HoldsTree(m_folder / "target",
+                        {{"a", "old"}, {"b/c", "new"}, {"b/longer", "12"}, {"b/same", "same"}, {"d", "added"}}));
 }
 
 TEST_P(TreeFrom, GivesFilesTheTimesThatTheServerTells) {
@@ -75,12 +76,15 @@ TEST_P(TreeFrom, GivesFilesTheTimesThatTheServerTells) {
   TreeClient client;
   ASSERT_THAT(client.Download(m_server.Url("/pub"), m_folder / "target").code, IsCode(Corvane::TRANSFER_S_FINISHED));
   for (const char* const path : {"a", "b/c"}) {
-    EXPECT_EQ(StatusOf(m_folder / "target" / path).st_mtim.tv_sec, StatusOf(m_server.RootDir() / "pub" / path).st_mtim.tv_sec) << path;
+    EXPECT_EQ(StatusOf(m_folder / "target" / path).st_mtim.tv_sec,
+              StatusOf(m_server.RootDir() / "pub" / path).st_mtim.tv_sec)
+        << path;
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Server, TreeFrom,
-                         testing::Values(ServerKind::kNginx, ServerKind::kApache, ServerKind::kVsftpd, ServerKind::kPyftpdlib),
+                         testing::Values(ServerKind::kNginx, ServerKind::kApache, ServerKind::kVsftpd,
+                                         ServerKind::kPyftpdlib),
                          [](const auto& kind) { return NameOf(kind.param); });
 
 }  // namespace

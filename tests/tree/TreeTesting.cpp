@@ -14,10 +14,29 @@ namespace fs = std::filesystem;
 
 TreeFiles MakeAwkwardTree() {
   TreeFiles tree = {{"empty folder/", ""}, {"one.txt", "one"}, {"no bytes", ""}};
-  const std::vector<std::string> names = {
-      "blanks in a name", "100%.txt", "%2e%2e", "a+b=c&d;e", "what?", "sharp#s", "quote\"s and 'these'", "<angle>", "back\\slash",
-      "gr\xC3\xBC\xC3\x9F", "\xE6\x97\xA5\xE6\x9C\xAC", "latin \xFC", "-rf", "..a", "a..", ".hidden", "~tilde", "a:b", "[x]{y}",
-      "index.html.bak", "&amp;", "name with a colon: and more", std::string(200, 'l')};
+  const std::vector<std::string> names = {"blanks in a name",
+                                          "100%.txt",
+                                          "%2e%2e",
+                                          "a+b=c&d;e",
+                                          "what?",
+                                          "sharp#s",
+                                          "quote\"s and 'these'",
+                                          "<angle>",
+                                          "back\\slash",
+                                          "gr\xC3\xBC\xC3\x9F",
+                                          "\xE6\x97\xA5\xE6\x9C\xAC",
+                                          "latin \xFC",
+                                          "-rf",
+                                          "..a",
+                                          "a..",
+                                          ".hidden",
+                                          "~tilde",
+                                          "a:b",
+                                          "[x]{y}",
+                                          "index.html.bak",
+                                          "&amp;",
+                                          "name with a colon: and more",
+                                          std::string(200, 'l')};
   std::size_t number = 0;
   for (const std::string& name : names) {
     ++number;
@@ -219,7 +238,8 @@ void TreeSite::Respond(Connection& peer, const Request& request) {
 
 std::vector<std::string> RequestLines(const ScriptedServer& server) {
   std::vector<std::string> lines;
-  for (const Request& request : server.Requests()) lines.push_back(request.method + ' ' + UnescapedPath(request.target.substr(1)));
+  for (const Request& request : server.Requests())
+    lines.push_back(request.method + ' ' + UnescapedPath(request.target.substr(1)));
   return lines;
 }
 

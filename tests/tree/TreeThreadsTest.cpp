@@ -131,8 +131,8 @@ TEST_F(TreeThreads, AnObserverMayAbort) {
 TEST_F(TreeThreads, TheDestructorAbortsARun) {
   site.Answer("", [](Connection& peer, const Request&) { peer.WaitUntilStopped(); });
   auto tree = std::make_unique<ZTreeDownload>();
-  std::future<Corvane::ZResult> run =
-      std::async(std::launch::async, [&] { return tree->Download(Wide(server.Url("/")), WidePath(folder / "target")); });
+  std::future<Corvane::ZResult> run = std::async(
+      std::launch::async, [&] { return tree->Download(Wide(server.Url("/")), WidePath(folder / "target")); });
   ASSERT_TRUE(server.WaitForRequests(1));
   const auto begin = Clock::now();
   tree.reset();
