@@ -14,8 +14,11 @@ install(
 
 set_target_properties(zn PROPERTIES INSTALL_RPATH "$ORIGIN") # where the base library is; that one needs none of ours
 if(TARGET corvane)
-  file(RELATIVE_PATH lib_from_bin "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
-  set_target_properties(corvane PROPERTIES EXPORT_NAME cli INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
+  set_target_properties(corvane PROPERTIES EXPORT_NAME cli)
+  if(NOT CORVANE_CLI_IS_STATIC)
+    file(RELATIVE_PATH lib_from_bin "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
+    set_target_properties(corvane PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
+  endif()
   install(
     TARGETS corvane
     EXPORT CorvaneCliTargets
