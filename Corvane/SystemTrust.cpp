@@ -5,7 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
+#include <array>
+#include <cstddef>
 #include <string_view>
 
 #include <Corvane/Base/StringCoding.h>
@@ -13,10 +14,6 @@
 
 namespace Corvane {
 namespace {
-
-struct DirectoryCloser {
-  void operator()(DIR* directory) const noexcept { closedir(directory); }
-};
 
 // "3513523f.0": eight hexadecimal digits, a dot and a number.
 bool IsHashedName(std::string_view name) {
@@ -28,13 +25,45 @@ bool IsHashedName(std::string_view name) {
          std::all_of(name.begin() + kDigits + 1, name.end(), isDigit);
 }
 
+// The names in a directory, a few at a time. Of a directory that holds certificates the first few names tell; readdir asks for
+// 32 KiB of them, and a file system sorts what it is asked for: that took five times as long for the 290 names of Debian's.
+class NamesInDirectory {
+ public:
+  explicit NamesInDirectory(const char* path) : m_directory(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+  ~NamesInDirectory() {
+    if (m_directory >= 0) close(m_directory);
+  }
+  NamesInDirectory(const NamesInDirectory&) = delete;
+  NamesInDirectory& operator=(const NamesInDirectory&) = delete;
+
+  // Null at the end, or when the directory cannot be read. Valid until the next call.
+  [[nodiscard]] const char* Next() {
+    if (m_next >= m_length && !Read()) return nullptr;
+    const auto* const entry = reinterpret_cast<const dirent64*>(m_entries.data() + m_next);
+    m_next += entry->d_reclen;
+    return entry->d_name;
+  }
+  [[nodiscard]] bool IsReadable(const char* name) const { return faccessat(m_directory, name, R_OK, AT_EACCESS) == 0; }
+
+ private:
+  bool Read() {
+    const ssize_t length = m_directory < 0 ? -1 : getdents64(m_directory, m_entries.data(), m_entries.size());
+    m_next = 0;
+    m_length = length > 0 ? static_cast<std::size_t>(length) : 0;
+    return m_length > 0;
+  }
+
+  int m_directory;
+  alignas(dirent64) std::array<char, 1024> m_entries;  // room for at least three of the longest
+  std::size_t m_next = 0;
+  std::size_t m_length = 0;
+};
+
 // Whether a lookup by hash would find something in it.
 bool HoldsCertificates(const char* path) {
-  const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(path));
-  if (directory == nullptr) return false;
-  while (const dirent* const entry = readdir(directory.get())) {
-    if (!IsHashedName(entry->d_name)) continue;
-    if (faccessat(dirfd(directory.get()), entry->d_name, R_OK, AT_EACCESS) == 0) return true;
+  NamesInDirectory names(path);
+  while (const char* const name = names.Next()) {
+    if (IsHashedName(name) && names.IsReadable(name)) return true;
   }
   return false;
 }

@@ -138,12 +138,13 @@ std::optional<unsigned long long> KnownSize(unsigned long long size) {
 Session::Session(const Target& target, const TransferSettings& settings, Environment& environment)
     : m_target(&target),
       m_settings(settings),
+      m_circumstances(CircumstancesOf(target, settings, environment)),
       m_environment(environment),
       m_trace(environment.logging),
       m_options(OptionsOf(settings.request)) {
   if (environment.logging.IsOn()) m_options.trace = &m_trace;
   m_transfer.Attach(&m_recorder);
-  TurnTo(target);
+  Configure(m_transfer, m_settings);
 }
 
 void Session::TurnTo(const Target& target) {

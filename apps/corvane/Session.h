@@ -78,6 +78,7 @@ void RunWatched(Environment& environment, const std::string& label, bool writesT
 // the target must outlive it.
 class Session {
  public:
+  // settings: those of PrepareTransfers for `target`.
   Session(const Target& target, const TransferSettings& settings, Environment& environment);
 
   // From now on everything is about `target`.

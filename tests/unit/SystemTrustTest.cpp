@@ -68,6 +68,19 @@ TEST_F(SystemTrust, TakesNoOtherNamesForHashes) {
   }
 }
 
+// The names come in portions, and the one that counts is in a later one wherever the file system puts it.
+TEST_F(SystemTrust, LooksThroughALargeDirectory) {
+  const std::string folder = MakeDirectory("folder");
+  for (int i = 0; i < 500; ++i) Make("folder/" + std::string(200, 'x') + std::to_string(i) + ".pem", "");
+  EXPECT_FALSE(FindTrust({folder.c_str()}, {}).IsFound());
+  for (int i = 0; i < 500; i += 50) {
+    const std::string name = "folder/3513523f." + std::to_string(i);
+    Make(name, "x");
+    EXPECT_TRUE(FindTrust({folder.c_str()}, {}).IsFound()) << name;
+    std::filesystem::remove(m_root / name);
+  }
+}
+
 // A link that leads nowhere cannot be read, as an administrator's cannot either.
 TEST_F(SystemTrust, LooksForWhatCanBeRead) {
   const std::string folder = MakeDirectory("folder");
