@@ -122,7 +122,7 @@ void Interrupt::Arm(std::function<void()> abort) {
     const std::lock_guard guard(m_mutex);
     m_abort = std::move(abort);
   }
-  Raise(m_wake);
+  if (HasHappened()) Raise(m_wake);  // else the signal that comes will find what was armed
 }
 
 void Interrupt::Disarm() {
