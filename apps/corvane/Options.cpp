@@ -4,13 +4,12 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <array>
-#include <cstring>
 #include <memory>
 
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Files.h"
+#include "apps/corvane/Options/ArgumentWords.h"
 #include "apps/corvane/Options/Common.h"
 #include "apps/corvane/Options/Definition.h"
 #include "apps/corvane/Options/HelpFormatter.h"
@@ -36,12 +35,12 @@ ExitCode Print(const std::string& text, Console& console) {
 // The program's commands, in the order of the help.
 class Commands {
  public:
-  // The options of a command that is not named cost time and serve nobody.
-  void AddTo(CLI::App& program, int argc, const char* const* argv) {
+  // words: see Scope. Of the commands, too, only those that are named are added.
+  void AddTo(CLI::App& program, const ArgumentWords* words) {
     for (const auto& definition : m_commands) {
-      CLI::App& command = definition->AddTo(program);
-      const auto isNamed = [&](const char* word) { return std::strcmp(word, definition->Name()) == 0; };
-      if (std::any_of(argv, argv + argc, isNamed)) definition->AddOptions(command);
+      if (words != nullptr && !words->Hold(definition->Name())) continue;
+      const Scope scope{definition->AddTo(program), words};
+      definition->AddOptions(scope);
     }
   }
 
@@ -60,27 +59,61 @@ class Commands {
                                                                   DefineMirror(m_common), DefineResolve(m_common)};
 };
 
-}  // namespace
+// Parses one command line.
+class Parser {
+ public:
+  explicit Parser(const ArgumentWords* words) : m_program("", "corvane") {
+    m_program.formatter(std::make_shared<HelpFormatter>(kProgramHelp));
+    m_program.require_subcommand(1);
+    AddInformationOptions({m_program, words});
+    m_commands.AddTo(m_program, words);
+  }
 
-std::variant<CommandLine, ExitCode> ParseCommandLine(int argc, const char* const* argv, Console& console) {
-  Commands commands;
-  CLI::App program("", "corvane");
-  program.formatter(std::make_shared<HelpFormatter>(kProgramHelp));
-  program.require_subcommand(1);
-  AddInformationOptions(program);
-  commands.AddTo(program, argc, argv);
+  // Throws CLI::Error.
+  void Parse(int argc, const char* const* argv) { m_program.parse(argc, argv); }
+
+  [[nodiscard]] std::variant<CommandLine, ExitCode> Understand(Console& console) const {
+    try {
+      return m_commands.Understand(*ChosenCommand(m_program));
+    } catch (const Failure& failure) {
+      return TellUsage(m_program, failure.what(), console);
+    }
+  }
+
+  [[nodiscard]] const CLI::App& Program() const noexcept { return m_program; }
+
+ private:
+  Commands m_commands;
+  CLI::App m_program;
+};
+
+std::variant<CommandLine, ExitCode> ParseWithAllOptions(int argc, const char* const* argv, Console& console) {
+  Parser parser(nullptr);
   try {
-    program.parse(argc, argv);
-    return commands.Understand(*ChosenCommand(program));
+    parser.Parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
-    return Print(program.help(), console);
+    return Print(parser.Program().help(), console);
   } catch (const CLI::CallForVersion& version) {
     return Print(version.what() + std::string("\n"), console);
   } catch (const CLI::ParseError& error) {
-    return TellUsage(program, DescribeMistake(program, error, argc > 1 ? argv[1] : nullptr), console);
-  } catch (const Failure& failure) {
-    return TellUsage(program, failure.what(), console);
+    return TellUsage(parser.Program(), DescribeMistake(parser.Program(), error, argc > 1 ? argv[1] : nullptr), console);
   }
+  return parser.Understand(console);
+}
+
+}  // namespace
+
+// An option that is not given takes as much time to define as one that is. How a line is taken apart does not depend on them, so
+// they are defined only when they are to be told of: in the help, or after a mistake.
+std::variant<CommandLine, ExitCode> ParseCommandLine(int argc, const char* const* argv, Console& console) {
+  const ArgumentWords words(argc, argv);
+  Parser parser(&words);
+  try {
+    parser.Parse(argc, argv);
+  } catch (const CLI::Error&) {
+    return ParseWithAllOptions(argc, argv, console);
+  }
+  return parser.Understand(console);
 }
 
 }  // namespace CorvaneCli

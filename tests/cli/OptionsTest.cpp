@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -259,6 +260,29 @@ TEST(Numbers, RightOnesAreTaken) {
     const ProgramResult result = RunCorvane(arguments);
     EXPECT_EQ(result.exitCode, 1) << testing::PrintToString(arguments) << result.Describe();
   }
+}
+
+// --- options in all their spellings
+
+TEST(Options, AreTakenOneByOneTogetherAndWithAnEqualsSign) {
+  const TempDir folder;
+  const std::string log = folder / "log";
+  const std::string file = folder / "file";
+  const std::vector<std::vector<std::string>> cases = {
+      {"-o", file, "-q"}, {"-qo", file}, {"-qo" + file}, {"-q", "--output=" + file}, {"--quiet", "--output", file},
+  };
+  for (std::vector<std::string> arguments : cases) {
+    std::filesystem::remove(log);
+    arguments.insert(arguments.begin(), {"get", "--retries=0", RefusedUrl(), "--log-file", log});
+    const ProgramResult result = RunCorvane(arguments);
+    EXPECT_EQ(result.exitCode, 1) << testing::PrintToString(arguments) << result.Describe();
+    EXPECT_TRUE(std::filesystem::exists(log)) << testing::PrintToString(arguments);
+  }
+}
+
+TEST(Options, MayHaveTheNameOfACommandForAValue) {
+  const ProgramResult result = RunCorvane({"post", RefusedUrl(), "--data", "get", "--type", "mirror"});
+  EXPECT_EQ(result.exitCode, 1) << result.Describe();
 }
 
 // --- URLs

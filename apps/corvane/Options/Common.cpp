@@ -30,14 +30,14 @@ constexpr unsigned int kNoMeasuring = 1000000000;
 
 }  // namespace
 
-void CommonDefinition::AddTransferOptions(CLI::App& command) {
-  AddLoginOptions(command);
-  AddSpeedOptions(command);
-  AddMessageOptions(command);
+void CommonDefinition::AddTransferOptions(const Scope& scope) {
+  AddLoginOptions(scope);
+  AddSpeedOptions(scope);
+  AddMessageOptions(scope);
 }
 
-void CommonDefinition::AddLoginOptions(CLI::App& command) {
-  Group group(command, "TLS and login");
+void CommonDefinition::AddLoginOptions(const Scope& scope) {
+  Group group(scope, "TLS and login");
   group.Add("--user", m_user, "NAME",
             "Log in as NAME, over plain http with NTLM only. The password comes from --password-file, else from the "
             "variable CORVANE_PASSWORD, else it is asked for");
@@ -47,8 +47,8 @@ void CommonDefinition::AddLoginOptions(CLI::App& command) {
   group.AddFlag("--insecure", m_insecure, "Do not verify the server's certificate");
 }
 
-void CommonDefinition::AddSpeedOptions(CLI::App& command) {
-  Group group(command, "Time and speed");
+void CommonDefinition::AddSpeedOptions(const Scope& scope) {
+  Group group(scope, "Time and speed");
   group.Add("--timeout", m_timeout, "S", "Give up after S seconds without a connection or data; 0: never [300]");
   group.Add("--limit", m_limit, "RATE", "Receive at most RATE bytes a second; k, M or G may follow the number");
   group.Add("--limit-percent", m_limitPercent, "N",
@@ -57,13 +57,13 @@ void CommonDefinition::AddSpeedOptions(CLI::App& command) {
   group.AddFlag("--no-throttle", m_noThrottle, "Take no part in the measuring and limiting");
 }
 
-void CommonDefinition::AddMessageOptions(CLI::App& command) {
-  Group group(command, "Messages");
+void CommonDefinition::AddMessageOptions(const Scope& scope) {
+  Group group(scope, "Messages");
   group.AddFlag("--json", m_json, "Print one JSON object about the transfer on standard output");
   group.AddFlag("-q,--quiet", m_quiet, "No progress line and no notes; failures are told all the same");
   group.AddFlag("-v,--verbose", m_verbose, "Tell on standard error what is going on");
   group.Add("--log-file", m_logFile, "FILE", "Append what is going on, with the time, to FILE");
-  AddInformationOptions(command);
+  AddInformationOptions(scope);
 }
 
 void CommonDefinition::AddOutput(Group& group, const char* help) { group.Add("-o,--output", m_output, "FILE", help); }
@@ -77,8 +77,8 @@ void CommonDefinition::AddText(Group& group) {
   group.AddFlag("--text", m_decodesText, "Print text: what is not UTF-8, or could harm the terminal, shows as U+FFFD");
 }
 
-void CommonDefinition::AddRequestOptions(CLI::App& command) {
-  Group group(command, "Requests");
+void CommonDefinition::AddRequestOptions(const Scope& scope) {
+  Group group(scope, "Requests");
   group.Add("--redirects", m_redirects, "N", "Follow at most N redirections, never from https to http [10]");
   group.AddList("--header", m_headers, "'NAME: VALUE'", "Send a header of your own to HTTP servers; may be repeated");
   group.Add("--header-file", m_headerFile, "FILE",
@@ -92,9 +92,14 @@ void CommonDefinition::AddRetries(Group& group) {
             "Wait S seconds before the first of them, and twice as long before each next one [1]");
 }
 
-void AddInformationOptions(CLI::App& command) {
-  command.set_help_flag("-h,--help", "Print this help")->group("Information");
-  command.set_version_flag("--version", VersionText, "Print the versions of program and library")->group("Information");
+void AddInformationOptions(const Scope& scope) {
+  if (scope.words != nullptr) {
+    scope.command.set_help_flag();  // the parser has one by itself
+    return;
+  }
+  scope.command.set_help_flag("-h,--help", "Print this help")->group("Information");
+  scope.command.set_version_flag("--version", VersionText, "Print the versions of program and library")
+      ->group("Information");
 }
 
 CommonOptions CommonDefinition::Understand(const Given& given) const {

@@ -15,15 +15,15 @@ namespace CorvaneCli {
 class CommonDefinition {
  public:
   // Those of a command that transfers: all of them.
-  void AddTransferOptions(CLI::App& command);
+  void AddTransferOptions(const Scope& scope);
   // Those of a command that does not.
-  void AddMessageOptions(CLI::App& command);
+  void AddMessageOptions(const Scope& scope);
   // Into a group of the command's own.
   void AddOutput(Group& group, const char* help);
   void AddAcceptHttpErrors(Group& group);
   void AddText(Group& group);
   // How requests are made.
-  void AddRequestOptions(CLI::App& command);
+  void AddRequestOptions(const Scope& scope);
   // For commands that may repeat them.
   void AddRetries(Group& group);
 
@@ -34,8 +34,8 @@ class CommonDefinition {
   [[nodiscard]] bool DecodesText() const noexcept { return m_decodesText; }
 
  private:
-  void AddLoginOptions(CLI::App& command);
-  void AddSpeedOptions(CLI::App& command);
+  void AddLoginOptions(const Scope& scope);
+  void AddSpeedOptions(const Scope& scope);
   [[nodiscard]] std::optional<Corvane::ZString> User(const Given& given) const;
   [[nodiscard]] std::optional<Throttling> UnderstandThrottling(const Given& given) const;
   [[nodiscard]] RequestOptions UnderstandRequest(const Given& given) const;
@@ -66,7 +66,7 @@ class CommonDefinition {
   std::string m_logFile;
 };
 
-// --help and --version, for the program and for each command.
-void AddInformationOptions(CLI::App& command);
+// --help and --version, for the program and for each command; only where all options are defined, for either ends the parsing.
+void AddInformationOptions(const Scope& scope);
 
 }  // namespace CorvaneCli

@@ -11,15 +11,18 @@ CLI::App& AddCommand(CLI::App& program, const char* name, const char* summary, c
 }
 
 void Group::Add(const char* names, std::string& value, const char* type, const char* help) {
-  m_command.add_option(names, value, help)->type_name(type)->group(m_name)->expected(1);
+  if (!m_scope.Wants(names)) return;
+  m_scope.command.add_option(names, value, help)->type_name(type)->group(m_name)->expected(1);
 }
 
 void Group::AddList(const char* names, std::vector<std::string>& values, const char* type, const char* help) {
-  m_command.add_option(names, values, help)->type_name(type)->group(m_name)->allow_extra_args(false);
+  if (!m_scope.Wants(names)) return;
+  m_scope.command.add_option(names, values, help)->type_name(type)->group(m_name)->allow_extra_args(false);
 }
 
 void Group::AddFlag(const char* names, bool& value, const char* help) {
-  m_command.add_flag(names, value, help)->group(m_name);
+  if (!m_scope.Wants(names)) return;
+  m_scope.command.add_flag(names, value, help)->group(m_name);
 }
 
 }  // namespace CorvaneCli

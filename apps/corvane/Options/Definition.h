@@ -3,9 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "apps/corvane/Options.h"
+#include "apps/corvane/Options/ArgumentWords.h"
 #include "apps/corvane/Options/Given.h"
 #include "apps/corvane/Options/HelpTexts.h"
 
@@ -14,6 +16,15 @@
 namespace CorvaneCli {
 
 class CommonDefinition;
+
+// A command whose options are being defined, for a command line of these words: of the options only those that it names. Null:
+// for the help, with all of them.
+struct Scope {
+  CLI::App& command;
+  const ArgumentWords* words;
+
+  [[nodiscard]] bool Wants(std::string_view names) const { return words == nullptr || words->MayName(names); }
+};
 
 // One command of the program.
 class CommandDefinition {
@@ -25,8 +36,8 @@ class CommandDefinition {
 
   // Adds the command to `program`, without its options.
   virtual CLI::App& AddTo(CLI::App& program) = 0;
-  // Adds them to `command`, which reads them into this object until it is destroyed.
-  virtual void AddOptions(CLI::App& command) = 0;
+  // Adds them to the command, which reads them into this object until it is destroyed.
+  virtual void AddOptions(const Scope& scope) = 0;
   [[nodiscard]] virtual const char* Name() const = 0;
   // What was read. Throws Failure(kUsage).
   [[nodiscard]] virtual AnyCommand Understand(const Given& given) const = 0;
@@ -44,14 +55,14 @@ CLI::App& AddCommand(CLI::App& program, const char* name, const char* summary, c
 // Adds options to one group of a command's help.
 class Group {
  public:
-  Group(CLI::App& command, const char* name) : m_command(command), m_name(name) {}
+  Group(const Scope& scope, const char* name) : m_scope(scope), m_name(name) {}
 
   void Add(const char* names, std::string& value, const char* type, const char* help);
   void AddList(const char* names, std::vector<std::string>& values, const char* type, const char* help);
   void AddFlag(const char* names, bool& value, const char* help);
 
  private:
-  CLI::App& m_command;
+  Scope m_scope;
   const char* m_name;
 };
 

@@ -20,9 +20,9 @@ class GetDefinition : public CommandDefinition {
     return AddCommand(program, Name(), "Download URLs to standard output or into files", kGetHelp);
   }
 
-  void AddOptions(CLI::App& command) override {
-    command.add_option("URL", m_urls)->required();
-    Group group(command, "Output");
+  void AddOptions(const Scope& scope) override {
+    scope.command.add_option("URL", m_urls)->required();
+    Group group(scope, "Output");
     m_common.AddOutput(group, "Write into FILE instead of to the standard output");
     group.AddFlag("-O,--remote-name", m_usesRemoteName,
                   "Write into a file with the name that the URL or the server gives it; an existing file stays");
@@ -32,10 +32,10 @@ class GetDefinition : public CommandDefinition {
     group.AddFlag("--remote-time", m_keepsRemoteTime, "Give the file the time that the server tells");
     m_common.AddText(group);
     m_common.AddAcceptHttpErrors(group);
-    m_common.AddRequestOptions(command);
-    Group retries(command, "Time and speed");
+    m_common.AddRequestOptions(scope);
+    Group retries(scope, "Time and speed");
     m_common.AddRetries(retries);
-    m_common.AddTransferOptions(command);
+    m_common.AddTransferOptions(scope);
   }
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {

@@ -8,9 +8,16 @@
 
 namespace CorvaneCli {
 
+// Asked for dozens of options, of which few are there: it is these that are kept and searched.
+Given::Given(const CLI::App& command) : m_command(command) {
+  for (const CLI::Option* const option : command.get_options()) {
+    if (option->count() > 0) m_options.push_back(option);
+  }
+}
+
 bool Given::Has(const char* option) const {
-  const CLI::Option* const found = m_command.get_option_no_throw(option);
-  return found != nullptr && found->count() > 0;
+  return std::any_of(m_options.begin(), m_options.end(),
+                     [&](const CLI::Option* given) { return given->check_name(option); });
 }
 
 void Given::Exclude(std::initializer_list<const char*> options, const char* remedy) const {
@@ -43,10 +50,10 @@ bool Given::HasUnrepeatableWords() const {
 
 std::vector<std::string> Given::Words() const {
   std::vector<std::string> words = {"corvane", m_command.get_name()};
-  for (const CLI::Option* const option : m_command.get_options()) {
+  for (const CLI::Option* const option : m_options) {
     const bool isLeftOut =
         option->check_name("--output") || option->check_name("--resume") || option->check_name("--header");
-    if (option->count() == 0 || isLeftOut) continue;
+    if (isLeftOut) continue;
     const bool isFlag = option->get_expected_max() == 0;
     for (const std::string& value : option->results()) {
       if (!option->get_positional()) words.push_back("--" + option->get_lnames().front());

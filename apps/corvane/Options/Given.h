@@ -13,7 +13,7 @@ namespace CorvaneCli {
 class Given {
  public:
   // `command` has been parsed, and must outlive this object.
-  explicit Given(const CLI::App& command) : m_command(command) {}
+  explicit Given(const CLI::App& command);
 
   [[nodiscard]] bool Has(const char* option) const;
 
@@ -32,6 +32,7 @@ class Given {
 
  private:
   const CLI::App& m_command;
+  std::vector<const CLI::Option*> m_options;  // those that were given, in the order of their definition
 };
 
 }  // namespace CorvaneCli

@@ -20,17 +20,17 @@ class MirrorDefinition : public CommandDefinition {
     return AddCommand(program, Name(), "Fetch the files of a directory into a directory", kMirrorHelp);
   }
 
-  void AddOptions(CLI::App& command) override {
-    command.add_option("URL", m_url)->required();
-    command.add_option("DIR", m_directory)->required();
-    Group group(command, "Files");
+  void AddOptions(const Scope& scope) override {
+    scope.command.add_option("URL", m_url)->required();
+    scope.command.add_option("DIR", m_directory)->required();
+    Group group(scope, "Files");
     group.AddFlag("--resume", m_resume, "Keep files that are complete, and continue partial ones");
     group.AddList("--ignore", m_ignored, "NAME", "Never fetch the file NAME; may be repeated");
     group.Add("--sizes", m_sizes, "FILE",
               "Fetch the files that the list FILE names, with the sizes in it; no listing is asked for");
     group.Add("--times", m_times, "FILE",
               "Give files the times in the list FILE, and fetch those again that are older");
-    m_common.AddTransferOptions(command);
+    m_common.AddTransferOptions(scope);
   }
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {

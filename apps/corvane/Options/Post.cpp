@@ -38,19 +38,19 @@ class PostDefinition : public CommandDefinition {
     return AddCommand(program, Name(), "Send form fields, a text or a file to a URL", kPostHelp);
   }
 
-  void AddOptions(CLI::App& command) override {
-    command.add_option("URL", m_url)->required();
-    Group content(command, "Content");
+  void AddOptions(const Scope& scope) override {
+    scope.command.add_option("URL", m_url)->required();
+    Group content(scope, "Content");
     content.AddList("--field", m_fields, "NAME=VALUE", "A form field, percent-encoded on its way; may be repeated");
     content.Add("--data", m_data, "TEXT", "A text, sent as it is in UTF-8");
     content.Add("--file", m_file, "PATH", "The content of a file, sent as it is");
     content.Add("--type", m_type, "TYPE", "What the content is [application/x-www-form-urlencoded]");
-    Group group(command, "Output");
+    Group group(scope, "Output");
     m_common.AddOutput(group, "Write the answer into FILE instead of to the standard output");
     m_common.AddText(group);
     m_common.AddAcceptHttpErrors(group);
-    m_common.AddRequestOptions(command);
-    m_common.AddTransferOptions(command);
+    m_common.AddRequestOptions(scope);
+    m_common.AddTransferOptions(scope);
   }
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {

@@ -19,9 +19,9 @@ class ResolveDefinition : public CommandDefinition {
     return AddCommand(program, Name(), "Look up the addresses of a host", kResolveHelp);
   }
 
-  void AddOptions(CLI::App& command) override {
-    command.add_option("HOST", m_host)->required();
-    m_common.AddMessageOptions(command);
+  void AddOptions(const Scope& scope) override {
+    scope.command.add_option("HOST", m_host)->required();
+    m_common.AddMessageOptions(scope);
   }
 
   [[nodiscard]] AnyCommand Understand(const Given& /*given*/) const override {
