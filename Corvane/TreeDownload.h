@@ -119,7 +119,7 @@ class CORVANE_ZN_API ZTreeDownload {
     ZResult result = 0;
     ZString text;
     unsigned int attempts = 0;  // requests made for the file's content
-    long httpStatus = 0;        // of the last one; 0 without an answer of HTTP
+    long httpStatus = 0;        // of the last one, of a folder's page, too; 0 without an answer of HTTP
   };
 
   // Follows runs. Objects are the host's: the library neither copies nor deletes them.

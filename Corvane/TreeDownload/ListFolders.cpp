@@ -63,7 +63,7 @@ class TreeRun::FolderJob final : public Job {
     }
     if (ending.ShouldRepeat()) return Next::Later;
     if (!ending.IsGood()) {
-      Fail(CodeOfFailure(ending), TextOfFailure(ending));
+      Fail(CodeOfFailure(ending), TextOfFailure(ending), ending.reply.isHttp ? ending.reply.status : 0);
       return Next::Done;
     }
     TakePage(ending);
@@ -71,9 +71,9 @@ class TreeRun::FolderJob final : public Job {
   }
 
  private:
-  void Fail(ZResult code, const ZString& text) {
+  void Fail(ZResult code, const ZString& text, long httpStatus = 0) {
     m_run.m_isListingWhole = false;
-    m_run.FailFolder(m_folder, code, text, Action::Refuse, Reason::NotComparable);
+    m_run.FailFolder(m_folder, code, text, Action::Refuse, Reason::NotComparable, httpStatus);
   }
 
   void TakePage(const Ending& ending) {

@@ -106,7 +106,8 @@ void TreeRun::FailFile(Item item, ZResult code, const ZString& text) {
   Finish(item, &Statistics::filesFailed);
 }
 
-void TreeRun::FailFolder(std::size_t folder, ZResult code, const ZString& text, Action action, Reason reason) {
+void TreeRun::FailFolder(std::size_t folder, ZResult code, const ZString& text, Action action, Reason reason,
+                         long httpStatus) {
   Item item;
   item.path = m_tree->PathOf(folder) + '/';
   item.isFolder = true;
@@ -114,6 +115,7 @@ void TreeRun::FailFolder(std::size_t folder, ZResult code, const ZString& text, 
   item.reason = reason;
   item.result = code;
   item.text = text;
+  item.httpStatus = httpStatus;
   Fail(code, (folder == 0 ? ShownUrl(ShownPath(m_tree->UrlOf(0))) : ShownPath(item.path)) + L": " + text);
   Finish(item, &Statistics::foldersFailed);
 }

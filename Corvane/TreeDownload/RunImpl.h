@@ -83,7 +83,8 @@ class TreeRun final : public ConnectionsOwner {
   void Report(const Item& item);
   void Finish(const Item& item, std::size_t ZTreeDownload::Statistics::*count);
   void FailFile(Item item, ZResult code, const ZString& text);
-  void FailFolder(std::size_t folder, ZResult code, const ZString& text, Action action, Reason reason);
+  void FailFolder(std::size_t folder, ZResult code, const ZString& text, Action action, Reason reason,
+                  long httpStatus = 0);
   [[nodiscard]] Item ItemOf(const Wanted& wanted) const;
   [[nodiscard]] const TreeFile& FileOf(const Wanted& wanted) const;
   [[nodiscard]] bool MayGoOn() const noexcept;
