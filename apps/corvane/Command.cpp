@@ -19,10 +19,13 @@ namespace CorvaneCli {
 namespace {
 
 // Returns 0 or an errno.
-int WriteStandardOutput(const std::string& bytes, const Environment& environment) {
+int WriteStandardOutput(const std::function<std::optional<std::string>()>& next, const Environment& environment) {
   StreamWriter writer(STDOUT_FILENO, environment.interrupt ? &*environment.interrupt : nullptr);
-  const int error = writer.Write(bytes);
-  return error != 0 ? error : writer.Finish();
+  while (const std::optional<std::string> piece = next()) {
+    const int error = writer.Write(*piece);
+    if (error != 0) return error;
+  }
+  return writer.Finish();
 }
 
 void TellFailure(const Report& report, Environment& environment) {
@@ -75,7 +78,12 @@ ExitCode RunTold(Report& report, Environment& environment, const std::function<v
 
 ExitCode PrintOutput(const std::string& output, ExitCode code, Environment& environment) {
   environment.logging.Tell(fmt::format("printing {} bytes", output.size()));
-  const int error = WriteStandardOutput(output, environment);
+  std::optional<std::string> whole(output);
+  return PrintPieces([&] { return std::exchange(whole, std::nullopt); }, code, environment);
+}
+
+ExitCode PrintPieces(const std::function<std::optional<std::string>()>& next, ExitCode code, Environment& environment) {
+  const int error = WriteStandardOutput(next, environment);
   if (error == 0) return code;
   if (error == ECANCELED) {
     if (code != ExitCode::kInterrupted) environment.console.Error("interrupted; not all was printed");

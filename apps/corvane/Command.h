@@ -27,11 +27,16 @@ struct Environment {
 [[nodiscard]] ExitCode RunGet(const GetCommand& command, Environment& environment);
 [[nodiscard]] ExitCode RunPost(const PostCommand& command, Environment& environment);
 [[nodiscard]] ExitCode RunMirror(const MirrorCommand& command, Environment& environment);
+[[nodiscard]] ExitCode RunSync(const SyncCommand& command, Environment& environment);
 [[nodiscard]] ExitCode RunResolve(const ResolveCommand& command, Environment& environment);
 
 // Writes to the standard output, as long as somebody reads it or no signal comes. When that fails it tells so, and returns
 // kLocal (kInterrupted) instead of `code`.
 [[nodiscard]] ExitCode PrintOutput(const std::string& output, ExitCode code, Environment& environment);
+
+// The same for what comes in pieces: `next` returns one with each call, and nullopt behind the last.
+[[nodiscard]] ExitCode PrintPieces(const std::function<std::optional<std::string>()>& next, ExitCode code,
+                                   Environment& environment);
 
 // Runs `work`, which does the transfer, fills the report and throws Failure when something fails, and tells what failed and
 // `notes` on standard error. The report has its exit code then.

@@ -3,7 +3,6 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <initializer_list>
 #include <string_view>
@@ -25,6 +24,7 @@ std::string Describe(const Proxy& proxy) { return fmt::format("the proxy {} ({})
 
 // What to do about a file of a mirror that the server lists and does not give away, or that cannot be written here.
 std::string RemedyForFile(const Circumstances& circumstances) {
+  if (!circumstances.leaveOut.empty()) return circumstances.leaveOut;
   return fmt::format("leave the file out with --ignore {}", ShellQuote(circumstances.fileName));
 }
 
@@ -137,24 +137,12 @@ Explanation ExplainStoring(const Circumstances& circumstances) {
   return {ExitCode::kLocal, ExplainWriteFailure(circumstances.outputPath)};
 }
 
-// For the middle of a sentence.
-std::string Lowered(std::string text) {
-  if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
-  return text;
-}
-
-std::string WithoutPeriod(std::string text) {
-  while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
-  return text;
-}
-
 Explanation ExplainCurl(unsigned int number, const Report& report, const Circumstances& circumstances) {
   constexpr unsigned int kUnsupported = 1;
   if (number == 23) return ExplainStoring(circumstances);
   const CurlFailure& failure = FindCurlFailure(number);
   if (number == kUnsupported && circumstances.redirects != 0 && report.httpStatus / 100 == 3) {
-    return {ExitCode::kTransfer,
-            Lowered(WithoutPeriod(report.causeText)) + "; ask for the address itself, if you trust it"};
+    return {ExitCode::kTransfer, AsClause(report.causeText) + "; ask for the address itself, if you trust it"};
   }
   std::string reason = MeaningOf(failure, circumstances);
   if (!report.causeText.empty()) reason += fmt::format(" ({})", report.causeText);

@@ -19,6 +19,7 @@ struct Circumstances {
   bool isMirror = false;       // the file is one of several, which --resume leaves as they are
   // Of a mirror, the name of the file that was being fetched, in UTF-8; empty when it was the list of them.
   std::string fileName;
+  std::string leaveOut;           // how to go on without that file; empty: as a mirror does
   bool isNameExpressible = true;  // in the locale
   std::string trust;              // where the trusted certificates are, in UTF-8; empty when nothing is verified
   std::optional<Proxy> proxy;

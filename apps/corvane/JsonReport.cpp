@@ -1,24 +1,12 @@
 #include "apps/corvane/JsonReport.h"
 
-#include <fmt/core.h>
-
-#include <nlohmann/json.hpp>
-
+#include "apps/corvane/JsonValues.h"
 #include "apps/corvane/Mirror/LeftOut.h"
 #include "apps/corvane/Target.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-std::string FormatCode(unsigned int code) { return fmt::format("0x{:08x}", code); }
-
-template <class Value>
-Json OrNull(const std::optional<Value>& value) {
-  return value ? Json(*value) : Json(nullptr);
-}
 
 // A mirror has an event for each file: they are counted.
 Json FormatEvents(const Report& report) {
@@ -29,8 +17,6 @@ Json FormatEvents(const Report& report) {
   for (const auto& [event, value] : report.events) events.push_back(Json::array({event, FormatCode(value)}));
   return events;
 }
-
-Json OrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
 
 // "file" is the one that ended the run.
 void AddFiles(const Report& report, Json& object) {
@@ -52,8 +38,7 @@ void AddFiles(const Report& report, Json& object) {
   object["receivedSize"] = files.receivedBytes;
 }
 
-// Texts come from servers and the file system; what is not UTF-8 must not cost the whole report.
-std::string Dump(const Json& object) { return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
+std::string DumpLines(const Json& object) { return Dump(object, 2) + "\n"; }
 
 Json ObjectOf(const Report& report) {
   const bool isMirror = report.directory.has_value();
@@ -84,20 +69,20 @@ Json ObjectOf(const Report& report) {
 
 }  // namespace
 
-std::string FormatJson(const Report& report) { return Dump(ObjectOf(report)); }
+std::string FormatJson(const Report& report) { return DumpLines(ObjectOf(report)); }
 
 std::string FormatJson(const std::vector<Report>& reports, ExitCode code) {
   Json transfers = Json::array();
   for (const Report& report : reports) transfers.push_back(ObjectOf(report));
-  return Dump({{"operation", "get"}, {"exitCode", static_cast<int>(code)}, {"transfers", std::move(transfers)}});
+  return DumpLines({{"operation", "get"}, {"exitCode", static_cast<int>(code)}, {"transfers", std::move(transfers)}});
 }
 
 std::string FormatJson(const HostReport& report) {
-  return Dump({{"operation", "resolve"},
-               {"name", report.name},
-               {"error", OrNull(report.error)},
-               {"aliases", report.aliases},
-               {"addresses", report.addresses}});
+  return DumpLines({{"operation", "resolve"},
+                    {"name", report.name},
+                    {"error", OrNull(report.error)},
+                    {"aliases", report.aliases},
+                    {"addresses", report.addresses}});
 }
 
 }  // namespace CorvaneCli

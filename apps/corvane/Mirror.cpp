@@ -268,9 +268,9 @@ void Mirror::RequireAListing() const {
 
 void Mirror::TellSummary() const {
   const ZMultiDownload::Statistics& files = m_report.files;
-  const std::string summary = FormatSummary(
-      DisplayName(m_command.directory),
-      {files.filesFetched, files.filesSkipped, files.filesResumed, files.receivedBytes, m_report.transferTimeMs});
+  const std::string summary = FormatSummary(DisplayName(m_command.directory),
+                                            MirrorSummary{files.filesFetched, files.filesSkipped, files.filesResumed,
+                                                          files.receivedBytes, m_report.transferTimeMs});
   const CommonOptions& common = m_environment.line.common;
   const bool isShown = !common.quiet && !common.json && m_environment.console.IsTerminal();
   if (!isShown) return m_environment.logging.Tell(summary);

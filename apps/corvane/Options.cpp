@@ -55,8 +55,8 @@ class Commands {
 
  private:
   CommonDefinition m_common;
-  std::array<std::unique_ptr<CommandDefinition>, 4> m_commands = {DefineGet(m_common), DefinePost(m_common),
-                                                                  DefineMirror(m_common), DefineResolve(m_common)};
+  std::array<std::unique_ptr<CommandDefinition>, 5> m_commands = {
+      DefineGet(m_common), DefinePost(m_common), DefineMirror(m_common), DefineSync(m_common), DefineResolve(m_common)};
 };
 
 // Parses one command line.

@@ -84,11 +84,25 @@ struct MirrorCommand {
   std::optional<std::string> times;
 };
 
+struct SyncCommand {
+  Target target;
+  std::string directory;
+  std::vector<Corvane::ZString> include;
+  std::vector<Corvane::ZString> exclude;
+  unsigned int depth = 64;
+  unsigned int connections = 8;
+  bool deletes = false;
+  std::optional<unsigned long long> mostDeletes;  // unset: the library's own limit
+  bool verifies = false;
+  bool isPlan = false;
+  bool failsFast = false;
+};
+
 struct ResolveCommand {
   Corvane::ZString host;
 };
 
-using AnyCommand = std::variant<GetCommand, PostCommand, MirrorCommand, ResolveCommand>;
+using AnyCommand = std::variant<GetCommand, PostCommand, MirrorCommand, SyncCommand, ResolveCommand>;
 
 struct CommandLine {
   CommonOptions common;

@@ -64,6 +64,15 @@ std::optional<unsigned int> PercentOf(const ProgressSample& sample) {
   return Percent(static_cast<double>(sample.files->done), static_cast<double>(sample.files->known));
 }
 
+std::string Counted(std::size_t count, std::string_view thing) {
+  return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
+}
+
+// "listing: 12 folders, 340 files".
+std::string FormatTree(const TreeProgress& tree) {
+  return fmt::format("{}: {}, {}", tree.doing, Counted(tree.folders, "folder"), Counted(tree.files, "file"));
+}
+
 // "5.0 MiB in 1.2 s (4.2 MiB/s)".
 std::string FormatSpeed(unsigned long long bytes, long long milliseconds) {
   const unsigned long long time = static_cast<unsigned long long>(std::max(milliseconds, 1LL));
@@ -79,17 +88,22 @@ std::string FormatProgress(const ProgressLine& line, std::size_t columns) {
   const std::size_t room = columns > 1 ? columns - 1 : 0;  // a full line would move the cursor to the next one
   const ProgressSample& sample = line.sample;
   std::string begin = Shorten(line.label, kLabelColumns) + "  ";
+  if (sample.tree) {
+    return Shorten(begin + FormatTree(*sample.tree) + "  " + FormatDuration(line.elapsedSeconds), room);
+  }
   if (sample.files) begin += fmt::format("{} of {} files  ", sample.files->done, sample.files->known);
   const std::optional<unsigned int> percent = PercentOf(sample);
   if (percent) begin += fmt::format("{:3}%  ", *percent);
   const std::string amount = sample.bytes != 0 || percent ? FormatAmount(sample) : "waiting";
   const std::string rate = line.bytesPerSecond == 0 ? "" : fmt::format("  {}/s", FormatBytes(line.bytesPerSecond));
   const std::string time = "  " + FormatTime(line);
+  const std::string flight = sample.inFlight == 0 ? "" : fmt::format("  {} in flight", sample.inFlight);
 
   const std::size_t used = DisplayWidth(begin) + amount.size() + rate.size() + time.size();
-  if (percent && used + kMinBarColumns + 2 <= room) {
-    begin += FormatBar(*percent, std::min(room - used - 2, kMaxBarColumns)) + "  ";
+  if (percent && used + flight.size() + kMinBarColumns + 2 <= room) {
+    begin += FormatBar(*percent, std::min(room - used - flight.size() - 2, kMaxBarColumns)) + "  ";
   }
+  if (used + flight.size() <= room) return begin + amount + rate + time + flight;
   if (used <= room) return begin + amount + rate + time;
   if (used - rate.size() <= room) return begin + amount + time;
   return Shorten(begin + amount, room);
@@ -105,6 +119,15 @@ std::string FormatSummary(const std::string& label, unsigned long long bytes, un
 std::string FormatSummary(const std::string& label, const MirrorSummary& summary) {
   return fmt::format("{}  {} fetched, {} skipped, {} resumed; {}", label, summary.fetched, summary.skipped,
                      summary.resumed, FormatSpeed(summary.bytes, summary.milliseconds));
+}
+
+std::string FormatSummary(const std::string& label, const TreeSummary& summary) {
+  std::string text =
+      fmt::format("{}  {} fetched, {} continued, {} kept", label, summary.fetched, summary.continued, summary.kept);
+  if (summary.deleted) text += fmt::format(", {} deleted", *summary.deleted);
+  if (summary.failed != 0) text += fmt::format(", {} failed", summary.failed);
+  if (summary.leftOut != 0) text += fmt::format(", {} left out", summary.leftOut);
+  return text + "; " + FormatSpeed(summary.bytes, summary.milliseconds);
 }
 
 void RateWindow::Add(Clock::time_point now, unsigned long long bytes) {

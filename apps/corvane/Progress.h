@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "apps/corvane/Console.h"
@@ -19,12 +20,21 @@ struct FileProgress {
   std::size_t known = 0;
 };
 
+// What a run over a tree is doing before or behind the transfers themselves.
+struct TreeProgress {
+  std::string_view doing;  // "listing"; a constant
+  std::size_t folders = 0;
+  std::size_t files = 0;
+};
+
 // How far a transfer is, as its getters tell.
 struct ProgressSample {
   unsigned long long bytes = 0;                // of the whole, what was there before included
   std::optional<unsigned long long> total;     // unset while it is not known
   std::optional<unsigned long long> received;  // bytes of this run, for the rate; unset: the same as `bytes`
   std::optional<FileProgress> files;           // for transfers of several, once it is known of how many
+  std::optional<TreeProgress> tree = {};       // set: shown in the place of bytes and files
+  std::size_t inFlight = 0;                    // requests under way at once; 0 where there is only one ever
 };
 
 struct ProgressLine {
@@ -36,7 +46,7 @@ struct ProgressLine {
 
 // The line for a terminal of `columns` columns: label, files, percent, bar, bytes, rate and time left. Percent and time left are
 // those of the bytes, or of the files while the number of bytes is not known. What does not fit is left out: the bar
-// first, then the rate, then the time; the result is always shorter than `columns`.
+// first, then the requests in flight, the rate and the time; the result is always shorter than `columns`.
 [[nodiscard]] std::string FormatProgress(const ProgressLine& line, std::size_t columns);
 // The line that stays when a transfer is done. before: how many of the bytes were there before.
 [[nodiscard]] std::string FormatSummary(const std::string& label, unsigned long long bytes, unsigned long long before,
@@ -51,6 +61,19 @@ struct MirrorSummary {
   long long milliseconds = 0;
 };
 [[nodiscard]] std::string FormatSummary(const std::string& label, const MirrorSummary& summary);
+
+// The same for a tree.
+struct TreeSummary {
+  std::size_t fetched = 0;
+  std::size_t continued = 0;
+  std::size_t kept = 0;
+  std::optional<std::size_t> deleted;  // unset when none might be
+  std::size_t failed = 0;
+  std::size_t leftOut = 0;
+  unsigned long long bytes = 0;  // received
+  long long milliseconds = 0;
+};
+[[nodiscard]] std::string FormatSummary(const std::string& label, const TreeSummary& summary);
 
 // Mean rate over the last few seconds. Times never go back.
 class RateWindow {

@@ -20,10 +20,10 @@ using EventCounts = std::map<std::pair<int, unsigned int>, unsigned long long>;
 // What is known of one run of a command when it has ended: what --json tells, and what messages are made from. Texts
 // are UTF-8.
 struct Report {
-  std::string operation;  // "get", "post", "mirror"
+  std::string operation;  // "get", "post", "mirror", "sync"
   std::string url;
   std::optional<std::string> file;       // as the user named it
-  std::optional<std::string> directory;  // of a mirror, whose report tells less about the single transfers
+  std::optional<std::string> directory;  // of a mirror or a tree, whose report tells less about the single transfers
   ExitCode exitCode = ExitCode::kSuccess;
   std::string effectiveUrl;   // behind all redirects; empty when nothing was asked for
   long httpStatus = 0;        // of the last answer; 0 when there was none

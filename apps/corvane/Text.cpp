@@ -9,6 +9,7 @@
 #include <climits>
 #include <cwctype>
 #include <system_error>
+#include <utility>
 
 #include <Corvane/Base/StringCoding.h>
 
@@ -127,6 +128,20 @@ std::string Shorten(std::string_view utf8, std::size_t columns) {
     kept.Append(character);
   }
   return ToUtf8(kept).append(kMark);
+}
+
+std::string WithoutPeriod(std::string sentence) {
+  while (!sentence.empty() && (sentence.back() == '.' || sentence.back() == '\n')) sentence.pop_back();
+  return sentence;
+}
+
+std::string AsClause(std::string sentence) {
+  const auto isCapital = [](char letter) { return letter >= 'A' && letter <= 'Z'; };
+  // "FTP" stays.
+  if (sentence.size() > 1 && isCapital(sentence[0]) && !isCapital(sentence[1])) {
+    sentence.front() = static_cast<char>(sentence.front() - 'A' + 'a');
+  }
+  return WithoutPeriod(std::move(sentence));
 }
 
 std::string FormatBytes(unsigned long long bytes) {

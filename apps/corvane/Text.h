@@ -34,6 +34,11 @@ namespace CorvaneCli {
 // The beginning of `utf8` that fits into `columns`, ended by "..." when something was cut off.
 [[nodiscard]] std::string Shorten(std::string_view utf8, std::size_t columns);
 
+// `sentence` for the place before a semicolon: without the period at its end.
+[[nodiscard]] std::string WithoutPeriod(std::string sentence);
+// The same for the middle of another: the first letter is a small one.
+[[nodiscard]] std::string AsClause(std::string sentence);
+
 // "812 B", "1.5 KiB", "27.4 MiB" and so on, in steps of 1024.
 [[nodiscard]] std::string FormatBytes(unsigned long long bytes);
 // "0:05", "12:34", "1:02:03".

@@ -41,6 +41,7 @@ struct Runner {
   ExitCode operator()(const GetCommand& command) const { return RunGet(command, environment); }
   ExitCode operator()(const PostCommand& command) const { return RunPost(command, environment); }
   ExitCode operator()(const MirrorCommand& command) const { return RunMirror(command, environment); }
+  ExitCode operator()(const SyncCommand& command) const { return RunSync(command, environment); }
   ExitCode operator()(const ResolveCommand& command) const { return RunResolve(command, environment); }
 };
 

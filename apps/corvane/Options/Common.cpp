@@ -28,6 +28,9 @@ std::string VersionText() {
 // From this mark on the library limits from the first byte, without measuring.
 constexpr unsigned int kNoMeasuring = 1000000000;
 
+constexpr const char* kRedirections = "number of redirections";
+constexpr const char* kRetries = "number of retries";
+
 }  // namespace
 
 void CommonDefinition::AddTransferOptions(const Scope& scope) {
@@ -163,18 +166,23 @@ std::optional<Throttling> CommonDefinition::UnderstandThrottling(const Given& gi
   return throttling;
 }
 
+void CommonDefinition::RequireAtMost(const Given& given, unsigned int redirects, unsigned int retries) const {
+  if (given.Has("--redirects"))
+    static_cast<void>(UnderstandNumber("--redirects", m_redirects, 0, redirects, kRedirections));
+  if (given.Has("--retries")) static_cast<void>(UnderstandNumber("--retries", m_retries, 0, retries, kRetries));
+}
+
 RequestOptions CommonDefinition::UnderstandRequest(const Given& given) const {
   constexpr unsigned long long kMostRedirects = 10000;  // of the library
   constexpr unsigned long long kMostRetries = 1000000;
   constexpr unsigned long long kMostSeconds = 86400;
   RequestOptions request;
   if (given.Has("--redirects")) {
-    request.redirects = static_cast<unsigned int>(
-        UnderstandNumber("--redirects", m_redirects, 0, kMostRedirects, "number of redirections"));
+    request.redirects =
+        static_cast<unsigned int>(UnderstandNumber("--redirects", m_redirects, 0, kMostRedirects, kRedirections));
   }
   if (given.Has("--retries")) {
-    request.retries =
-        static_cast<unsigned int>(UnderstandNumber("--retries", m_retries, 0, kMostRetries, "number of retries"));
+    request.retries = static_cast<unsigned int>(UnderstandNumber("--retries", m_retries, 0, kMostRetries, kRetries));
   }
   if (given.Has("--retry-wait")) {
     request.retryWait =

@@ -27,6 +27,9 @@ class CommonDefinition {
   // For commands that may repeat them.
   void AddRetries(Group& group);
 
+  // For commands that take fewer of them than others do. Throws Failure(kUsage).
+  void RequireAtMost(const Given& given, unsigned int redirects, unsigned int retries) const;
+
   // What was read. Throws Failure(kUsage).
   [[nodiscard]] CommonOptions Understand(const Given& given) const;
   [[nodiscard]] std::optional<std::string> Output(const Given& given) const;

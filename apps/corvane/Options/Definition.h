@@ -47,6 +47,7 @@ class CommandDefinition {
 [[nodiscard]] std::unique_ptr<CommandDefinition> DefineGet(CommonDefinition& common);
 [[nodiscard]] std::unique_ptr<CommandDefinition> DefinePost(CommonDefinition& common);
 [[nodiscard]] std::unique_ptr<CommandDefinition> DefineMirror(CommonDefinition& common);
+[[nodiscard]] std::unique_ptr<CommandDefinition> DefineSync(CommonDefinition& common);
 [[nodiscard]] std::unique_ptr<CommandDefinition> DefineResolve(CommonDefinition& common);
 
 // Adds a command without options.

@@ -13,6 +13,7 @@ Examples:
   corvane get https://example.com/big.iso -o big.iso
   corvane post https://example.com/form --field name=Ada --field "note=a & b"
   corvane mirror ftp://example.com/pub/ pub --resume
+  corvane sync https://example.com/pub/ pub
   corvane resolve example.com
 
 "corvane COMMAND --help" tells the options of a command; see also corvane(1).)"};
@@ -60,6 +61,25 @@ A list has a line for each file: its name, a tab, and a number. On the server,
 Examples:
   corvane mirror ftp://example.com/pub/ pub --resume
   corvane mirror https://example.com/pub/ pub --sizes sizes --ignore README)"};
+
+const HelpTexts kSyncHelp = {"sync URL DIR [OPTION ...]",
+                             R"(Makes the directory DIR hold what the directory URL holds, with all folders
+below it: asks for the server's pages (HTTP) or listings (FTP), and fetches the
+files that are not here or have changed, over several connections.)",
+                             R"(A file under its name is complete; what is under way lies in DIR/.corvane. The
+same command continues after a failure or an interruption, and fetches nothing
+when all is up to date. A file is up to date when its size and time are those
+that the server tells.
+
+A GLOB without a slash matches names of files and folders at any depth, one with
+a slash the path below DIR; quote it. --delete deletes nothing unless all pages
+of the tree have come.
+
+Examples:
+  corvane sync https://example.com/pub/ pub
+  corvane sync https://example.com/pub/ pub --plan --delete
+  corvane sync https://example.com/pub/ pub --include '*.iso' --verify
+  corvane sync ftp://example.com/pub/ pub --exclude /old --delete)"};
 
 const HelpTexts kResolveHelp = {"resolve HOST [OPTION ...]",
                                 "Looks HOST up and prints its name, other names and addresses, one on a line.",

@@ -13,6 +13,7 @@ extern const HelpTexts kProgramHelp;
 extern const HelpTexts kGetHelp;
 extern const HelpTexts kPostHelp;
 extern const HelpTexts kMirrorHelp;
+extern const HelpTexts kSyncHelp;
 extern const HelpTexts kResolveHelp;
 
 }  // namespace CorvaneCli

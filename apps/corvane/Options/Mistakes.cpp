@@ -48,7 +48,7 @@ std::string DescribeMissing(const CLI::App& command) {
   };
   constexpr Argument kArguments[] = {{"HOST", "give a name such as example.com"},
                                      {"URL", "give one such as http://example.com/file"},
-                                     {"DIR", "give the directory to mirror into"}};
+                                     {"DIR", "give the directory to fetch into"}};
   for (const Argument& argument : kArguments) {
     const CLI::Option* const option = command.get_option_no_throw(argument.name);
     if (option != nullptr && option->count() == 0) return fmt::format("no {}; {}", argument.name, argument.example);
