@@ -94,23 +94,47 @@ Explanation ExplainItem(const Item& item, const Circumstances& circumstances) {
   return {ExitCode::kLocal, WithoutPeriod(TextOf(item)) + "; check the disk and the permissions"};
 }
 
-// What did not happen to one file or folder.
-Explanation ExplainRun(const SyncEnding& ending, const SyncCommand& command) {
-  const std::string text = WithoutPeriod(ending.text);
-  const std::string noMemory = ToUtf8(Corvane::ZGetErrorMsg(Corvane::ResultFromErrno(ENOMEM)));
-  if (ending.text == noMemory) return {ExitCode::kLocal, kMemoryRanOut};
-  if (ending.status == Corvane::BASE_E_IN_USE) {
-    return {ExitCode::kLocal, text + "; wait until it has ended"};
+// A list of checksums could not be had; its text names it.
+Explanation ExplainChecksums(const SyncEnding& ending, const Circumstances& circumstances) {
+  if (ending.status == Corvane::TRANSFER_E_CONNECT) {
+    return {ExitCode::kTransfer, WithoutPeriod(ending.text) + "; try again later, or go without --verify"};
   }
-  if (ending.status == Corvane::TRANSFER_E_DISK_SPACE) return {ExitCode::kLocal, text + "; free some space"};
-  if (ending.status == Corvane::TRANSFER_E_INVALID_URL) return {ExitCode::kTransfer, text + "; check the URL"};
+  Report report;
+  report.status = report.cause = ending.status;
+  report.causeText = ending.text;
+  return Explain(report, circumstances);
+}
+
+Explanation ExplainRefusalToDelete(const SyncEnding& ending, const SyncCommand& command) {
+  const auto remedy = [&] {
+    if (ending.statistics.filesKnown == 0) return "check the URL and the patterns";
+    if (command.mostDeletes) return "look at them with --plan and a larger --max-delete";
+    return "look at them with --plan --max-delete N, and allow so many";
+  };
+  return {ExitCode::kTransfer, fmt::format("{}; {}", AsClause(ending.text), remedy())};
+}
+
+// What did not happen to one file or folder.
+Explanation ExplainRun(const SyncEnding& ending, const SyncCommand& command, const Circumstances& circumstances) {
+  const std::string text = WithoutPeriod(ending.text);
+  if (ending.text == ToUtf8(Corvane::ZGetErrorMsg(Corvane::ResultFromErrno(ENOMEM)))) {
+    return {ExitCode::kLocal, kMemoryRanOut};
+  }
+  switch (ending.status) {
+    case Corvane::BASE_E_IN_USE:
+      return {ExitCode::kLocal, text + "; wait until it has ended"};
+    case Corvane::TRANSFER_E_DISK_SPACE:
+      return {ExitCode::kLocal, text + "; free some space"};
+    case Corvane::TRANSFER_E_INVALID_URL:
+      return {ExitCode::kTransfer, text + "; check the URL"};
+    case Corvane::TRANSFER_E_DOWNLOAD:
+      break;
+    default:
+      return ExplainChecksums(ending, circumstances);
+  }
   const bool hasBegun = ending.statistics.requests != 0;
-  if (!hasBegun) return {ExitCode::kLocal, text + "; choose another directory, or change the permissions"};
-  // All that is left is a refusal to delete.
-  const char* const remedy = ending.statistics.filesKnown == 0 ? "check the URL and the patterns"
-                             : command.mostDeletes             ? "look at them with --plan and a larger --max-delete"
-                                                   : "look at them with --plan --max-delete N, and allow so many";
-  return {ExitCode::kTransfer, fmt::format("{}; {}", AsClause(text), remedy)};
+  if (hasBegun) return ExplainRefusalToDelete(ending, command);
+  return {ExitCode::kLocal, text + "; choose another directory, or change the permissions"};
 }
 
 // The library tells of one failure by the text of the item.
@@ -133,7 +157,9 @@ std::string CountOf(const ZTreeDownload::Statistics& statistics) {
 
 Explanation ExplainSync(const SyncEnding& ending, const SyncCommand& command, const SyncJournal& journal,
                         const Circumstances& circumstances) {
-  if (journal.Failures().empty() || !IsOfItem(ending, journal.Failures().front())) return ExplainRun(ending, command);
+  if (journal.Failures().empty() || !IsOfItem(ending, journal.Failures().front())) {
+    return ExplainRun(ending, command, circumstances);
+  }
   const Item& first = journal.Failures().front();
   Explanation explanation = ExplainItem(first, circumstances);
   if (!IsTop(first)) explanation.text = fmt::format("{}: {}", ShownPath(first), explanation.text);
