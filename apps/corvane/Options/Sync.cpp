@@ -38,10 +38,10 @@ class SyncDefinition : public CommandDefinition {
     return AddCommand(program, Name(), "Make a directory hold what a remote one holds, with all below it", kSyncHelp);
   }
 
-  void AddOptions(CLI::App& command) override {
-    command.add_option("URL", m_url)->required();
-    command.add_option("DIR", m_directory)->required();
-    Group files(command, "Files");
+  void AddOptions(const Scope& scope) override {
+    scope.command.add_option("URL", m_url)->required();
+    scope.command.add_option("DIR", m_directory)->required();
+    Group files(scope, "Files");
     files.AddList("--include", m_include, "GLOB",
                   "Fetch only files that match, and all in folders that do; repeatable");
     files.AddList("--exclude", m_exclude, "GLOB",
@@ -50,14 +50,14 @@ class SyncDefinition : public CommandDefinition {
     files.AddFlag("--delete", m_delete, "Delete files here that the server does not list");
     files.Add("--max-delete", m_mostDeletes, "N", "Delete at most N files, else none [half of those that are here]");
     files.AddFlag("--verify", m_verify, "Check what comes against the server's SHA512SUMS and SHA256SUMS");
-    Group run(command, "Run");
+    Group run(scope, "Run");
     run.AddFlag("--plan", m_plan, "Tell what would be done with each file, and change nothing");
     run.AddFlag("--fail-fast", m_failFast, "End at the first file or folder that fails");
-    Group speed(command, "Time and speed");
+    Group speed(scope, "Time and speed");
     speed.Add("--connections", m_connections, "N", "Open at most N connections at once [8]");
     m_common.AddRetries(speed);
-    m_common.AddRequestOptions(command);
-    m_common.AddTransferOptions(command);
+    m_common.AddRequestOptions(scope);
+    m_common.AddTransferOptions(scope);
   }
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {
