@@ -3,6 +3,8 @@
 //
 // BM_FileSizeList_Build only makes the list that the parsers fill, which nobody can save: what its own time per entry
 // grows by with the number of entries is the caches and the system's fresh memory, not a parser.
+//
+// BM_ZTreeDownload_... are the readers of a whole tree, which make a list of entries of their own.
 
 #include <functional>
 #include <string>
@@ -12,6 +14,7 @@
 
 #include <Corvane/Base/Container.h>
 #include <Corvane/MultiDownload/ListingImpl.h>
+#include <Corvane/TreeDownload/PageImpl.h>
 
 namespace {
 
@@ -25,10 +28,15 @@ std::string Number(long long number) {
 }
 
 template <class Line>
-ZString Page(const std::string& head, long long entries, const std::string& tail, Line line) {
+std::string Bytes(const std::string& head, long long entries, const std::string& tail, Line line) {
   std::string page = head;
   for (long long i = 0; i < entries; ++i) page += line(Number(i));
-  return ZString((page + tail).c_str());
+  return page + tail;
+}
+
+template <class Line>
+ZString Page(const std::string& head, long long entries, const std::string& tail, Line line) {
+  return ZString(Bytes(head, entries, tail, line).c_str());
 }
 
 ZString NginxPage(long long entries, char quote) {
@@ -109,6 +117,77 @@ void BM_FileSizeList_Build(benchmark::State& state) {
   });
 }
 
+// --- The readers of a tree. ---
+
+// `read` makes a page of the bytes.
+template <class Read>
+void MeasurePage(benchmark::State& state, const std::string& bytes, Read read) {
+  for (auto _ : state) {
+    Corvane::Page page = read(bytes);
+    state.PauseTiming();
+    const bool isWhole = page.isListing && page.leftOut == 0;
+    if (!isWhole || page.entries.size() != static_cast<std::size_t>(state.range(0))) {
+      state.SkipWithError("entries are missing");
+    }
+    page = {};
+    state.ResumeTiming();
+  }
+  state.counters["per_entry"] = benchmark::Counter(
+      static_cast<double>(state.range(0)), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+constexpr std::size_t kMostEntries = 10000000;
+const auto ReadHtml = [](const std::string& page) {
+  return Corvane::ReadHtmlPage(page, "http://host/dir/", "", kMostEntries);
+};
+const auto ReadMlsd = [](const std::string& text) { return Corvane::ReadMlsd(text, kMostEntries); };
+const auto ReadList = [](const std::string& text) { return Corvane::ReadList(text, 0, kMostEntries); };
+
+// The page of a server that nothing tells but its links, which are written like `target`.
+std::string LinkPage(long long entries, const std::string& target) {
+  return Bytes("<html><body><ul>", entries, "</ul></body></html>", [&](const std::string& n) {
+    return "<li><a href=\"" + target + "file" + n + ".bin\">file" + n + ".bin</a></li>\n";
+  });
+}
+
+void BM_ZTreeDownload_ReadHtml_Nginx(benchmark::State& state) {
+  const std::string head = "<title>Index of /dir/</title><h1>Index of /dir/</h1><hr><pre><a href=\"../\">../</a>\r\n";
+  MeasurePage(state,
+              Bytes(head, state.range(0), "</pre>",
+                    [](const std::string& n) {
+                      return "<a href=\"file" + n + ".bin\">file" + n +
+                             ".bin</a>          20-Nov-2026 10:00               12345\r\n";
+                    }),
+              ReadHtml);
+}
+void BM_ZTreeDownload_ReadHtml_Unknown(benchmark::State& state) {
+  MeasurePage(state, LinkPage(state.range(0), ""), ReadHtml);
+}
+void BM_ZTreeDownload_ReadHtml_FromTheRoot(benchmark::State& state) {
+  MeasurePage(state, LinkPage(state.range(0), "/dir/"), ReadHtml);
+}
+// Links that only the parser of requests can read.
+void BM_ZTreeDownload_ReadHtml_FromAbove(benchmark::State& state) {
+  MeasurePage(state, LinkPage(state.range(0), "../dir/"), ReadHtml);
+}
+void BM_ZTreeDownload_ReadMlsd(benchmark::State& state) {
+  MeasurePage(state,
+              Bytes("", state.range(0), "",
+                    [](const std::string& n) {
+                      return "modify=20261120100000;perm=r;size=12345;type=file;unique=fe00g" + n + "; file" + n +
+                             ".bin\r\n";
+                    }),
+              ReadMlsd);
+}
+void BM_ZTreeDownload_ReadList(benchmark::State& state) {
+  MeasurePage(state,
+              Bytes("", state.range(0), "",
+                    [](const std::string& n) {
+                      return "-rw-r--r--    1 1000     1000        12345 Nov 20 10:00 file" + n + ".bin\r\n";
+                    }),
+              ReadList);
+}
+
 void Sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 }
@@ -119,5 +198,11 @@ BENCHMARK(BM_ZMultiDownload_ParseHttp_NoDoubleQuote)->Apply(Sizes);
 BENCHMARK(BM_ZMultiDownload_ParseHttp_Iis)->Apply(Sizes);
 BENCHMARK(BM_ZMultiDownload_ParseFtp_Unix)->Apply(Sizes);
 BENCHMARK(BM_ZMultiDownload_ParseFtp_Dos)->Apply(Sizes);
+BENCHMARK(BM_ZTreeDownload_ReadHtml_Nginx)->Apply(Sizes);
+BENCHMARK(BM_ZTreeDownload_ReadHtml_Unknown)->Apply(Sizes);
+BENCHMARK(BM_ZTreeDownload_ReadHtml_FromTheRoot)->Apply(Sizes);
+BENCHMARK(BM_ZTreeDownload_ReadHtml_FromAbove)->Apply(Sizes);
+BENCHMARK(BM_ZTreeDownload_ReadMlsd)->Apply(Sizes);
+BENCHMARK(BM_ZTreeDownload_ReadList)->Apply(Sizes);
 
 }  // namespace
