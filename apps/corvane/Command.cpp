@@ -100,6 +100,18 @@ void TellNote(Environment& environment, const std::string& text) {
   environment.logging.Record(text);
 }
 
+void TellOfDirectoryUrl(const Target& target, const std::string& fragment, Environment& environment) {
+  const std::size_t query = target.display.find('?');
+  if (query != std::string::npos) {
+    environment.console.Note(fmt::format("\"{}\" is sent when the directory's page is asked for, and with no file",
+                                         target.display.substr(query)));
+  }
+  if (!fragment.empty()) {
+    environment.console.Note(fmt::format(
+        "\"#{}\" is left out of the URL: it names a place on the page, and all of the directory is fetched", fragment));
+  }
+}
+
 std::string CommandWords(const Environment& environment) {
   std::string command;
   for (const std::string& word : environment.line.words) command += ShellQuote(DisplayName(word)) + ' ';

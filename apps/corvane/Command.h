@@ -48,6 +48,9 @@ ExitCode RunTold(Report& report, Environment& environment, const std::function<v
 // Says what is worth knowing but no failure: on the console, unless quiet, and in the log.
 void TellNote(Environment& environment, const std::string& text);
 
+// What an address bar shows may have more than the URL of a directory: notes what becomes of it.
+void TellOfDirectoryUrl(const Target& target, const std::string& fragment, Environment& environment);
+
 // Begins a report.
 [[nodiscard]] Report MakeReport(const char* operation, const Target& target, const std::optional<std::string>& output);
 

@@ -70,7 +70,6 @@ class Mirror {
  private:
   void ReadLists();
   void PrepareDirectory();
-  void TellOfTheUrl() const;
   void SpareFilesFromAnUnreachableServer();
   void Transfer();
   void TellOfTheListing() const;
@@ -97,7 +96,7 @@ void Mirror::Run() {
   m_settings = PrepareTransfers(m_command.target, m_environment);
   m_settings.request = RequestOptions{0, 0, {}, {}, {}};  // a mirror makes plain requests
   PrepareDirectory();
-  TellOfTheUrl();
+  TellOfDirectoryUrl(m_command.target, m_command.fragment, m_environment);
   SpareFilesFromAnUnreachableServer();
   Transfer();
   TellOfTheListing();
@@ -132,21 +131,6 @@ void Mirror::PrepareDirectory() {
   }
   if (access(m_command.directory.c_str(), W_OK | X_OK) != 0) {
     refuse(SystemText(errno), "choose another directory, or change the permissions");
-  }
-}
-
-// What an address bar shows may have more than a directory's URL.
-void Mirror::TellOfTheUrl() const {
-  const std::string& url = m_command.target.display;
-  const std::size_t query = url.find('?');
-  if (query != std::string::npos) {
-    m_environment.console.Note(
-        fmt::format("\"{}\" is sent when the directory's page is asked for, and with no file", url.substr(query)));
-  }
-  if (!m_command.fragment.empty()) {
-    m_environment.console.Note(
-        fmt::format("\"#{}\" is left out of the URL: it names a place on the page, and all of the directory is fetched",
-                    m_command.fragment));
   }
 }
 

@@ -85,7 +85,8 @@ struct MirrorCommand {
 };
 
 struct SyncCommand {
-  Target target;
+  Target target;         // without a fragment
+  std::string fragment;  // what stood behind the "#", in UTF-8
   std::string directory;
   std::vector<Corvane::ZString> include;
   std::vector<Corvane::ZString> exclude;

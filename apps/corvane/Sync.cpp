@@ -92,7 +92,6 @@ class Sync {
   [[nodiscard]] ExitCode Print(ExitCode code);
 
  private:
-  void TellOfTheUrl() const;
   void Transfer();
   void TellOfTheTree() const;
   void TellSummary() const;
@@ -111,19 +110,11 @@ class Sync {
 
 void Sync::Run() {
   m_settings = PrepareTransfers(m_command.target, m_environment);
-  TellOfTheUrl();
+  TellOfDirectoryUrl(m_command.target, m_command.fragment, m_environment);
   Transfer();
   TellOfTheTree();
   if (Corvane::IsFailure(m_ending.status)) Fail();
   if (!m_command.isPlan) TellSummary();
-}
-
-// What an address bar shows may have more than a directory's URL.
-void Sync::TellOfTheUrl() const {
-  const std::string& url = m_command.target.display;
-  const std::size_t end = url.find_first_of("?#");
-  if (end == std::string::npos) return;
-  TellNote(m_environment, fmt::format("\"{}\" is left out of the URL: it names no directory", url.substr(end)));
 }
 
 void Sync::Transfer() {

@@ -1,9 +1,6 @@
-#include <fmt/core.h>
-
 #include "apps/corvane/Options/Common.h"
 #include "apps/corvane/Options/Definition.h"
 #include "apps/corvane/Options/Values.h"
-#include "apps/corvane/Text.h"
 
 // The options of corvane mirror.
 
@@ -35,16 +32,7 @@ class MirrorDefinition : public CommandDefinition {
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {
     MirrorCommand command;
-    command.target = MakeTarget(m_url);  // also for what it refuses
-    const std::size_t fragment = m_url.find('#');
-    if (fragment != std::string::npos) {
-      command.target = MakeTarget(m_url.substr(0, fragment));
-      command.fragment = DisplayName(m_url.substr(fragment + 1));
-    }
-    if (command.target.scheme == "ftp" && command.target.display.find('?') != std::string::npos) {
-      RefuseUsage(
-          fmt::format("cannot mirror {}: FTP has no queries; write %3F for a \"?\" in a name", command.target.display));
-    }
+    command.target = UnderstandDirectoryUrl(Name(), m_url, command.fragment);
     command.directory = m_directory;
     command.resume = m_resume;
     if (m_directory.empty()) RefuseUsage("DIR is empty; give the directory to mirror into, . for the current one");

@@ -62,7 +62,7 @@ class SyncDefinition : public CommandDefinition {
 
   [[nodiscard]] AnyCommand Understand(const Given& given) const override {
     SyncCommand command;
-    command.target = MakeTarget(m_url);
+    command.target = UnderstandDirectoryUrl(Name(), m_url, command.fragment);
     if (m_directory.empty()) RefuseUsage("DIR is empty; give the directory to sync into, . for the current one");
     command.directory = m_directory;
     command.include = DecodePatterns("--include", m_include);

@@ -25,6 +25,20 @@ ZString DecodeValue(const char* option, const std::string& value) {
   return *text;
 }
 
+Target UnderstandDirectoryUrl(const char* command, const std::string& url, std::string& fragment) {
+  Target target = MakeTarget(url);  // also for what it refuses
+  const std::size_t mark = url.find('#');
+  if (mark != std::string::npos) {
+    target = MakeTarget(url.substr(0, mark));
+    fragment = DisplayName(url.substr(mark + 1));
+  }
+  if (target.scheme == "ftp" && target.display.find('?') != std::string::npos) {
+    RefuseUsage(
+        fmt::format("cannot {} {}: FTP has no queries; write %3F for a \"?\" in a name", command, target.display));
+  }
+  return target;
+}
+
 unsigned long long UnderstandNumber(const char* option, const std::string& value, unsigned long long least,
                                     unsigned long long most, const char* what) {
   const std::optional<unsigned long long> number = ParseNumber(value);
