@@ -7,17 +7,6 @@
 #include <Corvane/TreeDownload/PageTextImpl.h>
 
 namespace Corvane {
-namespace {
-
-// Takes from another entry of the same name what this one does not show. Two that differ are both not to be trusted.
-void TakeColumns(PageEntry& entry, const PageEntry& other, bool& sizesDiffer, bool& timesDiffer) {
-  if (!entry.size) entry.size = other.size;
-  if (other.size && *other.size != *entry.size) sizesDiffer = true;
-  if (!entry.time) std::tie(entry.time, entry.timeExactness) = std::tie(other.time, other.timeExactness);
-  if (other.time && *other.time != *entry.time) timesDiffer = true;
-}
-
-}  // namespace
 
 bool IsPlainName(std::string_view name) noexcept {
   return !name.empty() && name.size() <= kMostNameLength && name != "." && name != ".." &&
@@ -29,16 +18,17 @@ std::size_t PageBuilder::Add(std::string_view name, bool isFolder) {
     LeaveOut(name);
     return kNone;
   }
-  // Most repetitions follow at once, as an icon and a text.
   std::vector<PageEntry>& entries = m_page.entries;
-  if (!entries.empty() && entries.back().isFolder == isFolder && entries.back().name == name) return entries.size() - 1;
+  if (entries.size() > m_uniteAbove) Unite();
+  if (IsTooLong()) return kNone;
+  // Most repetitions follow at once, as a text after its icon.
+  const bool isAgain = !entries.empty() && entries.back().isFolder == isFolder && entries.back().name == name;
+  if (isAgain && !entries.back().size && !entries.back().time) return entries.size() - 1;
   PageEntry& entry = entries.emplace_back();
   entry.name = name;
   entry.isFolder = isFolder;
-  m_isShown.push_back(false);
-  if (entries.size() > m_uniteAbove) Unite();
-  // What was united away is nobody's any more: its columns count for little, and its name has been shown before.
-  return entries.empty() || entries.back().name != name ? kNone : entries.size() - 1;
+  m_marks.emplace_back();
+  return entries.size() - 1;
 }
 
 void PageBuilder::LeaveOut(std::string_view name) {
@@ -51,10 +41,18 @@ void PageBuilder::LeaveOut(std::string_view name) {
 
 void PageBuilder::Finish() {
   if (!IsTooLong()) Unite();
+  for (std::size_t i = 0; i < m_page.entries.size(); ++i) {
+    PageEntry& entry = m_page.entries[i];
+    const Marks& marks = m_marks[i];
+    // Of two that differ, neither is to be trusted.
+    if (marks.sizesDiffer) entry.size.reset();
+    if (marks.timesDiffer) std::tie(entry.time, entry.timeExactness) = std::tuple(std::nullopt, 0U);
+    if (marks.hidesFile) LeaveOut(entry.name);
+  }
 }
 
 bool PageBuilder::IsEachShown() const {
-  return std::all_of(m_isShown.begin(), m_isShown.end(), [](bool isShown) { return isShown; });
+  return std::all_of(m_marks.begin(), m_marks.end(), [](const Marks& marks) { return marks.isShown; });
 }
 
 Page PageBuilder::Take(bool isListing) {
@@ -66,22 +64,25 @@ Page PageBuilder::Take(bool isListing) {
 // no more time than the last one times a constant.
 void PageBuilder::Unite() {
   const std::vector<Key> keys = SortedKeys();
-  std::vector<bool> isSuperfluous(keys.size());
-  const auto& entries = m_page.entries;
+  const std::vector<PageEntry>& entries = m_page.entries;
   for (std::size_t begin = 0, end = 1; begin < keys.size(); begin = end++) {
-    while (end < keys.size() && keys[end].hash == keys[begin].hash &&
-           entries[keys[end].place].name == entries[keys[begin].place].name)
-      ++end;
-    if (end - begin > 1) UniteEqual(&keys[begin], &keys[begin] + (end - begin), isSuperfluous);
+    const auto isEqual = [&](const Key& key) {
+      return key.hash == keys[begin].hash && entries[key.place].name == entries[keys[begin].place].name;
+    };
+    while (end < keys.size() && isEqual(keys[end])) ++end;
+    if (end - begin > 1) UniteEqual(&keys[begin], &keys[begin] + (end - begin));
   }
-  Remove(isSuperfluous);
+  RemoveSuperfluous();
   m_page.isTooLong = entries.size() > m_mostEntries;
-  if (m_page.isTooLong) m_page.entries.resize(m_mostEntries);
+  if (m_page.isTooLong) {
+    m_page.entries.resize(m_mostEntries);
+    m_marks.resize(m_mostEntries);
+  }
   m_uniteAbove = std::max(m_mostEntries, entries.size() + entries.size() / 2);
 }
 
 std::vector<PageBuilder::Key> PageBuilder::SortedKeys() const {
-  const auto& entries = m_page.entries;
+  const std::vector<PageEntry>& entries = m_page.entries;
   std::vector<Key> keys;
   keys.reserve(entries.size());
   for (std::size_t i = 0; i < entries.size(); ++i) keys.push_back({std::hash<std::string_view>()(entries[i].name), i});
@@ -94,36 +95,41 @@ std::vector<PageBuilder::Key> PageBuilder::SortedKeys() const {
 }
 
 // Of entries with the same name the first folder stays, or the first of all.
-void PageBuilder::UniteEqual(const Key* begin, const Key* end, std::vector<bool>& isSuperfluous) {
-  const auto isFolder = [&](const Key& key) { return m_page.entries[key.place].isFolder; };
-  const Key* kept = std::find_if(begin, end, isFolder);
+void PageBuilder::UniteEqual(const Key* begin, const Key* end) {
+  const Key* kept = std::find_if(begin, end, [&](const Key& key) { return m_page.entries[key.place].isFolder; });
   if (kept == end) kept = begin;
-  PageEntry& entry = m_page.entries[kept->place];
-  bool sizesDiffer = false;
-  bool timesDiffer = false;
-  bool anyFile = false;
   for (const Key* key = begin; key != end; ++key) {
-    const PageEntry& other = m_page.entries[key->place];
-    if (other.isFolder != entry.isFolder) anyFile = true;
-    if (other.isFolder == entry.isFolder) TakeColumns(entry, other, sizesDiffer, timesDiffer);
-    if (m_isShown[key->place]) m_isShown[kept->place] = true;
-    if (key != kept) isSuperfluous[key->place] = true;
+    if (key != kept) UniteInto(kept->place, key->place);
   }
-  if (sizesDiffer) entry.size.reset();
-  if (timesDiffer) std::tie(entry.time, entry.timeExactness) = std::tuple(std::nullopt, 0U);
-  if (anyFile) LeaveOut(entry.name);
 }
 
-void PageBuilder::Remove(const std::vector<bool>& isSuperfluous) {
+void PageBuilder::UniteInto(std::size_t kept, std::size_t other) {
+  PageEntry& entry = m_page.entries[kept];
+  const PageEntry& again = m_page.entries[other];
+  Marks& marks = m_marks[kept];
+  marks.isShown |= m_marks[other].isShown;
+  marks.hidesFile |= m_marks[other].hidesFile;
+  m_marks[other].isSuperfluous = true;
+  if (entry.isFolder != again.isFolder) {
+    marks.hidesFile = true;
+    return;
+  }
+  if (!entry.size) entry.size = again.size;
+  if (!entry.time) std::tie(entry.time, entry.timeExactness) = std::tie(again.time, again.timeExactness);
+  marks.sizesDiffer |= m_marks[other].sizesDiffer || (again.size && *again.size != *entry.size);
+  marks.timesDiffer |= m_marks[other].timesDiffer || (again.time && *again.time != *entry.time);
+}
+
+void PageBuilder::RemoveSuperfluous() {
   std::size_t kept = 0;
-  for (std::size_t i = 0; i < isSuperfluous.size(); ++i) {
-    if (isSuperfluous[i]) continue;
+  for (std::size_t i = 0; i < m_marks.size(); ++i) {
+    if (m_marks[i].isSuperfluous) continue;
     if (kept != i) m_page.entries[kept] = std::move(m_page.entries[i]);
-    m_isShown[kept] = m_isShown[i];
+    m_marks[kept] = m_marks[i];
     ++kept;
   }
   m_page.entries.resize(kept);
-  m_isShown.resize(kept);
+  m_marks.resize(kept);
 }
 
 }  // namespace Corvane

@@ -20,7 +20,7 @@ class PageBuilder {
   std::size_t Add(std::string_view name, bool isFolder);
   PageEntry& At(std::size_t place) { return m_page.entries[place]; }
   // An anchor shows the entry by its name.
-  void SetShown(std::size_t place) { m_isShown[place] = true; }
+  void SetShown(std::size_t place) { m_marks[place].isShown = true; }
   void LeaveOut(std::string_view name);
 
   // Nothing more is to be read.
@@ -33,6 +33,14 @@ class PageBuilder {
   Page Take(bool isListing);
 
  private:
+  // What is known of an entry beside what it tells.
+  struct Marks {
+    bool isShown = false;
+    bool sizesDiffer = false;  // the page shows several
+    bool timesDiffer = false;
+    bool hidesFile = false;  // of the same name
+    bool isSuperfluous = false;
+  };
   // What entries are put in order by, so that equal names come to stand together. Names with the same hash are compared:
   // a server that makes such names gains nothing, unlike with a hash table.
   struct Key {
@@ -42,13 +50,14 @@ class PageBuilder {
 
   void Unite();
   std::vector<Key> SortedKeys() const;
-  void UniteEqual(const Key* begin, const Key* end, std::vector<bool>& isSuperfluous);
-  void Remove(const std::vector<bool>& isSuperfluous);
+  void UniteEqual(const Key* begin, const Key* end);
+  void UniteInto(std::size_t kept, std::size_t other);
+  void RemoveSuperfluous();
 
   const std::size_t m_mostEntries;
   std::size_t m_uniteAbove;  // with more entries, look whether they are too many or the same again
   Page m_page;
-  std::vector<bool> m_isShown;  // of each entry
+  std::vector<Marks> m_marks;  // of each entry
   std::string m_lastLeftOut;
 };
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/tree/PageTesting.h"
 
@@ -135,30 +136,31 @@ TEST(HtmlColumns, LikenessesHaveNoSizesAndTimes) {
     std::string page;
     const char* expected;
   };
-  for (const Case& c : std::initializer_list<Case>{
-           {"nginx", nginx + plain, "a 12 1795323000/60"},
-           {"nginx, rounded", nginx + row(date, "12", "a", 7), "a 12 1795323000/60"},
-           {"its title missing", nginx.substr(title.size()) + plain, "a - -"},
-           {"its parent missing", title + "<hr><pre>" + plain, "a - -"},
-           {"its parent with a time", title + "<hr><pre>" + row(date, "-", "../") + plain, "a - -"},
-           {"another width", nginx + row(date, "12", "a", 18), "a - -"},
-           {"another narrow width", nginx + row(date, "12", "a", 6), "a - -"},
-           {"more behind it", nginx + row(date, "12 x"), "a - 1795323000/60"},
-           {"more behind its end", nginx + plain.substr(0, plain.size() - 2) + " x\r\n", "a - -"},
-           {"no line end", nginx + plain.substr(0, plain.size() - 2), "a - -"},
-           {"a day that is none", nginx + row("31-Feb-2026 04:50", "12"), "a - -"},
-           {"a month that is none", nginx + row("22-ovD-2026 04:50", "12"), "a - -"},
-           {"a month by its number", nginx + row("22-011-2026 04:50", "12"), "a - -"},
-           {"an hour that is none", nginx + row("22-Nov-2026 24:50", "12"), "a - -"},
-           {"a minute that is none", nginx + row("22-Nov-2026 04:60", "12"), "a - -"},
-           {"a sign", nginx + row("+2-Nov-2026 04:50", "12"), "a - -"},
-           {"no bytes", nginx + row(date, "1.2K"), "a - 1795323000/60"},
-           {"the largest", nginx + row(date, "9999999999999999999"), "a 9999999999999999999 1795323000/60"},
-           {"the number of a folder", nginx + row(date, "12", "a/"), "a/ - 1795323000/60"},
-           {"two sizes for one name", nginx + plain + row(date, "1", "b") + row(date, "13"), "a - 1795323000/60"},
-           {"two times for one name", nginx + plain + row(date, "1", "b") + row("22-Nov-2026 04:51", "12"), "a 12 -"},
-           {"the same twice", nginx + plain + row(date, "1", "b") + plain, "a 12 1795323000/60"},
-       }) {
+  const std::vector<Case> cases{
+      {"nginx", nginx + plain, "a 12 1795323000/60"},
+      {"nginx, rounded", nginx + row(date, "12", "a", 7), "a 12 1795323000/60"},
+      {"its title missing", nginx.substr(title.size()) + plain, "a - -"},
+      {"its parent missing", title + "<hr><pre>" + plain, "a - -"},
+      {"its parent with a time", title + "<hr><pre>" + row(date, "-", "../") + plain, "a - -"},
+      {"another width", nginx + row(date, "12", "a", 18), "a - -"},
+      {"another narrow width", nginx + row(date, "12", "a", 6), "a - -"},
+      {"more behind it", nginx + row(date, "12 x"), "a - 1795323000/60"},
+      {"more behind its end", nginx + plain.substr(0, plain.size() - 2) + " x\r\n", "a - -"},
+      {"no line end", nginx + plain.substr(0, plain.size() - 2), "a - -"},
+      {"a day that is none", nginx + row("31-Feb-2026 04:50", "12"), "a - -"},
+      {"a month that is none", nginx + row("22-ovD-2026 04:50", "12"), "a - -"},
+      {"a month by its number", nginx + row("22-011-2026 04:50", "12"), "a - -"},
+      {"an hour that is none", nginx + row("22-Nov-2026 24:50", "12"), "a - -"},
+      {"a minute that is none", nginx + row("22-Nov-2026 04:60", "12"), "a - -"},
+      {"a sign", nginx + row("+2-Nov-2026 04:50", "12"), "a - -"},
+      {"no bytes", nginx + row(date, "1.2K"), "a - 1795323000/60"},
+      {"the largest", nginx + row(date, "9999999999999999999"), "a 9999999999999999999 1795323000/60"},
+      {"the number of a folder", nginx + row(date, "12", "a/"), "a/ - 1795323000/60"},
+      {"two sizes for one name", nginx + plain + row(date, "1", "b") + row(date, "13"), "a - 1795323000/60"},
+      {"two times for one name", nginx + plain + row(date, "1", "b") + row("22-Nov-2026 04:51", "12"), "a 12 -"},
+      {"the same twice", nginx + plain + row(date, "1", "b") + plain, "a 12 1795323000/60"},
+  };
+  for (const Case& c : cases) {
     EXPECT_EQ(Described(ReadPage(c.page)).front(), c.expected) << c.name;
   }
 }

@@ -9,8 +9,6 @@ namespace CorvaneTest {
 namespace {
 
 using Corvane::Page;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using namespace std::string_literals;
 
 void ExpectLines(const std::vector<PageCase>& cases) {

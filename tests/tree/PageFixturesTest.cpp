@@ -16,7 +16,8 @@ using testing::IsEmpty;
 
 std::vector<std::string> Fixtures(const std::string& folder, const std::vector<std::string>& servers) {
   std::vector<std::string> names;
-  for (const std::string& server : servers) names.push_back(server + "." + folder);
+  names.reserve(servers.size());
+  for (const std::string& server : servers) names.emplace_back(server).append(".").append(folder);
   return names;
 }
 
