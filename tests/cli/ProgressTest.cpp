@@ -85,7 +85,7 @@ TEST(FormatSummary, CountsOnlyWhatWasReceived) {
 }
 
 TEST(FormatSummary, TellsWhatAMirrorDid) {
-  EXPECT_EQ(FormatSummary("pub", {12, 3, 1, 5 << 20, 2000}),
+  EXPECT_EQ(FormatSummary("pub", MirrorSummary{12, 3, 1, 5 << 20, 2000}),
             "pub  12 fetched, 3 skipped, 1 resumed; 5.0 MiB in 2.0 s (2.5 MiB/s)");
 }
 
