@@ -7,6 +7,7 @@ _corvane() {
   local transfer="--user --password-file --cacert --capath --insecure --timeout --limit --limit-percent --low-water
     --no-throttle $messages"
   local requests='--redirects --header --header-file --user-agent'
+  local retries='--retries --retry-wait'
   COMPREPLY=()
   if ((COMP_CWORD > 1)); then
     command=${COMP_WORDS[1]}
@@ -31,19 +32,29 @@ _corvane() {
       return
       ;;
     --timeout | --limit | --limit-percent | --low-water | --redirects | --retries | --retry-wait) return ;;
+    --connections | --depth | --max-delete | --include | --exclude) return ;;
     --field | --data | --ignore | --header | --user-agent | --sha256) return ;;
   esac
   local words=''
   case $command in
-    '') words='get post mirror resolve --help --version' ;;
+    '') words='get post mirror sync resolve --help --version' ;;
     get)
       words="--output --remote-name --into --resume --sha256 --remote-time --text --accept-http-errors $requests
-        --retries --retry-wait $transfer"
+        $retries $transfer"
       ;;
     post) words="--field --data --file --type --output --text --accept-http-errors $requests $transfer" ;;
     mirror)
       words="--resume --ignore --sizes --times $transfer"
       # The second argument is a directory.
+      if [[ $current != -* ]]; then
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -d -- "$current")
+        return
+      fi
+      ;;
+    sync)
+      words="--plan --include --exclude --depth --delete --max-delete --verify --fail-fast --connections
+        $retries $requests $transfer"
       if [[ $current != -* ]]; then
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -d -- "$current")

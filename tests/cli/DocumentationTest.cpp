@@ -31,7 +31,7 @@ Options OptionsOf(const std::string& command) {
 
 Options AllOptions() {
   Options all;
-  for (const char* const command : {"get", "post", "mirror", "resolve"}) all.merge(OptionsOf(command));
+  for (const char* const command : {"get", "post", "mirror", "sync", "resolve"}) all.merge(OptionsOf(command));
   return all;
 }
 
@@ -68,13 +68,15 @@ std::string Complete(const std::vector<std::string>& words) {
 
 TEST(BashCompletion, OffersWhatFits) {
   EXPECT_EQ(Complete({"corvane", "g"}), "get\n");
-  EXPECT_EQ(Complete({"corvane", ""}), "get post mirror resolve --help --version\n");
+  EXPECT_EQ(Complete({"corvane", ""}), "get post mirror sync resolve --help --version\n");
   EXPECT_EQ(Complete({"corvane", "get", "--re"}),
             "--remote-name --resume --remote-time --redirects --retries --retry-wait\n");
   EXPECT_EQ(Complete({"corvane", "post", "--re"}), "--redirects\n");
   EXPECT_EQ(Complete({"corvane", "mirror", "--re"}), "--resume\n");
+  EXPECT_EQ(Complete({"corvane", "sync", "--re"}), "--retries --retry-wait --redirects\n");
+  EXPECT_EQ(Complete({"corvane", "sync", "--de"}), "--depth --delete\n");
   EXPECT_EQ(Complete({"corvane", "post", "http://h/", "--fi"}), "--field --file\n");
-  for (const char* const option : {"--timeout", "--retries", "--header", "--sha256"}) {
+  for (const char* const option : {"--timeout", "--retries", "--header", "--sha256", "--depth", "--exclude"}) {
     EXPECT_EQ(Complete({"corvane", "get", option, ""}), "\n") << option;
   }
   EXPECT_EQ(Complete({"corvane", "post", "--type", "text"}), "text/plain\n");
@@ -85,6 +87,7 @@ TEST(BashCompletion, OffersWhatFits) {
   WriteFile(folder / "some file", "");
   const std::string directory = (folder / "some directory").string() + "\n";
   EXPECT_EQ(Complete({"corvane", "mirror", "http://h/", folder / "so"}), directory);
+  EXPECT_EQ(Complete({"corvane", "sync", "http://h/", folder / "so"}), directory);
   EXPECT_EQ(Complete({"corvane", "get", "--into", folder / "so"}), directory);
   std::filesystem::remove(folder / "some directory");
   const std::string file = (folder / "some file").string() + "\n";

@@ -43,8 +43,8 @@ TEST(Help, ListsCommandsExitCodesAndExamples) {
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.err, "");
   EXPECT_THAT(result.out, AllOf(StartsWith("Usage: corvane "), HasSubstr("\n  get "), HasSubstr("\n  post "),
-                                HasSubstr("\n  mirror "), HasSubstr("\n  resolve "), HasSubstr("130  interrupted"),
-                                HasSubstr("Examples:")));
+                                HasSubstr("\n  mirror "), HasSubstr("\n  sync "), HasSubstr("\n  resolve "),
+                                HasSubstr("130  interrupted"), HasSubstr("Examples:")));
 }
 
 TEST(Help, ListsTheOptionsOfEachCommand) {
@@ -83,8 +83,12 @@ TEST(Help, ListsTheOptionsOfEachCommand) {
 }
 
 TEST(Help, FitsIntoEightyColumns) {
-  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-           {"--help"}, {"get", "--help"}, {"post", "--help"}, {"mirror", "--help"}, {"resolve", "--help"}}) {
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{{"--help"},
+                                                                                         {"get", "--help"},
+                                                                                         {"post", "--help"},
+                                                                                         {"mirror", "--help"},
+                                                                                         {"sync", "--help"},
+                                                                                         {"resolve", "--help"}}) {
     const std::string help = RunCorvane(arguments).out;
     for (std::size_t begin = 0; begin < help.size();) {
       const std::size_t end = help.find('\n', begin);
@@ -113,8 +117,8 @@ TEST(Version, NamesProgramAndLibrary) {
 // --- commands and arguments
 
 TEST(Usage, AsksForACommand) {
-  ExpectUsageError({}, {"no command", "get, post, mirror or resolve"}, "corvane --help");
-  ExpectUsageError({"fetch", "http://h/"}, {"\"fetch\"", "get, post, mirror or resolve"}, "corvane --help");
+  ExpectUsageError({}, {"no command", "get, post, mirror, sync or resolve"}, "corvane --help");
+  ExpectUsageError({"fetch", "http://h/"}, {"\"fetch\"", "get, post, mirror, sync or resolve"}, "corvane --help");
   ExpectUsageError({"--quiet", "get", "http://h/"}, {"--quiet", "wrong place", "\"corvane get\""},
                    "corvane get --help");
   ExpectUsageError({"--bogus", "get", "http://h/"}, {"--bogus", "not known here"}, "corvane get --help");

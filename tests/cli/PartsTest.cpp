@@ -54,6 +54,14 @@ TEST(ParseSize, TakesWholeNumbersWithAUnit) {
   for (const SizeCase& c : cases) EXPECT_EQ(ParseSize(c.text), c.size) << c.text;
 }
 
+TEST(AsClause, FitsASentenceIntoAnother) {
+  EXPECT_EQ(AsClause("The page is no listing."), "the page is no listing");
+  EXPECT_EQ(AsClause("FTP is old.\n"), "FTP is old");
+  EXPECT_EQ(AsClause("a/b: Permission denied"), "a/b: Permission denied");
+  EXPECT_EQ(AsClause("."), "");
+  EXPECT_EQ(AsClause(""), "");
+}
+
 TEST(FormatBytes, ChoosesTheUnitThatKeepsTheNumberShort) {
   EXPECT_EQ(FormatBytes(0), "0 B");
   EXPECT_EQ(FormatBytes(1023), "1023 B");

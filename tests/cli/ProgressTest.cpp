@@ -78,6 +78,33 @@ TEST(FormatProgress, CountsFilesWhileTheNumberOfBytesIsNotKnown) {
   EXPECT_THAT(FormatProgress(line, 80), AllOf(HasSubstr("100%"), HasSubstr("0:00 left")));
 }
 
+TEST(FormatProgress, ShowsWhatATreeIsAt) {
+  ProgressLine line;
+  line.label = "pub";
+  line.elapsedSeconds = 65;
+  line.sample.tree = TreeProgress{"listing", 1, 0};
+  EXPECT_EQ(FormatProgress(line, 80), "pub  listing: 1 folder, 0 files  1:05");
+  line.sample.tree = TreeProgress{"comparing", 12, 340};
+  EXPECT_EQ(FormatProgress(line, 80), "pub  comparing: 12 folders, 340 files  1:05");
+  for (std::size_t columns = 0; columns < 60; ++columns) {
+    const std::size_t width = DisplayWidth(FormatProgress(line, columns));
+    EXPECT_TRUE(width == 0 || width < columns) << columns;
+  }
+}
+
+TEST(FormatProgress, CountsRequestsInFlightWhereThereIsRoom) {
+  ProgressLine line = HalfWay();
+  line.sample.inFlight = 8;
+  EXPECT_EQ(FormatProgress(line, 95),
+            "big.iso   50%  [=========>           ]  5.0 MiB of 10.0 MiB  1.0 MiB/s  0:05 left  8 in flight");
+  EXPECT_EQ(FormatProgress(line, 72), "big.iso   50%  5.0 MiB of 10.0 MiB  1.0 MiB/s  0:05 left  8 in flight");
+  EXPECT_EQ(FormatProgress(line, 71), "big.iso   50%  5.0 MiB of 10.0 MiB  1.0 MiB/s  0:05 left");
+  for (std::size_t columns = 0; columns < 200; ++columns) {
+    const std::size_t width = DisplayWidth(FormatProgress(line, columns));
+    EXPECT_TRUE(width == 0 || width < columns) << columns;
+  }
+}
+
 TEST(FormatSummary, CountsOnlyWhatWasReceived) {
   EXPECT_EQ(FormatSummary("f", 4 << 20, 0, 2000), "f  4.0 MiB in 2.0 s (2.0 MiB/s)");
   EXPECT_EQ(FormatSummary("f", 5 << 20, 4 << 20, 2000), "f  5.0 MiB; 1.0 MiB in 2.0 s (512.0 KiB/s)");
@@ -87,6 +114,20 @@ TEST(FormatSummary, CountsOnlyWhatWasReceived) {
 TEST(FormatSummary, TellsWhatAMirrorDid) {
   EXPECT_EQ(FormatSummary("pub", MirrorSummary{12, 3, 1, 5 << 20, 2000}),
             "pub  12 fetched, 3 skipped, 1 resumed; 5.0 MiB in 2.0 s (2.5 MiB/s)");
+}
+
+TEST(FormatSummary, TellsWhatBecameOfATree) {
+  TreeSummary summary;
+  summary.fetched = 12;
+  summary.kept = 3;
+  summary.bytes = 5 << 20;
+  summary.milliseconds = 2000;
+  EXPECT_EQ(FormatSummary("pub", summary), "pub  12 fetched, 0 continued, 3 kept; 5.0 MiB in 2.0 s (2.5 MiB/s)");
+  summary.deleted = 0;
+  summary.failed = 2;
+  summary.leftOut = 1;
+  EXPECT_EQ(FormatSummary("pub", summary),
+            "pub  12 fetched, 0 continued, 3 kept, 0 deleted, 2 failed, 1 left out; 5.0 MiB in 2.0 s (2.5 MiB/s)");
 }
 
 TEST(FormatProgress, SurvivesMoreBytesThanTheServerPromised) {
