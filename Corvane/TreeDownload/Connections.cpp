@@ -70,15 +70,17 @@ int Connections::CloseSocket(void* object, curl_socket_t socket) noexcept {
 
 bool Connections::Do(JobSource& source) {
   while (!m_owner.IsStopped()) {
-    StartDue();
-    StartNew(source);
-    Count();
+    Start(source);
     if (m_inFlight == 0 && m_waiting.empty()) return true;
     const Clock::time_point begin = Clock::now();
-    int running = 0;
-    curl_multi_perform(m_multi.get(), &running);
-    // An ending makes room for another request, or has made one.
-    if (TakeEndings()) continue;
+    Perform();
+    // The next requests go out before what has come is looked at and written: servers work meanwhile.
+    if (CollectEnded()) {
+      Start(source);
+      Perform();
+      FinishEnded();
+      continue;
+    }
     // A throttle that slept has held up those, too, whose bytes have come meanwhile.
     const bool isPrompt = Clock::now() - begin < std::chrono::seconds(1);
     if (isPrompt) EndIdle();
@@ -86,6 +88,17 @@ bool Connections::Do(JobSource& source) {
   }
   GiveUp();
   return false;
+}
+
+void Connections::Perform() {
+  int running = 0;
+  curl_multi_perform(m_multi.get(), &running);
+}
+
+void Connections::Start(JobSource& source) {
+  StartDue();
+  StartNew(source);
+  Count();
 }
 
 void Connections::Count() noexcept { m_owner.CountRequests(m_inFlight, m_sockets.size(), m_requests); }
@@ -144,27 +157,37 @@ void Connections::Send(Exchange& exchange) {
   ++m_requests;
 }
 
-bool Connections::TakeEndings() {
+bool Connections::CollectEnded() {
   int left = 0;
-  bool isAny = false;
   while (CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left)) {
     if (message->msg != CURLMSG_DONE) continue;
     void* exchange = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
-    isAny = true;
-    End(*static_cast<Exchange*>(exchange), message->data.result);
-    if (m_owner.IsStopped()) break;
+    const CURLcode code = message->data.result;
+    TakeOut(*static_cast<Exchange*>(exchange));
+    m_ended.push_back({static_cast<Exchange*>(exchange), code});
   }
-  return isAny;
+  return !m_ended.empty();
 }
 
-void Connections::End(Exchange& exchange, CURLcode code) {
+void Connections::FinishEnded() {
+  const std::vector<Ended> ended = std::exchange(m_ended, {});
+  for (const Ended& one : ended) {
+    if (m_owner.IsStopped()) return;
+    End(*one.exchange, one.code);
+  }
+}
+
+void Connections::TakeOut(Exchange& exchange) noexcept {
   curl_multi_remove_handle(m_multi.get(), exchange.Easy());
   --m_inFlight;
+}
+
+// Of a request that is under way no more.
+void Connections::End(Exchange& exchange, CURLcode code) {
   // An exchange whose job throws is free again.
   Errand errand = std::move(exchange.errand);
   if (exchange.exception != nullptr) std::rethrow_exception(std::exchange(exchange.exception, nullptr));
-  if (m_owner.IsStopped()) return;
   LearnFrom(exchange);
   std::string target;
   Ending ending = exchange.TakeEnding(code, target);
@@ -226,6 +249,7 @@ void Connections::EndIdle() {
   for (const std::unique_ptr<Exchange>& exchange : m_exchanges) {
     if (!exchange->IsBusy() || !exchange->IsIdleFor(m_settings.timeout, now)) continue;
     exchange->isTimedOut = true;
+    TakeOut(*exchange);
     End(*exchange, CURLE_OPERATION_TIMEDOUT);
     if (m_owner.IsStopped()) return;
   }
@@ -243,6 +267,7 @@ void Connections::GiveUp() noexcept {
     exchange->errand.job.reset();
   }
   m_waiting.clear();
+  m_ended.clear();
   m_inFlight = 0;
   Count();
 }

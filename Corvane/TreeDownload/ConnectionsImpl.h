@@ -80,12 +80,22 @@ class Connections {
     void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
   };
 
+  struct Ended {
+    Exchange* exchange;
+    CURLcode code;
+  };
+
+  void Perform();
+  void Start(JobSource& source);
   void StartDue();
   void StartNew(JobSource& source);
   void Start(Errand errand);
   bool StartOrder(Exchange& exchange);
   void Send(Exchange& exchange);
-  bool TakeEndings();  // whether there were any
+  // Whether any request has ended.
+  bool CollectEnded();
+  void FinishEnded();
+  void TakeOut(Exchange& exchange) noexcept;
   void End(Exchange& exchange, CURLcode code);
   bool Redirect(Exchange& exchange, const std::string& target, Ending& ending);
   void Repeat(Exchange& exchange, const Ending& ending);
@@ -102,6 +112,7 @@ class Connections {
   std::set<curl_socket_t> m_sockets;  // that libcurl has open
   std::unique_ptr<CURLM, MultiDeleter> m_multi;
   std::vector<std::unique_ptr<Exchange>> m_exchanges;
+  std::vector<Ended> m_ended;  // not looked at yet; their exchanges are busy until they are
   std::multimap<Clock::time_point, Errand> m_waiting;
   std::size_t m_inFlight = 0;
   std::size_t m_mostInFlight;
