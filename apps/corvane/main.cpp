@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -35,6 +36,14 @@ void IgnoreWriteSignals() {
   std::signal(SIGXFSZ, SIG_IGN);
 }
 
+// The few threads share one heap. The C library would make one for each of them, already to take back what a thread was given
+// at its start: four system calls a thread.
+void ShareOneHeap() {
+#ifdef M_ARENA_MAX
+  mallopt(M_ARENA_MAX, 1);
+#endif
+}
+
 struct Runner {
   Environment& environment;
 
@@ -59,6 +68,7 @@ ExitCode Run(const CommandLine& line, Console& console) {
 }
 
 ExitCode Main(int argc, const char* const* argv) {
+  ShareOneHeap();
   OccupyStandardStreams();
   IgnoreWriteSignals();
   // When they name a locale that is not there, the "C" locale stays. The other categories take time and are of no use.
