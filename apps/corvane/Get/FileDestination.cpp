@@ -1,9 +1,8 @@
 #include <fmt/core.h>
-#include <sys/stat.h>
 
+#include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include <Corvane/Base/StringCoding.h>
 #include <Corvane/TransferOptions.h>
@@ -14,7 +13,7 @@
 #include "apps/corvane/Get/FileName.h"
 #include "apps/corvane/Get/WholeFile.h"
 #include "apps/corvane/OutputFile.h"
-#include "apps/corvane/Sha256.h"
+#include "apps/corvane/Progress.h"
 #include "apps/corvane/Text.h"
 
 // corvane get into a file. Old and new content are never mixed: what an earlier run or try has left is continued only where
@@ -67,6 +66,7 @@ class FileDestination : public Destination, private ZTransfer::Observer {
 
  private:
   void TakeUp();
+  [[nodiscard]] bool IsProven() const;
   [[nodiscard]] bool CanContinue() const;
   void Continue(Session& session, Report& report);
   void BeginAnew(Session& session, Report& report);
@@ -115,9 +115,9 @@ void FileDestination::TakeUp() {
 }
 
 // A checksum proves everything in the end.
-bool FileDestination::CanContinue() const {
-  return m_isContent && m_file.Part().Size() > kResumeThreshold && (!m_record.validator.empty() || m_command.sha256);
-}
+bool FileDestination::IsProven() const { return m_isContent && (!m_record.validator.empty() || m_command.sha256); }
+
+bool FileDestination::CanContinue() const { return IsProven() && m_file.Part().Size() > kResumeThreshold; }
 
 bool FileDestination::IsHereAlready(Session& session, Report& report) {
   if (!m_command.resume || m_isContent || m_file.Old().empty()) return false;
@@ -138,10 +138,8 @@ void FileDestination::Try(Session& session, Report& report) {
   if (!CanContinue()) return BeginAnew(session, report);
   Continue(session, report);
   if (!IsRefusedResume(report) || WasInterrupted(m_environment)) return;
-  std::string reason = report.libraryText;
-  while (!reason.empty() && reason.back() == '.') reason.pop_back();
-  TellNote(m_environment,
-           fmt::format("cannot continue {} ({}); beginning anew", DisplayName(m_file.Part().Path()), reason));
+  TellNote(m_environment, fmt::format("cannot continue {} ({}); beginning anew", DisplayName(m_file.Part().Path()),
+                                      WithoutPeriod(report.libraryText)));
   BeginAnew(session, report);
 }
 
@@ -236,8 +234,7 @@ bool FileDestination::Finish(Session& session, Report& report) {
 }
 
 void FileDestination::Fail(Session& session, Report& report) {
-  const bool canContinue = m_isContent && (!m_record.validator.empty() || m_command.sha256);
-  session.Fail(kCannotGet, &m_file, canContinue, report);
+  session.Fail(kCannotGet, &m_file, IsProven(), report);
 }
 
 }  // namespace
