@@ -11,22 +11,11 @@ namespace {
 
 constexpr std::size_t kLongestCharacter = 4;
 
-// Whether `bytes` are the beginning of a well-formed character that is not complete.
-bool IsIncomplete(std::string_view bytes) {
-  const Utf8Lead lead = Utf8LeadOf(static_cast<unsigned char>(bytes.front()));
-  if (lead.following < static_cast<int>(bytes.size())) return false;
-  for (std::size_t i = 1; i < bytes.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(bytes[i]);
-    if (byte < (i == 1 ? lead.low : 0x80) || byte > (i == 1 ? lead.high : 0xBF)) return false;
-  }
-  return true;
-}
-
 // Where the last character of `bytes` begins if it is not complete; else the end.
 std::size_t EndOfComplete(std::string_view bytes) {
   const std::size_t most = std::min(bytes.size(), kLongestCharacter - 1);
   for (std::size_t length = 1; length <= most; ++length) {
-    if (IsIncomplete(bytes.substr(bytes.size() - length))) return bytes.size() - length;
+    if (IsIncompleteUtf8(bytes.substr(bytes.size() - length))) return bytes.size() - length;
   }
   return bytes.size();
 }

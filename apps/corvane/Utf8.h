@@ -24,18 +24,30 @@ struct Utf8Lead {
   return {-1};
 }
 
+// How many of the bytes at the beginning of `text` are a well-formed character, or the beginning of one; `lead` is that of its
+// first byte, which begins a character.
+[[nodiscard]] constexpr std::size_t Utf8Matching(std::string_view text, const Utf8Lead& lead) noexcept {
+  const std::size_t length = static_cast<std::size_t>(lead.following) + 1;
+  for (std::size_t i = 1; i < length && i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < (i == 1 ? lead.low : 0x80) || byte > (i == 1 ? lead.high : 0xBF)) return i;
+  }
+  return length < text.size() ? length : text.size();
+}
+
 // Bytes of the well-formed character at the beginning of `text`; 0 when there is none.
 [[nodiscard]] constexpr std::size_t Utf8Length(std::string_view text) noexcept {
   if (text.empty()) return 0;
   const Utf8Lead lead = Utf8LeadOf(static_cast<unsigned char>(text.front()));
   if (lead.following < 0) return 0;
   const std::size_t length = static_cast<std::size_t>(lead.following) + 1;
-  if (text.size() < length) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if (byte < (i == 1 ? lead.low : 0x80) || byte > (i == 1 ? lead.high : 0xBF)) return 0;
-  }
-  return length;
+  return Utf8Matching(text, lead) == length ? length : 0;
+}
+
+// Whether `text`, which is not empty, is the beginning of a well-formed character that is not complete.
+[[nodiscard]] constexpr bool IsIncompleteUtf8(std::string_view text) noexcept {
+  const Utf8Lead lead = Utf8LeadOf(static_cast<unsigned char>(text.front()));
+  return lead.following >= static_cast<int>(text.size()) && Utf8Matching(text, lead) == text.size();
 }
 
 }  // namespace CorvaneCli
