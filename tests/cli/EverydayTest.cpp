@@ -27,12 +27,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-const Pki& ThePki() {
-  static const TempDir folder;
-  static const Pki pki = MakePki(folder.Path());
-  return pki;
-}
-
 ProgramOptions Inside(const TempDir& folder) {
   ProgramOptions options;
   options.workingDirectory = folder.Path();

@@ -23,12 +23,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-const Pki& ThePki() {
-  static const TempDir folder(TempDir::Access::kPublic);
-  static const Pki pki = MakePki(folder.Path());
-  return pki;
-}
-
 // In the folder, so that -O and --into find it.
 ProgramResult RunIn(const TempDir& folder, const std::vector<std::string>& arguments) {
   ProgramOptions options;

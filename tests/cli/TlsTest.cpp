@@ -19,12 +19,6 @@ using testing::HasSubstr;
 
 constexpr int kSecurity = 4;
 
-const Pki& ThePki() {
-  static const TempDir folder(TempDir::Access::kPublic);
-  static const Pki pki = MakePki(folder.Path());
-  return pki;
-}
-
 NginxOptions With(const TlsIdentity& identity) {
   NginxOptions options;
   options.tls = identity;

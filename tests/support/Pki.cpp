@@ -14,6 +14,7 @@
 #include <string>
 
 #include "tests/support/OpenSsl.h"
+#include "tests/support/TempDir.h"
 
 namespace CorvaneTest {
 
@@ -152,6 +153,12 @@ Pki MakePki(const fs::path& folder) {
   pki.expired = issue("expired", {"localhost", kLocalNames, -2 * kDay, -kDay});
   pki.notYetValid = issue("not-yet-valid", {"localhost", kLocalNames, kDay, 2 * kDay});
   pki.selfSigned = WriteIdentity(folder, "self-signed", Issue({"localhost", kLocalNames}, nullptr));
+  return pki;
+}
+
+const Pki& ThePki() {
+  static const TempDir folder(TempDir::Access::kPublic);
+  static const Pki pki = MakePki(folder.Path());
   return pki;
 }
 

@@ -27,4 +27,7 @@ struct Pki {
 // Makes the files in `folder`, which must exist. Throws std::runtime_error with OpenSSL's reason when that fails.
 Pki MakePki(const std::filesystem::path& folder);
 
+// One that all tests of the process share, made at the first call, in a folder that every account may read.
+const Pki& ThePki();
+
 }  // namespace CorvaneTest
