@@ -21,9 +21,7 @@ template <class Value>
 [[nodiscard]] inline Json OrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
 
 // indent: -1 puts all on one line. Texts come from servers and the file system; what is not UTF-8 must not cost the
-// whole report.
-[[nodiscard]] inline std::string Dump(const Json& value, int indent) {
-  return value.dump(indent, ' ', false, Json::error_handler_t::replace);
-}
+// whole report. Characters that could rule a terminal are escaped.
+[[nodiscard]] std::string Dump(const Json& value, int indent);
 
 }  // namespace CorvaneCli

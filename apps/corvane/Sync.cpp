@@ -53,7 +53,8 @@ FileProgress FilesOf(const ZTreeDownload::Statistics& statistics) {
   return {std::min(settled - std::min(decided, settled), wanted), wanted};
 }
 
-ProgressSample Sample(const ZTreeDownload& tree) {
+// deletes: the last phase comes without deleting, too.
+ProgressSample Sample(const ZTreeDownload& tree, bool deletes) {
   const ZTreeDownload::Statistics statistics = tree.GetStatistics();
   ProgressSample sample;
   switch (statistics.phase) {
@@ -65,6 +66,7 @@ ProgressSample Sample(const ZTreeDownload& tree) {
       sample.tree = TreeProgress{"comparing", statistics.folders, statistics.filesKnown};
       return sample;
     case Phase::Deleting:
+      if (!deletes) break;
       sample.tree = TreeProgress{"deleting", statistics.folders, statistics.filesKnown};
       return sample;
     case Phase::Fetching:
@@ -136,7 +138,7 @@ void Sync::Transfer() {
         m_command.isPlan ? tree.Plan(m_command.target.url, *directory)
                          : tree.Download(m_command.target.url, *directory);
       },
-      [&] { tree.Abort(); }, [&] { return Sample(tree); });
+      [&] { tree.Abort(); }, [&] { return Sample(tree, m_command.deletes); });
   tree.Detach(&m_journal);
   m_ending = {tree.GetStatus(), HideProxySecrets(ToUtf8(tree.GetError())), tree.GetStatistics()};
   m_report.status = m_ending.status;
