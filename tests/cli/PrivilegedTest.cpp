@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tests/cli/CliTesting.h"
+#include "tests/cli/MirrorPages.h"
 #include "tests/support/SmallFileSystem.h"
 #include "tests/support/TempDir.h"
 
@@ -30,6 +31,21 @@ TEST(NoSpace, FullFileSystemIsNamedWithWhatIsLeftAndLosesNothing) {
   const std::string partial = ReadFile(small / "f.part");
   EXPECT_GT(partial.size(), 65536U);
   EXPECT_TRUE(content.substr(0, partial.size()) == partial);
+}
+
+// A page tells sizes or not: the run ends before the first byte, or at the file that does not fit.
+TEST(NoSpace, EndsASyncAtTheFileThatDoesNotFitAndKeepsWhatCame) {
+  const SmallFileSystem small("256k");
+  const std::string content = MakePattern(1 << 20);
+  const ScriptedServer server(
+      KeepAlive(Directory({{"a", Content("a")}, {"big", Content(content)}, {"c", Content("c")}})));
+  const ProgramResult result = RunCorvane({"sync", server.Url("/d/"), small / "here", "--connections", "1"});
+  EXPECT_EQ(result.exitCode, 3) << result.Describe();
+  EXPECT_THAT(result.err, AllOf(HasSubstr("big: "), HasSubstr("No space left on device; free some space\n"),
+                                HasSubstr("here  1 fetched, 0 continued, 0 kept, 1 failed; ")));
+  EXPECT_EQ(ReadFile(small / "here/a"), "a");
+  EXPECT_FALSE(std::filesystem::exists(small / "here/big"));
+  EXPECT_FALSE(std::filesystem::exists(small / "here/c")) << "the run ended there";
 }
 
 // The aliases come from the hosts file of a mount namespace of its own, so that the machine's stays as it is.
