@@ -55,7 +55,7 @@ class HtmlReader {
       ReadTag(tag, text);
     }
     m_builder.Finish();
-    return m_builder.Take(m_signs.SayListing() || IsPlainList());
+    return m_builder.Take(!m_signs.IsPart() && (m_signs.SayListing() || IsPlainList()));
   }
 
  private:

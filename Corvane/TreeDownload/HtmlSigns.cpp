@@ -25,6 +25,33 @@ char ApacheColumn(std::string_view query) {
   return isOrder ? query[2] : '\0';
 }
 
+// What a query asks of the page that it is on.
+enum class QueryUse { Order, Part, Other };
+
+QueryUse UseOfKey(std::string_view key) {
+  constexpr std::string_view kOrders[] = {"sort", "order", "sortby",    "orderby", "sort_by", "order_by",
+                                          "by",   "dir",   "direction", "asc",     "desc",    "c",
+                                          "o",    "n",     "m",         "s",       "d"};
+  constexpr std::string_view kParts[] = {
+      "page", "p",     "pg",     "offset", "start", "skip",        "limit",
+      "from", "after", "cursor", "marker", "token", "start-after", "continuation-token"};
+  const auto isKey = [&](std::string_view known) { return IsLowered(key, known); };
+  if (std::any_of(std::begin(kParts), std::end(kParts), isKey)) return QueryUse::Part;
+  return std::any_of(std::begin(kOrders), std::end(kOrders), isKey) ? QueryUse::Order : QueryUse::Other;
+}
+
+QueryUse UseOf(std::string_view query) {
+  QueryUse use = QueryUse::Order;
+  while (!query.empty()) {
+    const std::size_t end = query.find_first_of("&;");
+    const QueryUse key = UseOfKey(query.substr(0, std::min(end, query.find('='))));
+    if (key == QueryUse::Part) return key;
+    if (key == QueryUse::Other) use = key;
+    query.remove_prefix(end == query.npos ? query.size() : end + 1);
+  }
+  return use;
+}
+
 }  // namespace
 
 HtmlSigns::HtmlSigns(std::string_view host, std::string_view server)
@@ -47,7 +74,10 @@ void HtmlSigns::AddHeading(std::string_view text, bool isTitle) {
 
 void HtmlSigns::AddLink(const PageLink& link) {
   if (link.kind == PageLink::Kind::Other) m_hasOther = true;
-  if (link.kind != PageLink::Kind::Itself) return;
+  if (link.kind != PageLink::Kind::Itself || link.text.empty()) return;
+  const QueryUse use = UseOf(link.text);
+  if (use == QueryUse::Part) m_isPart = true;
+  if (use == QueryUse::Other) m_hasOther = true;
   // No other page has this word.
   if (link.text.find("sort=namedirfirst") != std::string::npos) m_isCaddy = true;
   const char column = ApacheColumn(link.text);

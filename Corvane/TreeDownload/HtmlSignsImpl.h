@@ -21,6 +21,8 @@ class HtmlSigns {
 
   // The page is made by a program that shows directories.
   [[nodiscard]] bool SayListing() const noexcept { return m_hasTitle || m_isIis || m_isCaddy || !m_orders.empty(); }
+  // There are more such pages of the directory; none of them alone is its listing.
+  [[nodiscard]] bool IsPart() const noexcept { return m_isPart; }
   [[nodiscard]] bool IsIis() const noexcept { return m_isIis; }
   [[nodiscard]] bool IsCaddy() const noexcept { return m_isCaddy; }
   // By a column of Apache's: N, M, S, D.
@@ -37,6 +39,7 @@ class HtmlSigns {
   std::string m_title;
   std::string m_orders;
   bool m_hasTitle = false;
+  bool m_isPart = false;
   bool m_isIis = false;
   bool m_isCaddy = false;
   bool m_hasParent = false;

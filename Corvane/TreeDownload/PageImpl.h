@@ -55,9 +55,11 @@ inline constexpr std::size_t kMostPageUrlLength = 16384;
 //   - a title or heading is "Index of", "Directory listing for" or "Listing of" and a path;
 //   - title and heading are alike "HOST - /PATH/", as IIS writes them;
 //   - an anchor orders the page as Apache or Caddy do ("?C=N;O=D", "?sort=namedirfirst&order=desc");
-//   - nothing is left out for where it leads, every entry is shown by its name (whole, or cut as servers cut long ones)
-//     in the text of an anchor, and there is an entry, or a link that calls itself the parent directory. So the list of
-//     an unknown server counts, and a home page does not that leads to files below under its own words.
+//   - nothing is left out for where it leads, no link asks more of the page itself than an order, and every entry is
+//     shown by its name (whole, or cut as servers cut long ones) in the text of an anchor; and there is an entry, or a
+//     link that calls itself the parent directory. So the list of an unknown server counts, and a home page does not
+//     that leads to files below under its own words.
+// A page with a link to itself that asks for another part of it ("?page=2") is never a listing: it is not the whole.
 [[nodiscard]] Page ReadHtmlPage(std::string_view page, std::string_view url, std::string_view server,
                                 std::size_t mostEntries);
 

@@ -108,11 +108,6 @@ std::string Printable(std::string_view utf8) {
   return printed;
 }
 
-std::string WithoutPeriod(std::string message) {
-  while (!message.empty() && (message.back() == '.' || message.back() == '\n')) message.pop_back();
-  return message;
-}
-
 std::size_t DisplayWidth(std::string_view utf8) {
   std::size_t columns = 0;
   const ZString text = FromUtf8(utf8);

@@ -29,9 +29,6 @@ namespace CorvaneCli {
 // characters that the locale cannot express become \x{N} with their number in hexadecimal.
 [[nodiscard]] std::string Printable(std::string_view utf8);
 
-// A message without the period, and the line feed, at its end: for a place in a longer one.
-[[nodiscard]] std::string WithoutPeriod(std::string message);
-
 // Number of terminal columns that `utf8` takes.
 [[nodiscard]] std::size_t DisplayWidth(std::string_view utf8);
 // The beginning of `utf8` that fits into `columns`, ended by "..." when something was cut off.

@@ -88,6 +88,9 @@ TEST(HtmlSigns, AListOfAnUnknownServer) {
       {"a link to get each", R"(<a href="a">a</a> <a href="a">Download</a>)", true},
       {"leading around, too", R"(<a href="/">Home</a><a href="https://other.example/">x</a><a href="a">a</a>)", true},
       {"a name that is refused", R"(<a href="a">a</a><a href="b%2fc">b/c</a>)", true},
+      {"links that order it", R"(<a href="?sort=size&order=desc">Size</a><a href="?M=A">Time</a><a href="a">a</a>)",
+       true},
+      {"an empty query", R"(<a href="?">again</a><a href="a">a</a>)", true},
       {"blanks around a name", R"(<a href="%20a%20"> a </a>)", true},
   });
 }
@@ -104,8 +107,23 @@ TEST(HtmlSigns, AHomePageIsNoListing) {
       {"a name, and another page of the server", R"(<a href="a">a</a><a href="/about.html">about</a>)", false},
       {"a name, and one further below", R"(<a href="a">a</a><a href="b/c">b/c</a>)", false},
       {"a name, and one with a query", R"(<a href="a">a</a><a href="b?c">b</a>)", false},
+      {"a name, and a query of the page", R"(<a href="a">a</a><a href="?download=zip">all</a>)", false},
       {"a name cut to nothing", R"(<a href="a">...</a><a href="b">..</a>)", false},
       {"another name cut", R"(<a href="a-long-name">b-long...</a>)", false},
+  });
+}
+
+// What is on the other pages would be taken for gone.
+TEST(HtmlSigns, APartOfAListingIsNone) {
+  const std::string index = "<title>Index of /pub/dir/</title>";
+  ExpectListing({
+      {"the next page", index + R"(<a href="?page=2">next</a>)", false},
+      {"the next page, by its path", index + R"(<a href="/pub/dir/?Page=2">next</a>)", false},
+      {"the next page in an order", index + R"(<a href="?C=N;O=D&amp;offset=100">next</a>)", false},
+      {"a limit", R"(<a href="?sort=namedirfirst&order=desc&limit=100">Name</a>)", false},
+      {"of an unknown server", R"(<a href="a">a</a><a href="?start=100">100</a>)", false},
+      {"the next page of another one", index + R"(<a href="../?page=2">next</a>)", true},
+      {"a word with such a beginning", index + R"(<a href="?pages">all</a>)", true},
   });
 }
 

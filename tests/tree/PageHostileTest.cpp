@@ -13,7 +13,7 @@ namespace {
 
 using Corvane::Page;
 
-constexpr std::size_t kLength = 8U << 20U;
+constexpr std::size_t kLength = 2U << 20U;
 
 std::string Repeated(std::string_view text, std::size_t length = kLength) {
   std::string repeated;
@@ -47,7 +47,7 @@ TEST(PageHostile, ManyOfOneThing) {
 }
 
 TEST(PageHostile, ManyLinksForTheSlowParser) {
-  const Page page = Read(Repeated("<a href=\"a/b\"><a href=\"c/d\">", kLength / 4));
+  const Page page = Read(Repeated("<a href=\"a/b\"><a href=\"c/d\">"));
   EXPECT_GT(page.leftOut, 100000U);
   EXPECT_EQ(page.leftOutNames.size(), Corvane::kMostLeftOutPageNames);
 }
@@ -65,9 +65,9 @@ TEST(PageHostile, ALongName) {
 }
 
 TEST(PageHostile, ALongPath) {
-  const std::string path = Repeated("../x/", 1U << 20U);
-  EXPECT_EQ(Read("<a href=\"" + path + "\">").leftOut, 1U);
-  EXPECT_EQ(Read("<a href=\"" + Repeated("./", 1U << 20U) + "a\">").entries.size(), 1U);
+  constexpr std::size_t kPathLength = 1U << 17U;
+  EXPECT_EQ(Read("<a href=\"" + Repeated("../x/", kPathLength) + "\">").leftOut, 1U);
+  EXPECT_EQ(Read("<a href=\"" + Repeated("./", kPathLength) + "a\">").entries.size(), 1U);
 }
 
 TEST(PageHostile, ListingsInNoFormat) {
