@@ -41,9 +41,8 @@ class Handler(http.server.SimpleHTTPRequestHandler):
 
     def list_directory(self, path):
         """The page of common web servers: one link a line, in a preformatted block. Python's own list has none."""
-        links = "".join(
-            f'<a href="{urllib.parse.quote(name)}">{html.escape(name)}</a>\n' for name in sorted(os.listdir(path))
-        )
+        names = [name + "/" * os.path.isdir(os.path.join(path, name)) for name in sorted(os.listdir(path))]
+        links = "".join(f'<a href="{urllib.parse.quote(name)}">{html.escape(name)}</a>\n' for name in names)
         page = f'<html><body><pre><a href="../">../</a>\n{links}</pre></body></html>'.encode()
         self.send_response(200)
         self.send_header("Content-Length", str(len(page)))
@@ -190,6 +189,27 @@ def check_post_form(program, url, folder):
     done = run(program, url, "name=J\u00fcrgen & Co", "empty=")
     expect(done.stdout == "empty=&name=J%C3%BCrgen+%26+Co\n", "another body was posted", done)
     expect_tls_reason(program, folder, lambda secure: [secure, "a=b"])
+
+
+def check_sync(program, url, folder):
+    contents = {"a.txt": b"first", "sub/gr\u00fc\u00df e.txt": b"second", "sub/deep/left.out": b"not wanted"}
+    for name, content in contents.items():
+        file = folder / "site" / name
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_bytes(content)
+    target = folder / "tree"
+    done = run(program, url, str(target), "*.out")
+    expect(done.returncode == 0, "the tree failed", done)
+    expect(done.stdout == "2 files to fetch\n2 fetched, 0 continued, 0 kept, 0 failed\n", "the summary is wrong", done)
+    del contents["sub/deep/left.out"]
+    here = {str(path.relative_to(target)): path.read_bytes() for path in target.rglob("*") if path.is_file()}
+    expect(here == contents, f"the tree holds {here}", done)
+
+    done = run(program, url, str(target), "*.out")
+    expect(done.stdout == "0 files to fetch\n0 fetched, 0 continued, 2 kept, 0 failed\n", "it was fetched again", done)
+    done = run(program, url + "missing/", str(target))
+    expect(done.returncode == 1 and "404" in done.stderr, "a missing directory was synced", done)
+    expect_tls_reason(program, folder, lambda secure: [secure, str(target)])
 
 
 def check_watch(program, url, folder):

@@ -285,7 +285,7 @@ TEST(Options, AreTakenOneByOneTogetherAndWithAnEqualsSign) {
 }
 
 TEST(Options, MayHaveTheNameOfACommandForAValue) {
-  const ProgramResult result = RunCorvane({"post", RefusedUrl(), "--data", "get", "--type", "mirror"});
+  const ProgramResult result = RunCorvane({"post", RefusedUrl(), "--data", "get", "--user-agent", "mirror"});
   EXPECT_EQ(result.exitCode, 1) << result.Describe();
 }
 

@@ -16,6 +16,7 @@
 #include "tests/loopback/TransferTesting.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
+#include "tests/tree/TreeFiles.h"
 
 // What the tests of ZTreeDownload share.
 namespace CorvaneTest {
@@ -24,18 +25,6 @@ using Corvane::ZTreeDownload;
 using Corvane::ZTreeOptions;
 using Action = ZTreeDownload::Action;
 using Reason = ZTreeDownload::Reason;
-
-// Content by path below a directory; a path that ends with a slash is an empty folder.
-using TreeFiles = std::map<std::string, std::string>;
-
-// Folders in folders, empty ones, files of 0 bytes to some 100 KiB, and names of every kind that URLs and pages have trouble with.
-TreeFiles MakeAwkwardTree();
-
-// The files' times lie in the past and differ from each other.
-void WriteTree(const std::filesystem::path& folder, const TreeFiles& tree);
-TreeFiles ReadTree(const std::filesystem::path& folder);
-// Whether it holds these files and folders and nothing else.
-testing::AssertionResult HoldsTree(const std::filesystem::path& folder, const TreeFiles& tree);
 
 // Everything that is told of a run.
 struct TreeResult {

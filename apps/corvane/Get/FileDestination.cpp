@@ -233,9 +233,7 @@ bool FileDestination::Finish(Session& session, Report& report) {
   return true;
 }
 
-void FileDestination::Fail(Session& session, Report& report) {
-  session.Fail(kCannotGet, &m_file, IsProven(), report);
-}
+void FileDestination::Fail(Session& session, Report& report) { session.Fail(kCannotGet, &m_file, IsProven(), report); }
 
 }  // namespace
 
