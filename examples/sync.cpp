@@ -50,7 +50,8 @@ int main(int argc, char** argv) {
   std::thread watcher([&] {
     while (!isOver) {
       const Corvane::ZTreeDownload::Statistics now = tree.GetStatistics();
-      std::fprintf(stderr, "\r%zu of %zu files, %zu under way ", now.filesFetched + now.filesResumed, now.filesToFetch, now.inFlight);
+      std::fprintf(stderr, "\r%zu of %zu files, %zu under way ", now.filesFetched + now.filesResumed, now.filesToFetch,
+                   now.inFlight);
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
   });
@@ -59,7 +60,7 @@ int main(int argc, char** argv) {
   watcher.join();
 
   const Corvane::ZTreeDownload::Statistics files = tree.GetStatistics();
-  std::printf("%zu fetched, %zu continued, %zu kept, %zu failed\n", files.filesFetched, files.filesResumed, files.filesKept,
-              files.filesFailed);
+  std::printf("%zu fetched, %zu continued, %zu kept, %zu failed\n", files.filesFetched, files.filesResumed,
+              files.filesKept, files.filesFailed);
   return Corvane::IsFailure(result) ? 1 : 0;
 }

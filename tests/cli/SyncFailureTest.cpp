@@ -168,12 +168,17 @@ TEST(SyncFailure, NamesTheFirstTwentyAndCountsTheRest) {
 }
 
 TEST(SyncFailure, FailFastEndsAtTheFirst) {
-  const ScriptedServer server(KeepAlive(Directory({{"a", Content("a")}, {"b", Status(404)}, {"c", Content("c")}})));
+  const ScriptedServer server(
+      KeepAlive(Directory({{"a", Content("a")}, {"b", Status(404)}, {"c", Content("c")}, {"d", Content("d")}})));
   const TempDir folder;
   const ProgramResult result = RunSync(server.Url("/d/"), folder / "here", {"--fail-fast", "--connections", "1"});
   EXPECT_EQ(result.exitCode, 1) << result.Describe();
   EXPECT_EQ(TreeIn(folder / "here"), (Tree{{"a", "a"}}));
-  EXPECT_THAT(PathsAskedOf(server), ElementsAre("/d/", "/d/a", "/d/b"));
+  // The next file may be under way when the answer is looked at, and is given up.
+  const std::vector<std::string> asked = PathsAskedOf(server);
+  ASSERT_GE(asked.size(), 3U);
+  EXPECT_THAT(std::vector<std::string>(asked.begin(), asked.begin() + 3), ElementsAre("/d/", "/d/a", "/d/b"));
+  EXPECT_THAT(asked, testing::Not(testing::Contains("/d/d")));
 }
 
 TEST(SyncFailure, CountsWhatIsLeftOutAndNamesItInTheLog) {

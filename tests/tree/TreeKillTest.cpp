@@ -1,5 +1,5 @@
-#include <gmock/gmock.h>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/stat.h>
 
@@ -50,7 +50,9 @@ class CorvaneSyncKilled : public testing::Test {
       if (path.starts_with(".corvane") || path.ends_with('/')) continue;
       const std::vector<std::string>& versions = m_versions.at(path);
       const bool isWhole = std::find(versions.rbegin(), versions.rend(), content) != versions.rend();
-      if (!isWhole) return testing::AssertionFailure() << path << " with " << content.size() << " bytes is no version of its source";
+      if (!isWhole)
+        return testing::AssertionFailure()
+               << path << " with " << content.size() << " bytes is no version of its source";
     }
     return testing::AssertionSuccess();
   }
