@@ -132,11 +132,11 @@ ZResult Impl::SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, co
   });
 }
 
-// Ends a run however it ends: whoever waits may go, and may destroy the object.
+// Ends a run however it ends: whoever waits may go, and may destroy the object. So the outcome is taken out of it before.
 class RunBracket {
  public:
-  RunBracket(Progress& progress, ZEvent& idle, ZMutex& endStep)
-      : m_progress(progress), m_idle(idle), m_endStep(endStep) {
+  RunBracket(Progress& progress, ZEvent& idle, ZMutex& endStep, ZResult& outcome)
+      : m_progress(progress), m_idle(idle), m_endStep(endStep), m_outcome(outcome) {
     const MutexGuard guard(m_endStep);
     m_isOn = m_progress.Begin();
     if (m_isOn) m_idle.Reset();
@@ -145,6 +145,7 @@ class RunBracket {
     if (!m_isOn) return;
     const MutexGuard guard(m_endStep);
     m_progress.End();
+    m_outcome = m_progress.Status();
     m_idle.Set();
   }
   RunBracket(const RunBracket&) = delete;
@@ -155,23 +156,26 @@ class RunBracket {
   Progress& m_progress;
   ZEvent& m_idle;
   ZMutex& m_endStep;
+  ZResult& m_outcome;
   bool m_isOn = false;
 };
 
 ZResult Impl::Run(const ZString& url, const ZString& dir, bool isPlan) {
+  ZResult outcome = BASE_E_IN_USE;
+  const ZStringEncoder directory(dir, ZStringEncoder::Local);
+  ZUrl address = url;
+  if (address.GetProtocol().IsEmpty()) address.SetProtocol(L"http");
+  const std::string text = Utf8Of(address.ToString());
   {
-    const RunBracket bracket(m_progress, m_idle, m_endStep);
+    const RunBracket bracket(m_progress, m_idle, m_endStep, outcome);
     if (!bracket.IsOn()) return BASE_E_IN_USE;
-    const ZStringEncoder directory(dir, ZStringEncoder::Local);
-    ZUrl address = url;
-    if (address.GetProtocol().IsEmpty()) address.SetProtocol(L"http");
     if (directory.CStr() == nullptr || directory.Length() == 0) {
       m_progress.Fail(BASE_E_INVALID_NAME, ZGetErrorMsg(BASE_E_INVALID_NAME));
     } else {
-      RunWithin(Utf8Of(address.ToString()), directory.CStr(), isPlan);
+      RunWithin(text, directory.CStr(), isPlan);
     }
   }
-  return m_progress.Status();
+  return outcome;
 }
 
 // Memory that runs out is an outcome like any other; an exception of the host's code goes on to the caller.
