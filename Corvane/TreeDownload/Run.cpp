@@ -20,7 +20,13 @@ ZString ShownPath(const std::string& path) { return ZStringDecoder::FromUtf8(pat
 TreeRun::TreeRun(const TreeSettings& settings, Progress& progress, bool isPlan)
     : m_settings(settings), m_progress(progress), m_isPlan(isPlan), m_filter(settings.include, settings.exclude) {}
 
-TreeRun::~TreeRun() { m_progress.SetWakeUp(nullptr); }
+TreeRun::~TreeRun() { LetGoOfConnections(); }
+
+// An abort wakes them up, on another thread.
+void TreeRun::LetGoOfConnections() {
+  m_progress.SetWakeUp(nullptr);
+  m_connections.reset();
+}
 
 bool TreeRun::IsStopped() const noexcept { return m_isStopped || m_progress.IsAborted(); }
 
@@ -44,7 +50,7 @@ void TreeRun::Run(const std::string& url, const char* directory) {
     if (isRoomThere && MayGoOn()) FetchFiles();
     if (isRoomThere && MayGoOn()) DeleteFiles();
     // Before another run may come.
-    m_connections.reset();
+    LetGoOfConnections();
     Tidy();
   }
   if (m_progress.IsAborted()) m_progress.Fail(TRANSFER_E_ABORTED, ZGetErrorMsg(TRANSFER_E_ABORTED));

@@ -79,6 +79,7 @@ class TreeRun final : public ConnectionsOwner {
 
   // Run.cpp
   bool Begin(const std::string& url, const char* directory);
+  void LetGoOfConnections();
   void Fail(ZResult code, const ZString& text);
   void Report(const Item& item);
   void Finish(const Item& item, std::size_t ZTreeDownload::Statistics::*count);
