@@ -37,7 +37,7 @@ class CorvaneSyncKilled : public testing::Test {
     const fs::path file = server.RootDir() / "pub" / PathOf(i);
     const fs::path successor = server.RootDir() / "successor";
     WriteFile(successor, versions.back());
-    const auto time = static_cast<std::time_t>(1500000000 + versions.size());
+    const auto time = static_cast<std::time_t>(1500000000 + 100 * versions.size());  // nginx shows minutes
     const timespec times[2] = {{time, 0}, {time, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, successor.c_str(), times, 0), 0);
     fs::create_directories(file.parent_path());
