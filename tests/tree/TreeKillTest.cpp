@@ -75,6 +75,10 @@ TEST_F(CorvaneSyncKilled, AHundredTimesHoldsWholeFilesAtEachMomentAndIsCompleted
   for (int round = 0; killed < kKills; ++round) {
     ASSERT_LT(round, 10 * kKills);
     const auto program = StartCorvane(Arguments());
+    // What is left of a run that was killed is there at once; then it is at its beginning, too, that the next one is killed.
+    const Deadline deadline = After(kPatience);
+    while (!fs::exists(Target() / ".corvane") && program->IsRunning() && Clock::now() < deadline)
+      std::this_thread::yield();
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 250000));
     program->Kill(SIGKILL);
     const std::optional<ProgramResult> result = program->Wait();
