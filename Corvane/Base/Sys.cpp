@@ -49,18 +49,20 @@ bool IsKnownMode(const char* mode) noexcept {
   return true;
 }
 
-// What fopen(3) makes of a mode for open(2).
+// What fopen(3) makes of a mode for open(2), but for O_TRUNC: see MakeEmpty.
 int OpenFlags(const char* mode) noexcept {
   const bool isForUpdate = std::strchr(mode, '+') != nullptr;
   if (*mode == 'r') return isForUpdate ? O_RDWR : O_RDONLY;
   const int access = isForUpdate ? O_RDWR : O_WRONLY;
   const int exclusive = std::strchr(mode, 'x') != nullptr ? O_EXCL : 0;
-  return access | O_CREAT | exclusive | (*mode == 'w' ? O_TRUNC : O_APPEND);
+  return access | O_CREAT | exclusive | (*mode == 'w' ? 0 : O_APPEND);
 }
 
-bool IsDirectory(int descriptor) noexcept {
-  struct stat status {};
-  return fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+// Takes away what an opened file holds, as O_TRUNC does; of what is no file, that flag takes nothing. A file that is empty is
+// left alone: ext4 takes each truncation for the beginning of a replacement and sends all that is written afterwards to the disk
+// within close(2), which cost a download of 1 GiB into a new file up to half a second.
+bool MakeEmpty(int descriptor, const struct stat& status) noexcept {
+  return !S_ISREG(status.st_mode) || status.st_size == 0 || ftruncate(descriptor, 0) == 0;
 }
 
 bool IsRegularFile(const char* path) noexcept {
@@ -104,8 +106,11 @@ ZResult Fopen(std::FILE** file, const char* path, const char* mode) noexcept {
   if (!IsKnownMode(mode)) return ResultFromErrno(EINVAL);
   Descriptor descriptor(OpenWithoutPeer(path, OpenFlags(mode) | O_CLOEXEC));
   if (descriptor.Get() < 0) return LastFailure();
+  struct stat status {};
+  if (fstat(descriptor.Get(), &status) != 0) return LastFailure();
   // The system opens a directory for reading and lets only the reads fail; for writing it refuses by itself.
-  if (IsDirectory(descriptor.Get())) return ResultFromErrno(EISDIR);
+  if (S_ISDIR(status.st_mode)) return ResultFromErrno(EISDIR);
+  if (*mode == 'w' && !MakeEmpty(descriptor.Get(), status)) return LastFailure();
   if (!ClearNonBlocking(descriptor.Get())) return LastFailure();
 
   errno = 0;

@@ -3,13 +3,13 @@
 import filecmp
 import os
 import random
-import shutil
 import statistics
 import subprocess
 import sys
 import time
 
 from questions.servers import Nginx, Vsftpd
+from questions.sync_runs import put_aside
 
 
 def mirror_commands(program, url, target):
@@ -25,7 +25,7 @@ def mirror_commands(program, url, target):
 
 def run_mirror(command, source, target):
     """Wall clock and CPU of one run, which counts only when every file has arrived whole."""
-    shutil.rmtree(target, ignore_errors=True)
+    put_aside(target)
     begin = time.monotonic()
     process = subprocess.Popen(command, stdout=subprocess.DEVNULL)
     _, status, usage = os.wait4(process.pid, 0)

@@ -22,11 +22,11 @@ bool Fails(int failure) {
   return failure != 0;
 }
 
-// The mode in which fopen(3) opens a file with these flags.
+// The mode for which the library opens a file with these flags. What is there it takes away in a step of its own.
 std::string LettersOf(int flags) {
   const std::string update = (flags & O_ACCMODE) == O_RDWR ? "+" : "";
   if ((flags & O_APPEND) != 0) return "a" + update;
-  return ((flags & O_TRUNC) != 0 ? "w" : "r") + update;
+  return ((flags & O_CREAT) != 0 ? "w" : "r") + update;
 }
 
 }  // namespace

@@ -120,6 +120,33 @@ TEST(Fopen, OpensInEveryModeOfFopen) {
   }
 }
 
+// Its time tells whether the file was truncated. See MakeEmpty in Sys.cpp for what that would cost.
+TEST(Fopen, TruncatesOnlyAFileThatHoldsSomething) {
+  constexpr timespec kLongAgo[] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
+  for (const std::string_view content : {"", "old"}) {
+    const TempDir dir;
+    const std::filesystem::path path = dir / "file";
+    WriteFile(path, content);
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), kLongAgo, 0), 0);
+    const Stream stream = Open(path, "w");
+    ASSERT_NE(stream, nullptr);
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, 0) << content;
+    EXPECT_EQ(status.st_mtime == kLongAgo[1].tv_sec, content.empty()) << content;
+  }
+}
+
+TEST(Fopen, TruncatesTheFileBehindALink) {
+  const TempDir dir;
+  WriteFile(dir / "file", "old");
+  std::filesystem::create_symlink("file", dir / "link");
+  const Stream stream = Open(dir / "link", "w");
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(ReadFile(dir / "file"), "");
+  EXPECT_TRUE(std::filesystem::is_symlink(dir / "link"));
+}
+
 TEST(Fopen, ReadsWhatIsThere) {
   const TempDir dir;
   WriteFile(dir / "file", "content");
