@@ -68,7 +68,7 @@ install(
 # Where the links in the README lead.
 install(
   FILES "${PROJECT_SOURCE_DIR}/docs/downloading.md" "${PROJECT_SOURCE_DIR}/docs/listings.md" "${PROJECT_SOURCE_DIR}/docs/mirror.md"
-        "${PROJECT_SOURCE_DIR}/docs/sync.md" "${PROJECT_SOURCE_DIR}/docs/threads.md" "${PROJECT_SOURCE_DIR}/docs/tree.md"
-        "${PROJECT_SOURCE_DIR}/docs/transfer-options.md"
+        "${PROJECT_SOURCE_DIR}/docs/reliability.md" "${PROJECT_SOURCE_DIR}/docs/sync.md" "${PROJECT_SOURCE_DIR}/docs/threads.md"
+        "${PROJECT_SOURCE_DIR}/docs/transfer-options.md" "${PROJECT_SOURCE_DIR}/docs/tree.md"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
   COMPONENT devel)

@@ -1,6 +1,8 @@
 # corvane_configure_target(<target>): the settings that every target built here shares. All of them are PRIVATE, so
 # that a consumer never inherits our warnings or hardening.
 #
+# A folder that sets CORVANE_COMPILE_QUICKLY has its own targets compiled without optimisation.
+#
 # corvane_configure_library(<target>): in addition, soname and install rules of a shared library whose public headers are
 # in its file set HEADERS.
 
@@ -65,6 +67,10 @@ function(corvane_configure_target target)
   _corvane_harden(${target})
   _corvane_make_reproducible(${target})
   _corvane_instrument(${target})
+  if(CORVANE_COMPILE_QUICKLY)
+    # Last of all options, so that it holds. The fortified functions need the optimiser.
+    target_compile_options(${target} PRIVATE -O0 -U_FORTIFY_SOURCE)
+  endif()
 endfunction()
 
 function(_corvane_harden target)

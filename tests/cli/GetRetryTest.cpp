@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
+#include <atomic>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/cli/CliTesting.h"
@@ -118,14 +121,20 @@ TEST(Retry, ContinuesAFileWhereTheConnectionBroke) {
   EXPECT_EQ(server.Requests()[2].Header("Range"), "bytes=1436-");
 }
 
+// The program may ask again before the thread of the first answer goes on, so that the second one brings the change along.
+Responder ChangedBeforeTheSecondAnswer(VersionedFile& file, VersionedFile::Version next) {
+  return [&file, next = std::move(next), asked = std::make_shared<std::atomic<int>>(0)](Connection& peer,
+                                                                                        const Request& request) {
+    if (asked->fetch_add(1) == 1) file.Change(next);
+    file.Serve()(peer, request);
+  };
+}
+
 TEST(Retry, MixesNothingWhenTheFileChangesMeanwhile) {
   const std::string changed = MakePattern(6000, 2);
   VersionedFile file(Tagged(MakePattern(5000, 1), "v1"));
   file.BreakAfter({1000});
-  const ScriptedServer server(KeepAlive([&](Connection& peer, const Request& request) {
-    file.Serve()(peer, request);
-    file.Change(Tagged(changed, "v2"));
-  }));
+  const ScriptedServer server(KeepAlive(ChangedBeforeTheSecondAnswer(file, Tagged(changed, "v2"))));
   const TempDir folder;
   const ProgramResult result = Get(server.Url(), {"-o", folder / "f"});
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
@@ -156,10 +165,7 @@ TEST(Retry, EndsAStreamThatNothingProvesTheRestOf) {
   for (const auto& [before, after] : changes) {
     VersionedFile file(before);
     file.BreakAfter({1000});
-    const ScriptedServer server(KeepAlive([&, next = after](Connection& peer, const Request& request) {
-      file.Serve()(peer, request);
-      file.Change(next);
-    }));
+    const ScriptedServer server(KeepAlive(ChangedBeforeTheSecondAnswer(file, after)));
     const ProgramResult result = Get(server.Url(), {});
     EXPECT_EQ(result.exitCode, 1) << result.Describe();
     EXPECT_TRUE(result.out == content.substr(0, 1000));
@@ -178,10 +184,7 @@ TEST(Retry, OfAStreamSaysWhyItsRestDoesNotCome) {
   for (const auto& [after, reason] : cases) {
     VersionedFile file(Tagged(content, "v1"));
     file.BreakAfter({1000});
-    const ScriptedServer server(KeepAlive([&, next = after](Connection& peer, const Request& request) {
-      file.Serve()(peer, request);
-      file.Change(next);
-    }));
+    const ScriptedServer server(KeepAlive(ChangedBeforeTheSecondAnswer(file, after)));
     EXPECT_THAT(Get(server.Url(), {}).err, HasSubstr(reason));
   }
 }

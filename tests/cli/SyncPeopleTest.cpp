@@ -64,6 +64,7 @@ TEST(SyncInterrupt, KeepsWhatCameAndTheSameCommandGoesOn) {
   const std::string here = folder / "here";
   const auto program = StartCorvane({"sync", site.Url(), here, "--json"});
   ASSERT_TRUE(AwaitPartIn(here, 100000)) << program->ErrorOutput();
+  ASSERT_TRUE(AwaitFile(folder / "here/a")) << program->ErrorOutput();
   program->Kill(SIGINT);
   const auto interrupted = program->Wait();
   ASSERT_TRUE(interrupted.has_value());

@@ -75,4 +75,13 @@ testing::AssertionResult AwaitPartIn(const fs::path& folder, std::uintmax_t size
   return testing::AssertionFailure() << "nothing of " << size << " bytes is under way in " << folder;
 }
 
+testing::AssertionResult AwaitFile(const fs::path& path) {
+  const Deadline deadline = After(kPatience);
+  while (Clock::now() < deadline) {
+    if (fs::exists(path)) return testing::AssertionSuccess();
+    std::this_thread::yield();
+  }
+  return testing::AssertionFailure() << path << " is not there";
+}
+
 }  // namespace CorvaneTest

@@ -33,4 +33,7 @@ void PublishTree(const std::filesystem::path& folder, const Tree& tree, std::chr
 // Returns when what is under way in `folder` is a file of at least `size` bytes.
 [[nodiscard]] testing::AssertionResult AwaitPartIn(const std::filesystem::path& folder, std::uintmax_t size);
 
+// Returns when the file is there.
+[[nodiscard]] testing::AssertionResult AwaitFile(const std::filesystem::path& path);
+
 }  // namespace CorvaneTest
