@@ -1,13 +1,11 @@
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 #include <functional>
 #include <optional>
-#include <string>
-#include <thread>
+#include <utility>
 
+#include "tests/frame/BlockedCall.h"
 #include "tests/mirror/FetchLoopTesting.h"
 
 // The moments at which a run begins and ends, each held still while another thread does something.
@@ -16,45 +14,6 @@ namespace {
 
 using namespace Corvane;
 using testing::ElementsAre;
-
-// Another thread, and whether it has come to where it must wait.
-class Beside {
- public:
-  explicit Beside(std::function<void()> steps)
-      : m_thread([this, steps = std::move(steps)] {
-          m_id = gettid();
-          steps();
-          m_isDone = true;
-        }) {}
-  ~Beside() { m_thread.join(); }
-  Beside(const Beside&) = delete;
-  Beside& operator=(const Beside&) = delete;
-
-  // Returns once the thread sleeps, or is done with its steps and so has not waited.
-  bool IsWaiting() const {
-    int asleep = 0;
-    EXPECT_TRUE(WaitUntil([&] {
-      asleep = IsAsleep() ? asleep + 1 : 0;
-      return m_isDone || asleep == 5;  // a thread may sleep for a moment for reasons of its own
-    }));
-    return !m_isDone;
-  }
-
- private:
-  // The state stands behind the name, which ends with the last parenthesis.
-  bool IsAsleep() const {
-    if (m_id == 0) return false;
-    std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    const std::size_t name = line.rfind(')');
-    return name != std::string::npos && line.substr(name + 1, 2) == " S";
-  }
-
-  std::atomic<int> m_id{0};
-  std::atomic<bool> m_isDone{false};
-  std::thread m_thread;  // last: uses the others
-};
 
 class RunBracket : public FetchLoop {
  protected:
@@ -67,7 +26,7 @@ class RunBracket : public FetchLoop {
     };
   }
 
-  std::optional<Beside> m_other;
+  std::optional<BlockedCall> m_other;
 };
 
 // The second has seen that nothing runs. Only within the lock does it see the first.
@@ -76,7 +35,7 @@ TEST_F(RunBracket, OfTwoRunsThatBeginAtOnceTheSecondIsRefused) {
   std::atomic<ZResult> second{BASE_S_OK};
   AtTheBeginning([&] {
     m_other.emplace([&] { second = m_mirror.Download(Wide(Url()), Wide(Folder()), false); });
-    EXPECT_TRUE(m_other->IsWaiting());
+    EXPECT_TRUE(m_other->IsBlocked());
   });
   EXPECT_THAT(Run({{L"a", 1}}), IsCode(TRANSFER_S_FINISHED));
   m_other.reset();
@@ -88,7 +47,7 @@ TEST_F(RunBracket, OfTwoRunsThatBeginAtOnceTheSecondIsRefused) {
 // Whoever has waited may destroy the object, so nobody may be inside it any more.
 TEST_F(RunBracket, AWaitReturnsOnlyWhenNobodyHoldsTheObject) {
   Serve(Files{{"a", "1"}});
-  AtTheBeginning([&] { EXPECT_TRUE(m_other.emplace([&] { EXPECT_TRUE(m_mirror.Wait(0xFFFFFFFF)); }).IsWaiting()); });
+  AtTheBeginning([&] { EXPECT_TRUE(m_other.emplace([&] { EXPECT_TRUE(m_mirror.Wait(0xFFFFFFFF)); }).IsBlocked()); });
   EXPECT_THAT(Run({{L"a", 1}}), IsCode(TRANSFER_S_FINISHED));
   m_other.reset();
 }
@@ -101,7 +60,7 @@ TEST_F(RunBracket, EndsUnderTheLockAndWakesBeforeItIsFree) {
     if (m_mirror.GetStatus() != TRANSFER_E_INVALID_URL) return;  // other events, and the run's when it begins
     ++ends;
     EXPECT_THAT(m_mirror.SetSSL(false, false, L"", L""), IsCode(BASE_E_BUSY)) << "looks at the flag alone";
-    EXPECT_TRUE(m_other.emplace([&] { static_cast<void>(m_mirror.GetDownloadTime()); }).IsWaiting());
+    EXPECT_TRUE(m_other.emplace([&] { static_cast<void>(m_mirror.GetDownloadTime()); }).IsBlocked());
   };
   EXPECT_THAT(m_mirror.Download(L"http://", Wide(Folder()), false), IsCode(TRANSFER_E_INVALID_URL));
   EXPECT_EQ(ends, 1);
