@@ -106,7 +106,7 @@ std::optional<TreeRun::Expected> TreeRun::ExpectedChecksum(const Wanted& wanted)
     }
     const TreeFolder& folder = m_tree->Folder(number);
     if (folder.parent == number) return std::nullopt;
-    name = folder.name + '/' + name;
+    name.insert(0, 1, '/').insert(0, folder.name);
     number = folder.parent;
   }
 }
