@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 
 #include <Corvane/Base/Container.h>
 #include <Corvane/Base/Stream.h>
 #include <Corvane/MultiDownload/ListingImpl.h>
+
+#include "fuzz/LiteralListings.h"
+#include "fuzz/Require.h"
 
 // What the fuzzers of the listing parsers share.
 namespace CorvaneFuzz {
@@ -18,14 +19,6 @@ using Corvane::Listing;
 using Corvane::ZString;
 using FileSizeList = Corvane::Container::ZMap<ZString, unsigned long long, std::less<ZString>>;
 using Parser = Listing (*)(const ZString&);
-
-// Ends the process, which a fuzzer takes for a crash, unless the property holds. Not assert: the checks stay in every
-// build.
-inline void Require(bool holds, const char* property) {
-  if (holds) return;
-  std::fprintf(stderr, "does not hold: %s\n", property);
-  std::abort();
-}
 
 // The text that the library makes of bytes it received.
 inline ZString TextOf(const std::uint8_t* data, std::size_t size) {
@@ -60,6 +53,18 @@ inline void AddFiles(const Listing& listing, FileSizeList& files) {
 inline FileSizeList FilesOf(const Listing& listing) {
   FileSizeList files;
   AddFiles(listing, files);
+  return files;
+}
+
+// What the rules alone take from a text, as far as the library keeps it: a name is what follows the last slash, and stays inside its
+// folder.
+inline FileSizeList PlainFiles(const ListedFiles& listed) {
+  FileSizeList files;
+  for (const auto& [path, size] : listed) {
+    const std::wstring name = path.substr(path.rfind(L'/') + 1);
+    const bool isPlain = !name.empty() && name != L"." && name != L".." && name.find(L'\0') == std::wstring::npos;
+    if (isPlain) files.insert_or_assign(ZString(name), size);
+  }
   return files;
 }
 

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <set>
 #include <string>
 #include <string_view>
 
 #include <Corvane/TreeDownload/PageImpl.h>
+
+#include "fuzz/Require.h"
 
 // What the fuzzers of the page readers share.
 namespace CorvaneFuzz {
@@ -19,14 +19,6 @@ using Corvane::PageEntry;
 using Names = std::set<std::string>;
 
 inline constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
-
-// Ends the process, which a fuzzer takes for a crash, unless the property holds. Not assert: the checks stay in every
-// build.
-inline void Require(bool holds, const char* property) {
-  if (holds) return;
-  std::fprintf(stderr, "does not hold: %s\n", property);
-  std::abort();
-}
 
 // The names of a page, which is what every page is: plain names, each once, with what is said of them.
 inline Names NamesOf(const Page& page) {
