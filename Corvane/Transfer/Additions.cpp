@@ -100,6 +100,7 @@ AnswerSource ZTransfer::ZTransferImpl::Source() const {
     }
   }
   source.effectiveUrl = url;
+  if (m_request.IsHttp()) source.httpStatus = m_request.Info(CURLINFO_RESPONSE_CODE, 0L);
   if (!m_settings.additions.askModificationTime) return source;
   if (curl_easy_getinfo(m_request.easy, CURLINFO_FILETIME, &source.fileTime) != CURLE_OK) source.fileTime = -1;
   const std::optional<unsigned long long> size = m_request.ResourceSize();

@@ -19,6 +19,7 @@ namespace Corvane {
 // Where an answer came from, and what is known of the resource beside its header lines.
 struct AnswerSource {
   std::string effectiveUrl;  // behind all redirects
+  long httpStatus = 0;       // as libcurl took it, by which it is judged; 0: libcurl knows none
   long fileTime = -1;        // seconds since the epoch, where libcurl was asked for it
   std::string fileVersion;   // without HTTP: what stands for the version, where time and size are known
 };

@@ -108,9 +108,11 @@ std::shared_ptr<const OutcomeSnapshot> ZTransfer::ZTransferImpl::ToldAnswer() co
   return coming;
 }
 
+// A status line that is none by the book may still be one to libcurl, and decides. What a proxy refused has only the lines.
 long ZTransfer::ZTransferImpl::GetHttpStatus() const {
   const auto answer = ToldAnswer();
-  return answer == nullptr ? 0 : StatusOf(answer->header);
+  if (answer == nullptr) return 0;
+  return answer->source.httpStatus != 0 ? answer->source.httpStatus : StatusOf(answer->header);
 }
 
 ZResult ZTransfer::ZTransferImpl::GetEffectiveUrl(ZString& url) const {
