@@ -307,6 +307,16 @@ bool Connection::WaitUntilPeerCloses(Deadline deadline) {
   return true;
 }
 
+// The table of the system's connections may miss one that moves in it, so that only a look that finds it counts.
+bool Connection::WaitUntilPeerHasRead(Deadline deadline) const {
+  while (m_socket.IsOpen() && !IsStopping() && Clock::now() < deadline) {
+    if (BytesUntaken(m_socket) == 0U) return true;
+    std::array<pollfd, 2> descriptors{pollfd{m_socket.Get(), POLLRDHUP, 0}, pollfd{m_stop.PollDescriptor(), POLLIN, 0}};
+    if (PollUntil(descriptors, After(std::chrono::milliseconds(1)))) return false;
+  }
+  return false;
+}
+
 bool Connection::WaitFor(const Gate& gate, Deadline deadline) const {
   std::array<pollfd, 2> descriptors{pollfd{gate.PollDescriptor(), POLLIN, 0},
                                     pollfd{m_stop.PollDescriptor(), POLLIN, 0}};

@@ -91,6 +91,11 @@ class Connection {
   bool WaitUntilPeerCloses(Deadline deadline);
   bool WaitUntilPeerCloses() { return WaitUntilPeerCloses(After(kPatience)); }
 
+  // True once the peer's program has taken all that was sent out of its socket, which must be one of this machine: what is
+  // done next then never overtakes these bytes. False when the peer left, the deadline passed or the server stopped.
+  bool WaitUntilPeerHasRead(Deadline deadline) const;
+  bool WaitUntilPeerHasRead() const { return WaitUntilPeerHasRead(After(kPatience)); }
+
   // True once the gate is open; false when the deadline passed or the server stopped.
   bool WaitFor(const Gate& gate, Deadline deadline) const;
   bool WaitFor(const Gate& gate) const { return WaitFor(gate, After(kPatience)); }

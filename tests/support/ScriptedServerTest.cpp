@@ -600,6 +600,25 @@ TEST(ScriptedServerTls, RefusesACertificateThatIsNone) {
   EXPECT_THROW(ScriptedServer(KeepAlive(Status(200)), {folder / "x.pem", folder / "x.pem"}), std::runtime_error);
 }
 
+// What is reset only then takes nothing from the client that was sent before.
+TEST(ScriptedServer, KnowsWhenTheClientHasReadAll) {
+  Gate hasLooked;
+  Gate isRead;
+  ScriptedServer server([&](Connection& peer) {
+    peer.Send("12345");
+    EXPECT_FALSE(peer.WaitUntilPeerHasRead(After(kSlice)));
+    hasLooked.Open();
+    EXPECT_TRUE(peer.WaitUntilPeerHasRead());
+    isRead.Open();
+    peer.WaitUntilPeerCloses();
+    EXPECT_FALSE(peer.WaitUntilPeerHasRead());
+  });
+  RawClient client(server);
+  ASSERT_TRUE(hasLooked.Wait());
+  EXPECT_EQ(client.ReadExactly(5), "12345");
+  EXPECT_TRUE(isRead.Wait());
+}
+
 // --- StalledListener
 
 bool IsConnected(const FileDescriptor& socket) {

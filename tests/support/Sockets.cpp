@@ -2,10 +2,15 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <linux/sockios.h>
 #include <netinet/tcp.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <string>
 #include <system_error>
 
 namespace CorvaneTest {
@@ -58,6 +63,25 @@ std::uint16_t PortOf(const FileDescriptor& socket) {
   socklen_t size = sizeof address;
   if (getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) Throw("getsockname");
   return ntohs(address.sin_port);
+}
+
+std::optional<std::size_t> BytesUntaken(const FileDescriptor& socket) {
+  sockaddr_in peer{};
+  socklen_t size = sizeof peer;
+  int unacknowledged = 0;
+  if (getpeername(socket.Get(), reinterpret_cast<sockaddr*>(&peer), &size) != 0) return std::nullopt;
+  if (ioctl(socket.Get(), SIOCOUTQ, &unacknowledged) != 0) Throw("SIOCOUTQ");
+  const unsigned int ours = PortOf(socket);
+  std::ifstream table("/proc/net/tcp");
+  for (std::string line; std::getline(table, line);) {
+    unsigned int local = 0;
+    unsigned int remote = 0;
+    std::size_t untaken = 0;
+    const int fields = std::sscanf(line.c_str(), " %*d: %*x:%x %*x:%x %*x %*x:%zx", &local, &remote, &untaken);
+    if (fields == 3 && local == ntohs(peer.sin_port) && remote == ours)
+      return static_cast<std::size_t>(unacknowledged) + untaken;
+  }
+  return std::nullopt;
 }
 
 FileDescriptor ConnectToLoopback(std::uint16_t port) { return Connect(port, 0); }

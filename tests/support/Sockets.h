@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "tests/support/FileDescriptor.h"
 
@@ -12,6 +14,10 @@ FileDescriptor ListenOnLoopback(int backlog);
 
 // The port a socket is bound to.
 std::uint16_t PortOf(const FileDescriptor& socket);
+
+// The bytes on their way from a connected socket to a peer on this machine: not yet acknowledged, or acknowledged and not yet
+// taken by the peer's program. None when the peer's socket is not there any more.
+std::optional<std::size_t> BytesUntaken(const FileDescriptor& socket);
 
 // A connected, blocking socket.
 FileDescriptor ConnectToLoopback(std::uint16_t port);
