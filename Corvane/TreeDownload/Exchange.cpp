@@ -75,7 +75,7 @@ void Exchange::Prepare(const Order& asked) {
   m_errorText.front() = '\0';
   m_reply.reset();
   m_refusedBytes = 0;
-  m_isHeaderTooLong = m_isCut = false;
+  m_isHeaderTooLong = m_isHeaderWhole = m_isCut = false;
   m_isHttp = IsHttpUrl(order.url);
   Set(CURLOPT_URL, order.url.c_str());
   Set(CURLOPT_NOBODY, order.withoutContent ? 1L : 0L);
@@ -166,6 +166,8 @@ std::size_t Exchange::ReceiveHeader(const char* data, std::size_t total) {
   m_isHeaderTooLong = total > kMostHeaderBytes - m_header.size();
   if (m_isHeaderTooLong) return 0;
   m_header.append(line);
+  // The empty line. Trailers come after it.
+  m_isHeaderWhole = !line.starts_with("HTTP/") && (m_isHeaderWhole || line == "\r\n" || line == "\n");
   return total;
 }
 
@@ -195,6 +197,11 @@ Ending Exchange::TakeEnding(CURLcode code, std::string& redirect) {
   ending.isCut = m_isCut;
   if (m_isCut) ending.code = CURLE_OK;  // the answer itself has come
   ending.text = m_errorText.data();
+  // To libcurl an end is an end where no length was announced: an empty file would be taken for the file.
+  if (ending.code == CURLE_OK && m_isHttp && !m_isHeaderWhole) {
+    ending.code = CURLE_PARTIAL_FILE;
+    ending.text = "The answer ends within its header lines.";
+  }
   if (isTimedOut) {
     ending.text = "No byte came for " + std::to_string(m_connections.Settings().timeout.count()) + " seconds.";
   }

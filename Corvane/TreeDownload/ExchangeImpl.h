@@ -73,6 +73,7 @@ class Exchange {
   unsigned long long m_refusedBytes = 0;
   bool m_isHttp = false;
   bool m_isHeaderTooLong = false;
+  bool m_isHeaderWhole = false;  // with the empty line
   bool m_isCut = false;
   std::chrono::steady_clock::time_point m_lastByte;
 };

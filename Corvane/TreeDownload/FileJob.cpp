@@ -126,9 +126,7 @@ bool TreeRun::FileJob::BeginContent(const Reply& reply) {
 
 bool TreeRun::FileJob::BeginWhole(const Reply& reply) {
   CountHere(0);
-  constexpr long kLastWhole = 203;  // 200, and what a proxy has changed; 201 and 202 are about something else
-  const bool isWhole = !reply.isHttp || reply.status == 200 || reply.status == kLastWhole;
-  if (!isWhole)
+  if (!reply.IsWhole())
     return Fail(TRANSFER_E_CONNECT,
                 ZString(L"The server answered %1, which is not the file.").Arg(Number(reply.status)));
   m_length = reply.contentLength;

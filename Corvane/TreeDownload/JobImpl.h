@@ -28,6 +28,8 @@ struct Reply {
   std::optional<unsigned long long> contentLength;  // of what comes, not of the whole
   std::optional<long long> time;                    // of the last change, seconds since the epoch
   [[nodiscard]] bool IsAcceptable() const noexcept { return !isHttp || (status >= 200 && status <= 299); }
+  // 200, and what a proxy has changed; of the other acceptable ones 201 and 202 are about something else, 206 is a part.
+  [[nodiscard]] bool IsWhole() const noexcept { return !isHttp || status == 200 || status == 203; }
 };
 
 // How a request ended.

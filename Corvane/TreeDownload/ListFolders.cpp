@@ -66,6 +66,13 @@ class TreeRun::FolderJob final : public Job {
       Fail(CodeOfFailure(ending), TextOfFailure(ending), ending.reply.isHttp ? ending.reply.status : 0);
       return Next::Done;
     }
+    if (!ending.reply.IsWhole()) {
+      // A part of a page, say: what it does not show is not gone.
+      Fail(TRANSFER_E_CONNECT,
+           ZString(L"The server answered %1, which is not the page.").Arg(Number(ending.reply.status)),
+           ending.reply.status);
+      return Next::Done;
+    }
     TakePage(ending);
     return Next::Done;
   }

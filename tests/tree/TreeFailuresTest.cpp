@@ -152,6 +152,33 @@ TEST_F(TreeFailure, IsAnAnswerThatIsNotTheFile) {
   EXPECT_TRUE(HoldsTree(Target(), {{"b/c", "22"}}));
 }
 
+// What a part of a page does not show is not gone.
+TEST_F(TreeFailure, IsAPageThatIsNotWhole) {
+  WriteFile(Target() / "b/d", "333");
+  client.options.deleteOthers = true;
+  ContentOptions part;
+  part.status = 206;
+  site.Answer("b/", Content(IndexPage({"c"}), part));
+  const TreeResult result = Download();
+  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_E_CONNECT));
+  EXPECT_EQ(result.error, "b/: The server answered 206, which is not the page.");
+  EXPECT_TRUE(HoldsTree(Target(), {{"a", "1"}, {"b/d", "333"}, {"z", "4444"}}));
+}
+
+// No length was announced yet, so that to libcurl the answer is complete, and empty.
+TEST_F(TreeFailure, IsAnAnswerThatEndsWithinItsHeader) {
+  WriteFile(Target() / "a", "what was here");
+  client.options.mostRetries = 0;
+  site.Answer("a", [](Connection& peer, const Request&) {
+    peer.Send("HTTP/1.1 200 OK\r\nServer: x\r\n");
+    peer.Close();
+  });
+  const TreeResult result = Download();
+  EXPECT_THAT(result.code, IsCode(CurlFailure(kPartialFile)));
+  EXPECT_EQ(result.error, "a: The answer ends within its header lines.");
+  EXPECT_EQ(ReadFile(Target() / "a"), "what was here");
+}
+
 TEST_F(TreeFailure, IsAServerThatFallsSilent) {
   ASSERT_EQ(client.tree.SetTimeout(1), 0U);
   client.options.mostRetries = 0;
