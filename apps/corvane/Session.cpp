@@ -9,6 +9,7 @@
 
 #include <Corvane/Base/ErrorDict.h>
 
+#include "apps/corvane/Explain/HttpAnswer.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Password.h"
 #include "apps/corvane/Proxy.h"
@@ -41,6 +42,17 @@ Corvane::ZTransferOptions OptionsOf(const RequestOptions& request) {
   return options;
 }
 
+// What such an answer was about is not known; a success without a byte would be none.
+void RefuseCutHeader(Report& report) {
+  if (Corvane::IsFailure(report.cause) || report.httpStatus == 0 || HasWholeHeader(report.header)) return;
+  constexpr unsigned int kPartialFile = 18;
+  report.cause = Corvane::TRANSFER_E_CURL_BASE | kPartialFile;
+  report.causeText = "the answer ends within its header lines";
+  if (Corvane::IsFailure(report.status)) return;
+  report.status = report.cause;
+  report.libraryText = report.causeText;
+}
+
 void FillReport(const ZTransfer& transfer, const EventRecorder& recorder, Report& report) {
   ZString text;
   report.status = transfer.GetStatus();
@@ -58,6 +70,7 @@ void FillReport(const ZTransfer& transfer, const EventRecorder& recorder, Report
   report.httpStatus = transfer.GetHttpStatus();
   transfer.GetEffectiveUrl(text);
   report.effectiveUrl = ToUtf8(text);
+  RefuseCutHeader(report);
 }
 
 std::string Attempts(const std::string& explanation, const Report& report) {

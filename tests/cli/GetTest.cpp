@@ -230,6 +230,24 @@ TEST(GetFailure, NamesAMissingFtpFileAndLeavesNothing) {
   EXPECT_THAT(NamesIn(folder.Path()), IsEmpty());
 }
 
+// libcurl calls it a success: no length was announced, and the connection has ended.
+TEST(GetFailure, IsAnAnswerThatEndsWithinItsHeader) {
+  for (const char* const head : {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nServer: x\r\n",
+                                 "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nServer: x\r\n"}) {
+    const ScriptedServer server(OncePerConnection([head](Connection& peer, const Request&) { peer.Send(head); }));
+    const TempDir folder;
+    for (const std::vector<std::string>& where : {std::vector<std::string>{}, {"-o", folder / "b"}, {"--json"}}) {
+      std::vector<std::string> line{"get", server.Url(), "--retries", "0"};
+      line.insert(line.end(), where.begin(), where.end());
+      const ProgramResult result = RunCorvane(line);
+      EXPECT_EQ(result.exitCode, 1) << result.Describe();
+      EXPECT_THAT(where == std::vector<std::string>{"--json"} ? result.out : result.err,
+                  HasSubstr("the answer ends within its header lines"));
+    }
+    EXPECT_THAT(NamesIn(folder.Path()), IsEmpty()) << head;
+  }
+}
+
 TEST(GetFailure, LetsNoServerTextReachTheTerminalUnchanged) {
   const ScriptedServer server(OncePerConnection([](Connection& peer, const Request&) {
     peer.Send("HTTP/1.1 404 \x1b[2J\x1b]0;title\x07\r\nContent-Length: 0\r\n\r\n");

@@ -53,6 +53,18 @@ std::string_view LastHeader(std::string_view header, std::string_view name) {
   return value;
 }
 
+bool HasWholeHeader(std::string_view header) noexcept {
+  bool isWhole = false;
+  while (!header.empty()) {
+    const std::size_t end = std::min(header.find('\n'), header.size() - 1) + 1;
+    const std::string_view line = header.substr(0, end);
+    if (line.substr(0, 5) == "HTTP/") isWhole = false;
+    isWhole = isWhole || line == "\r\n" || line == "\n";  // trailers may follow
+    header.remove_prefix(end);
+  }
+  return isWhole;
+}
+
 std::string LastHttpStatus(const std::string& header, int& status) {
   status = 0;
   std::string_view text;

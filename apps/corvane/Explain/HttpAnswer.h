@@ -10,6 +10,10 @@ namespace CorvaneCli {
 // (HTTP/2). `status` receives the number; empty text and 0 when there is none.
 [[nodiscard]] std::string LastHttpStatus(const std::string& header, int& status);
 
+// Whether the last answer in `header` came to the end of its header lines, which an empty line is. libcurl takes one that ended
+// earlier for whole: no length was announced yet.
+[[nodiscard]] bool HasWholeHeader(std::string_view header) noexcept;
+
 // The value of the last header `name` (in lower case, with its colon), valid as long as `header`.
 [[nodiscard]] std::string_view LastHeader(std::string_view header, std::string_view name);
 
