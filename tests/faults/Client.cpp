@@ -54,7 +54,8 @@ template <class Object>
 void Apply(const Conditions& conditions, Object& object) {
   object.SetTimeout(conditions.timeoutSeconds);
   if (conditions.hasLogin) object.SetCredentials(L"user", L"password");
-  if (conditions.verifies) object.SetSSL(true, true, WidePath(ThePki().caFile), L"");
+  const fs::path& authority = conditions.trustsOther ? ThePki().otherCaFile : ThePki().caFile;
+  if (conditions.verifies) object.SetSSL(true, true, WidePath(authority), L"");
 }
 
 std::string Complain(const char* what, ZResult code, const ZString& text) {

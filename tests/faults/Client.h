@@ -23,7 +23,8 @@ struct Conditions {
   unsigned long timeoutSeconds = 300;
   bool hasLogin = false;          // "user" with "password"
   unsigned int redirects = 0;     // that a transfer follows; a tree follows its own
-  bool verifies = false;          // servers, by the authority of ThePki()
+  bool verifies = false;          // servers, by the authority of ThePki() ...
+  bool trustsOther = false;       // ... or by another one
   const Gate* abortAt = nullptr;  // the operation is aborted once this is open
 };
 

@@ -15,9 +15,9 @@ ZResult CauseOf(const Told& told) { return told.curl == 0 ? TRANSFER_S_FINISHED 
 // Builds an outcome in the order in which an operation comes to it.
 class Derivation {
  public:
-  Derivation(const Told& told, Op op, const Targets& targets, const std::string& header)
+  Derivation(const Told& told, Op op, const Targets& targets, const std::string& content, const std::string& header)
       : m_told(told), m_op(op), m_targets(targets), m_header(header), m_content(told.content) {
-    if (m_content.empty()) m_content = ContentFor(op);
+    if (m_content.empty()) m_content = content;
     // libcurl does not read the page of a refusal when it has asked for a part.
     if (IsResumed(op) && told.status != 0 && !IsGood(told.status) && told.curl == 0 && told.upTo != 0) {
       m_told.curl = kRangeError;
@@ -231,8 +231,8 @@ class Derivation {
 
 }  // namespace
 
-Outcome Expect(const Told& told, Op op, const Targets& targets, const std::string& header) {
-  return Derivation(told, op, targets, header).Derive();
+Outcome Expect(const Told& told, Op op, const Targets& targets, const std::string& content, const std::string& header) {
+  return Derivation(told, op, targets, content, header).Derive();
 }
 
 }  // namespace CorvaneTest

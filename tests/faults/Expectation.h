@@ -38,7 +38,7 @@ struct Told {
 //   posts            libcurl's end; a bad status is TRANSFER_E_POST
 //   ZMultiDownload   the page's or the file's failure, and no further file
 //   ZTreeDownload    libcurl's end or the status in its own words, and only whole files
-// `header` is what the transfer told as such, whose truth is looked at elsewhere.
-Outcome Expect(const Told& told, Op op, const Targets& targets, const std::string& header);
+// `content` is what the server has for the operation; `header` what the transfer told as such, whose truth is looked at elsewhere.
+Outcome Expect(const Told& told, Op op, const Targets& targets, const std::string& content, const std::string& header);
 
 }  // namespace CorvaneTest

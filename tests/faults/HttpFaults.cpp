@@ -30,18 +30,21 @@ class HttpFaultSite final : public FaultSite {
       : m_fault(fault), m_op(op), m_good(GoodContents()) {
     const ScriptedServer::Handler handler = [this](Connection& peer) { Serve(peer); };
     m_isTls = tls != Tls::kNone;
-    if (tls == Tls::kUsed) {
+    if (tls == Tls::kUsed || tls == Tls::kDistrusted) {
       m_server.emplace(handler, *identity);
     } else {
       m_server.emplace(handler);
     }
     if (tls == Tls::kInterrupted) m_goodServer.emplace(KeepAlive(m_good), *identity);
+    if (tls == Tls::kDistrusted) m_goodServer.emplace(KeepAlive(m_good));
   }
 
   [[nodiscard]] Targets Where() const override {
-    const ScriptedServer& good = m_goodServer ? *m_goodServer : *m_server;
-    return {UrlOf(*m_server, Joined(kPagePath, "")), UrlOf(*m_server, Joined(kPagePath, kFileName)),
-            UrlOf(good, Joined(kGoodPagePath, "")), UrlOf(good, Joined(kGoodPagePath, kGoodName))};
+    const std::string port = std::to_string(m_server->Port());
+    const std::string bad = m_isTls ? "https://localhost:" + port : "http://127.0.0.1:" + port;
+    const std::string good = m_goodServer ? m_goodServer->Url("") : bad;
+    return {Joined(bad, kPagePath), Joined(bad, Joined(kPagePath, kFileName)), Joined(good, kGoodPagePath),
+            Joined(good, Joined(kGoodPagePath, kGoodName))};
   }
 
   [[nodiscard]] std::optional<std::string> HeaderSent() const override {
@@ -49,7 +52,9 @@ class HttpFaultSite final : public FaultSite {
     return m_fault.hasTrailers ? std::nullopt : std::optional(m_sent);
   }
 
-  [[nodiscard]] const std::string& WholeContent() const { return ContentFor(m_op); }
+  [[nodiscard]] const std::string& WholeContent() const override {
+    return IsOnPage(m_op) ? PageOfOneFile(kFileName) : FileContent();
+  }
   void FallSilent() { m_isSilent.Open(); }
   void Record(const std::string& bytes) {
     const std::lock_guard lock(m_mutex);
@@ -58,11 +63,6 @@ class HttpFaultSite final : public FaultSite {
   }
 
  private:
-  [[nodiscard]] std::string UrlOf(const ScriptedServer& server, const std::string& path) const {
-    return std::string(m_isTls ? "https" : "http") + "://" + (m_isTls ? "localhost" : "127.0.0.1") + ":" +
-           std::to_string(server.Port()) + path;
-  }
-
   void Serve(Connection& peer) {
     // A tree has asked for the page on a connection before.
     if (m_fault.isAtAccept && peer.Number() == (m_op == Op::kTreeFile ? 1U : 0U)) {
@@ -83,9 +83,11 @@ class HttpFaultSite final : public FaultSite {
       Answer answer(peer, *this, &request);
       return m_fault.answer(answer);
     }
-    m_good(peer, request);
+    if (m_op != Op::kTreeFile || !isPage) return m_good(peer, request);
     // The file is then asked for on a connection of its own: libcurl asks again by itself when a used one breaks.
-    if (m_op == Op::kTreeFile && isPage) peer.Close();
+    ContentOptions options;
+    options.headers = {{"Connection", "close"}};
+    Content(PageOfOneFile(kFileName), options)(peer, request);
   }
 
   const HttpFault& m_fault;

@@ -81,6 +81,7 @@ enum class Tls {
   kNone,
   kUsed,         // the fault is inside
   kInterrupted,  // the fault is in the place of a handshake; the good server is another one
+  kDistrusted,   // the fault is the certificate; the good server is one without TLS
 };
 
 // What each of them comes to for each of the operations. The server shows this certificate.

@@ -33,7 +33,7 @@ bool IsHeaderOf(const std::string& header, const std::optional<std::string>& sen
 }
 
 std::string Judge(const Cell& cell, const FaultSite& site, const Observation& seen) {
-  const Outcome expected = Expect(cell.told, cell.op, site.Where(), seen.header);
+  const Outcome expected = Expect(cell.told, cell.op, site.Where(), site.WholeContent(), seen.header);
   std::string complaint = Difference(expected, seen.outcome);
   if (!IsHeaderOf(seen.header, site.HeaderSent())) complaint += "  header: not what was sent: " + seen.header + '\n';
   if (!seen.isIdle) complaint += "  the object is not idle, or its status is not what was returned\n";

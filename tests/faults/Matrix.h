@@ -22,6 +22,8 @@ class FaultSite {
   FaultSite& operator=(const FaultSite&) = delete;
 
   [[nodiscard]] virtual Targets Where() const = 0;
+  // What the server has for the operation.
+  [[nodiscard]] virtual const std::string& WholeContent() const = 0;
   // Called between the operation and the good download.
   virtual void Recover() {}
   // The bytes of which the header text has to be the beginning, up to the end of a line; none where that is not so.

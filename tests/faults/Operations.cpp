@@ -75,12 +75,21 @@ const std::string& PageOfOneFile(std::string_view name) {
   return name == kFileName ? page : good;
 }
 
+// Empty lines fill it up.
+const std::string& ListingOfOneFile() {
+  static const std::string listing = [] {
+    std::string text = "-rw-r--r--   1 ftp      ftp          1000 Jan 01  2020 " + std::string(kFileName);
+    if (text.size() % 2 != 0) text.insert(10, " ");
+    while (text.size() < kContentSize) text += "\r\n";
+    return text;
+  }();
+  return listing;
+}
+
 const std::string& HeldContent() {
   static const std::string content = FileContent().substr(0, kResumedAt) + std::string(kHeld - kResumedAt, '?');
   return content;
 }
-
-const std::string& ContentFor(Op op) { return IsOnPage(op) ? PageOfOneFile(kFileName) : FileContent(); }
 
 bool IsIn(Op op, const Ops& ops) { return std::find(ops.begin(), ops.end(), op) != ops.end(); }
 bool IsResumed(Op op) { return IsIn(op, kResumed); }

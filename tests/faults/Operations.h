@@ -31,6 +31,7 @@ inline const Ops kAllOps = {Op::kGet,        Op::kGetChecked,    Op::kFile,     
 inline const Ops kResumed = {Op::kFileResumed, Op::kMirrorResumed};
 inline const Ops kMirrors = {Op::kMirrorPage, Op::kMirrorFile, Op::kMirrorResumed};
 inline const Ops kTrees = {Op::kTreePage, Op::kTreeFile};
+inline const Ops kPages = {Op::kMirrorPage, Op::kTreePage};
 inline const Ops kPosts = {Op::kPostFields, Op::kPostData, Op::kPostFile};
 
 std::string_view NameOf(Op op);
@@ -52,7 +53,6 @@ const std::string& FileContent();                         // of kFileName
 const std::string& GoodContent();                         // of kGoodName
 const std::string& PageOfOneFile(std::string_view name);  // of a directory that holds one of them
 const std::string& HeldContent();                         // of a file to be resumed; its last 32 bytes are damaged
-// What the server has for an operation: the page or the file.
-const std::string& ContentFor(Op op);
+const std::string& ListingOfOneFile();                    // of an FTP server's directory that holds kFileName
 
 }  // namespace CorvaneTest
