@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <map>
-#include <stdexcept>
 #include <regex>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
