@@ -77,13 +77,14 @@ ZResult Impl::FailListing(ZResult code, const ZString& text) {
   return code;
 }
 
-// Only files are fetched.
+// Only files are fetched. The list is there as a whole or not at all: the next run would take a part of it for all there is.
 void Impl::TakeFiles(Listing listing) {
+  FileSizeList files;
   for (ListingEntry& entry : listing.entries) {
     switch (entry.kind) {
       case ListingKind::File:
         // Most listings are sorted; the hint then saves the search.
-        m_fileSizes.insert_or_assign(m_fileSizes.end(), std::move(entry.name), entry.size);
+        files.insert_or_assign(files.end(), std::move(entry.name), entry.size);
         break;
       case ListingKind::Folder:
         LeaveOut(listing, entry.name.Str(), LeftOutReason::Folder);
@@ -97,6 +98,7 @@ void Impl::TakeFiles(Listing listing) {
     }
   }
   CountListing(listing);
+  m_fileSizes = std::move(files);
 }
 
 // "https" too.

@@ -1,5 +1,7 @@
 #include <Corvane/MultiDownload.h>
 
+#include <utility>
+
 #include <Corvane/MultiDownload/MultiDownloadImpl.h>
 
 // The public class: its settings are checked against a running Download here, everything else is the implementation's.
@@ -57,8 +59,9 @@ ZResult ZMultiDownload::SetFileSizeList(const FileSizeList& sizes) {
 
 ZResult ZMultiDownload::SetFileSizeList(const Container::ZMap<ZString, ZString, ZLtstr>& sizes) {
   return m_impl->WhenIdle([&] {
-    m_impl->m_fileSizes.clear();
-    for (const auto& [name, size] : sizes) m_impl->m_fileSizes[name] = size.ToULongLong(10);
+    FileSizeList numbers;
+    for (const auto& [name, size] : sizes) numbers[name] = size.ToULongLong(10);
+    m_impl->m_fileSizes = std::move(numbers);
     return BASE_S_OK;
   });
 }
@@ -72,8 +75,9 @@ ZResult ZMultiDownload::SetFileTimeList(const FileTimeList& times) {
 
 ZResult ZMultiDownload::SetFileTimeList(const Container::ZMap<ZString, ZString, ZLtstr>& times) {
   return m_impl->WhenIdle([&] {
-    m_impl->m_fileTimes.clear();
-    for (const auto& [name, time] : times) m_impl->m_fileTimes[name] = static_cast<long>(time.ToULong(10));
+    FileTimeList numbers;
+    for (const auto& [name, time] : times) numbers[name] = static_cast<long>(time.ToULong(10));
+    m_impl->m_fileTimes = std::move(numbers);
     return BASE_S_OK;
   });
 }
