@@ -1,5 +1,9 @@
 #include <Corvane/TreeDownload/ProgressImpl.h>
 
+#include <cerrno>
+#include <new>
+#include <utility>
+
 #include <Corvane/Base/ErrorDict.h>
 
 namespace Corvane {
@@ -9,11 +13,20 @@ long long MillisecondsSince(std::chrono::steady_clock::time_point begin) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin).count();
 }
 
+// Empty where there is no memory for it: it is the code that counts.
+ZString MessageOf(ZResult code) noexcept {
+  try {
+    return ZGetErrorMsg(code);
+  } catch (const std::bad_alloc&) {
+    return {};
+  }
+}
+
 }  // namespace
 
 bool Progress::Begin() {
-  ZString text = ZGetErrorMsg(TRANSFER_E_IN_PROGRESS);
-  ZString successText = ZGetErrorMsg(TRANSFER_S_FINISHED);
+  ZString text = MessageOf(TRANSFER_E_IN_PROGRESS);
+  ZString successText = MessageOf(TRANSFER_S_FINISHED);
   const std::lock_guard guard(m_mutex);
   if (m_isOn) return false;
   m_isOn = true;
@@ -54,10 +67,12 @@ bool Progress::IsFailed() const noexcept {
   return IsFailure(status) && status != TRANSFER_E_IN_PROGRESS;
 }
 
-void Progress::Fail(ZResult code, const ZString& text) {
+void Progress::Fail(ZResult code, ZString text) {
   ZResult expected = TRANSFER_E_IN_PROGRESS;
-  if (m_status.compare_exchange_strong(expected, code)) m_text.Set(text);
+  if (m_status.compare_exchange_strong(expected, code)) m_text.Set(std::move(text));
 }
+
+void Progress::FailShortOfMemory() noexcept { Fail(TRANSFER_E_DOWNLOAD, MessageOf(ResultFromErrno(ENOMEM))); }
 
 void Progress::Abort() {
   const std::lock_guard guard(m_mutex);

@@ -29,7 +29,9 @@ class Progress {
   [[nodiscard]] ZTreeDownload::Statistics Snapshot() const;
 
   // The first failure of a run is the one that counts.
-  void Fail(ZResult code, const ZString& text);
+  void Fail(ZResult code, ZString text);
+  // With the code's own message; without any text where there is no memory for it.
+  void FailShortOfMemory() noexcept;
   [[nodiscard]] bool IsFailed() const noexcept;
   // The failure, else what the run is at.
   [[nodiscard]] ZResult Status() const noexcept { return m_status; }

@@ -162,29 +162,25 @@ class RunBracket {
 
 ZResult Impl::Run(const ZString& url, const ZString& dir, bool isPlan) {
   ZResult outcome = BASE_E_IN_USE;
-  const ZStringEncoder directory(dir, ZStringEncoder::Local);
-  ZUrl address = url;
-  if (address.GetProtocol().IsEmpty()) address.SetProtocol(L"http");
-  const std::string text = Utf8Of(address.ToString());
   {
     const RunBracket bracket(m_progress, m_idle, m_endStep, outcome);
-    if (!bracket.IsOn()) return BASE_E_IN_USE;
-    if (directory.CStr() == nullptr || directory.Length() == 0) {
-      m_progress.Fail(BASE_E_INVALID_NAME, ZGetErrorMsg(BASE_E_INVALID_NAME));
-    } else {
-      RunWithin(text, directory.CStr(), isPlan);
-    }
+    if (bracket.IsOn()) RunWithin(url, dir, isPlan);
   }
   return outcome;
 }
 
 // Memory that runs out is an outcome like any other; an exception of the host's code goes on to the caller.
-void Impl::RunWithin(const std::string& url, const char* directory, bool isPlan) {
-  const ProcessShare share;
+void Impl::RunWithin(const ZString& url, const ZString& dir, bool isPlan) {
   try {
-    TreeRun(m_settings, m_progress, isPlan).Run(url, directory);
+    const ZStringEncoder directory(dir, ZStringEncoder::Local);
+    if (directory.CStr() == nullptr || directory.Length() == 0)
+      return m_progress.Fail(BASE_E_INVALID_NAME, ZGetErrorMsg(BASE_E_INVALID_NAME));
+    ZUrl address = url;
+    if (address.GetProtocol().IsEmpty()) address.SetProtocol(L"http");
+    const ProcessShare share;
+    TreeRun(m_settings, m_progress, isPlan).Run(Utf8Of(address.ToString()), directory.CStr());
   } catch (const std::bad_alloc&) {
-    m_progress.Fail(TRANSFER_E_DOWNLOAD, ZGetErrorMsg(ResultFromErrno(ENOMEM)));
+    m_progress.FailShortOfMemory();
   } catch (...) {
     m_progress.Fail(TRANSFER_E_DOWNLOAD, ZGetErrorMsg(TRANSFER_E_DOWNLOAD));
     throw;

@@ -44,7 +44,7 @@ class ZTreeDownload::ZTreeDownloadImpl {
   Progress m_progress;
 
  private:
-  void RunWithin(const std::string& url, const char* directory, bool isPlan);
+  void RunWithin(const ZString& url, const ZString& dir, bool isPlan);
 
   ZEvent m_idle{1};  // signalled while no run is on
   ZMutex m_endStep;  // held while a run begins and ends, so that who has waited may destroy the object
