@@ -73,6 +73,7 @@ void TreeRun::CompareFolder(std::size_t number) {
   if (here == nullptr && !isMissing) {
     const ZString text = errno == ENOTDIR ? ZString(L"Something that is no folder stands in its place.")
                                           : ZGetErrorMsg(ResultFromErrno(errno));
+    m_closedFolders.insert(number);
     FailFolder(number, TRANSFER_E_DOWNLOAD, text, Action::Refuse, Reason::InTheWay);
   }
   const TreeFolder& folder = m_tree->Folder(number);

@@ -47,9 +47,12 @@ class TreeRun::SurplusSearch {
   // A folder that the server lists.
   void Search(std::size_t number) {
     const LocalTree::Folder here = m_run.m_local.Open(*m_run.m_tree, number, false);
-    if (here == nullptr) return;
+    if (here == nullptr && m_run.m_closedFolders.count(number) != 0) return;
+    if (here == nullptr) return FailUnlessGone(m_run.m_tree->PathOf(number));
     const TreeFolder& folder = m_run.m_tree->Folder(number);
-    for (const std::string& name : NamesIn(*here)) {
+    const std::optional<std::vector<std::string>> names = NamesIn(*here);
+    if (!names) return m_run.FailSurplusFolder(m_run.m_tree->PathOf(number), errno);
+    for (const std::string& name : *names) {
       if (number == 0 && name == PartStore::kName) continue;
       const std::string path = m_run.m_tree->PathOf(number, name);
       if (m_run.m_filter.IsExcluded(path)) continue;
@@ -71,7 +74,8 @@ class TreeRun::SurplusSearch {
 
   void Look(const Entry& entry) {
     struct stat status {};
-    if (fstatat(entry.folder.Get(), entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+    if (fstatat(entry.folder.Get(), entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+      return FailUnlessGone(entry.path);
     if (S_ISDIR(status.st_mode)) {
       const bool isIncluded = entry.isAllIncluded || m_run.m_filter.IncludesAllOf(entry.path);
       if (!entry.isListed && entry.depth < m_run.m_settings.mostDepth) SearchUnlisted(entry, isIncluded);
@@ -87,17 +91,36 @@ class TreeRun::SurplusSearch {
   // As deep as the depth asked for at most.
   void SearchUnlisted(const Entry& entry, bool isAllIncluded) {
     const LocalTree::Folder here = LocalTree::OpenIn(entry.folder, entry.name.c_str(), false);
-    if (here == nullptr) return;
-    for (const std::string& name : NamesIn(*here)) {
+    if (here == nullptr) return FailUnlessGone(entry.path);
+    const std::optional<std::vector<std::string>> names = NamesIn(*here);
+    if (!names) return m_run.FailSurplusFolder(entry.path, errno);
+    for (const std::string& name : *names) {
       const std::string path = entry.path + '/' + name;
       if (!m_run.m_filter.IsExcluded(path)) Look({*here, name, path, entry.depth + 1, isAllIncluded, false});
     }
     if (isAllIncluded) m_run.m_surplusFolders.push_back(entry.path);
   }
 
+  // What cannot be looked at may be, or hold, what ought to go.
+  void FailUnlessGone(const std::string& path) {
+    if (errno != ENOENT && errno != ENOTDIR) m_run.FailSurplusFolder(path, errno);
+  }
+
   TreeRun& m_run;
   unsigned long long m_filesHere = 0;
 };
+
+void TreeRun::FailSurplusFolder(const std::string& path, int error) {
+  Item item;
+  item.path = path + '/';
+  item.isFolder = true;
+  item.action = Action::Delete;
+  item.reason = Reason::NotListed;
+  item.result = TRANSFER_E_DOWNLOAD;
+  item.text = ZGetErrorMsg(ResultFromErrno(error));
+  Fail(item.result, ShownPath(item.path) + L": " + item.text);
+  Finish(item, &Statistics::foldersFailed);
+}
 
 void TreeRun::PlanDeletes() {
   const auto refuse = [&](const ZString& text) {
@@ -161,11 +184,16 @@ void TreeRun::DeleteFiles() {
       FailFile(ItemOf(surplus), TRANSFER_E_DOWNLOAD, ZGetErrorMsg(ResultFromErrno(errno)));
     }
   }
-  // Those that something is left in stay.
-  for (const std::string& path : m_surplusFolders) {
-    const LocalTree::Folder folder = FolderOf(path);
-    if (folder != nullptr) unlinkat(folder->Get(), path.c_str() + path.rfind('/') + 1, AT_REMOVEDIR);
-  }
+  for (const std::string& path : m_surplusFolders) DeleteFolder(path);
+}
+
+// One that something is left in stays.
+void TreeRun::DeleteFolder(const std::string& path) {
+  const LocalTree::Folder folder = FolderOf(path);
+  if (folder != nullptr && unlinkat(folder->Get(), path.c_str() + path.rfind('/') + 1, AT_REMOVEDIR) == 0) return;
+  const int error = errno;
+  const bool isRight = error == ENOTEMPTY || error == EEXIST || error == ENOENT || error == ENOTDIR;
+  if (!isRight) FailSurplusFolder(path, error);
 }
 
 // A file that an unlisted page may still show is kept what there is of it.

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstddef>
 #include <utility>
 
 namespace Corvane {
@@ -25,6 +27,19 @@ class Descriptor {
 
   [[nodiscard]] int Get() const noexcept { return m_number; }
   [[nodiscard]] bool IsOpen() const noexcept { return m_number >= 0; }
+  // Writes all of it. 0, or why not all of it is written, as an errno.
+  [[nodiscard]] int Write(const char* data, std::size_t bytes) const noexcept {
+    while (bytes != 0) {
+      const ssize_t written = write(m_number, data, bytes);
+      if (written < 0 && errno == EINTR) continue;
+      if (written <= 0) return written < 0 ? errno : ENOSPC;
+      data += written;
+      bytes -= static_cast<std::size_t>(written);
+    }
+    return 0;
+  }
+  // Somebody else closes it.
+  void Release() noexcept { m_number = -1; }
   // False when what was written is not all there, with the reason in errno. It is closed all the same (close(2)).
   bool Close() noexcept { return m_number < 0 || close(std::exchange(m_number, -1)) == 0; }
 

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 
+#include <cerrno>
 #include <memory>
 #include <string_view>
 
@@ -15,17 +16,20 @@ struct DirectoryDeleter {
 
 }  // namespace
 
-std::vector<std::string> NamesIn(const Descriptor& folder) {
+std::optional<std::vector<std::string>> NamesIn(const Descriptor& folder) {
+  // A descriptor of its own: reading moves it, and closedir closes it.
+  Descriptor own(openat(folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::unique_ptr<DIR, DirectoryDeleter> directory(own.IsOpen() ? fdopendir(own.Get()) : nullptr);
+  if (directory == nullptr) return std::nullopt;
+  own.Release();
   std::vector<std::string> names;
-  // A descriptor of its own: closedir closes it, and reading moves it.
-  const int own = openat(folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const std::unique_ptr<DIR, DirectoryDeleter> directory(own < 0 ? nullptr : fdopendir(own));
-  if (directory == nullptr) return names;
+  errno = 0;  // only this tells the end from a failure
   while (const dirent* const entry = readdir(directory.get())) {
     const std::string_view name(&entry->d_name[0]);
     if (name != "." && name != "..") names.emplace_back(name);
+    errno = 0;
   }
-  return names;
+  return errno == 0 ? std::optional(std::move(names)) : std::nullopt;
 }
 
 }  // namespace Corvane

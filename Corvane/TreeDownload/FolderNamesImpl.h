@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -7,7 +8,7 @@
 
 namespace Corvane {
 
-// What stands in a folder, in no order, without "." and "..". Ends early when it cannot be read.
-[[nodiscard]] std::vector<std::string> NamesIn(const Descriptor& folder);
+// What stands in a folder, in no order, without "." and "..". None when not all of it can be read, with the reason in errno.
+[[nodiscard]] std::optional<std::vector<std::string>> NamesIn(const Descriptor& folder);
 
 }  // namespace Corvane

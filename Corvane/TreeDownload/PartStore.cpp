@@ -58,8 +58,7 @@ ZResult PartStore::Open(const Descriptor& directory) {
       return locked;
     }
     if (!IsFailure(locked) && IsLockInPlace()) {
-      // What a run left that was killed between two steps.
-      for (const std::string& name : ReadFolder()) Remove(name);
+      RemoveOthers();
       return BASE_S_OK;
     }
   }
@@ -97,10 +96,12 @@ unsigned long long PartStore::SizeOf(const std::string& path) const {
   return isThere && S_ISREG(status.st_mode) ? static_cast<unsigned long long>(status.st_size) : 0;
 }
 
-std::vector<std::string> PartStore::ReadFolder() {
+std::optional<std::vector<std::string>> PartStore::ReadFolder() {
   m_keys.clear();
+  std::optional<std::vector<std::string>> names = NamesIn(m_folder);
+  if (!names) return std::nullopt;
   std::vector<std::string> others;
-  for (std::string& name : NamesIn(m_folder)) {
+  for (std::string& name : *names) {
     if (name.ends_with(kInfo)) {
       m_keys.insert(name.substr(0, name.size() - kInfo.size()));
     } else if (name.ends_with(kPart) || name.ends_with(kNew)) {
@@ -112,6 +113,13 @@ std::vector<std::string> PartStore::ReadFolder() {
   };
   others.erase(std::remove_if(others.begin(), others.end(), isKept), others.end());
   return others;
+}
+
+bool PartStore::RemoveOthers() {
+  const std::optional<std::vector<std::string>> others = ReadFolder();
+  if (!others) return false;
+  for (const std::string& name : *others) Remove(name);
+  return true;
 }
 
 ZResult PartStore::OpenNew(Descriptor& file, std::string& name) {
@@ -150,8 +158,7 @@ ZResult PartStore::WriteRecord(const std::string& key, const PartRecord& record)
   if (!info.IsOpen()) return LastError();
   m_keys.insert(key);
   // What a full disk cuts off is no record.
-  if (write(info.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
-    return ResultFromErrno(errno == 0 ? ENOSPC : errno);
+  if (const int error = info.Write(text.data(), text.size()); error != 0) return ResultFromErrno(error);
   return info.Close() ? BASE_S_OK : LastError();
 }
 
@@ -191,8 +198,7 @@ void PartStore::Tidy(const std::function<bool(const std::string&)>& isKept) {
     Remove(PartOf(key));
     m_keys.erase(key);
   }
-  for (const std::string& name : ReadFolder()) Remove(name);
-  if (!m_keys.empty()) return;
+  if (!RemoveOthers() || !m_keys.empty()) return;
   // In this order a run that comes in between makes a folder and a lock of its own, or finds this lock gone.
   Remove(kLock);
   unlinkat(m_directory.Get(), kName, AT_REMOVEDIR);

@@ -61,8 +61,10 @@ class PartStore {
 
  private:
   ZResult Lock();
-  // Returns what belongs to no file.
-  std::vector<std::string> ReadFolder();
+  // Returns what belongs to no file; none when the folder cannot be read.
+  std::optional<std::vector<std::string>> ReadFolder();
+  // Removes what a run left that was killed between two steps. False when the folder cannot be read.
+  bool RemoveOthers();
   [[nodiscard]] bool IsLockInPlace() const noexcept;
   [[nodiscard]] std::optional<PartRecord> ReadRecord(const std::string& key) const;
   ZResult WriteRecord(const std::string& key, const PartRecord& record);

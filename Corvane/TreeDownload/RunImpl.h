@@ -121,7 +121,9 @@ class TreeRun final : public ConnectionsOwner {
   void PlanDeletes();
   [[nodiscard]] static Item ItemOf(const Surplus& surplus);
   [[nodiscard]] LocalTree::Folder FolderOf(const std::string& path) const;
+  void FailSurplusFolder(const std::string& path, int error);
   void DeleteFiles();
+  void DeleteFolder(const std::string& path);
   void Tidy();
 
   const TreeSettings& m_settings;
@@ -147,6 +149,7 @@ class TreeRun final : public ConnectionsOwner {
     ChecksumList list;
   };
   std::map<std::size_t, FolderChecksums> m_checksums;
+  std::set<std::size_t> m_closedFolders;  // here, and could not be opened, which has been told
   std::vector<Surplus> m_surplus;
   std::vector<std::string> m_surplusFolders;  // the deepest first
   std::set<std::string> m_unfinished;         // paths of files that are not done
