@@ -163,20 +163,14 @@ bool TreeRun::FileJob::TakeWhole(const char* data, std::size_t bytes) {
 
 bool TreeRun::FileJob::MoveToDisk() {
   const ZResult begun = m_run.m_store.Begin({m_item.path, WithoutLogin(m_url), m_validator, m_length}, m_part);
-  if (IsFailure(begun)) return Fail(TRANSFER_E_DOWNLOAD, ZGetErrorMsg(begun));
+  if (IsFailure(begun)) return FailStoring(begun);
   const std::string collected = std::exchange(m_buffer, std::string());
   return Write(collected.data(), collected.size());
 }
 
 bool TreeRun::FileJob::Write(const char* data, std::size_t bytes) {
-  while (bytes != 0) {
-    const ssize_t written = write(m_part.Get(), data, bytes);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return FailWriting(written < 0 ? errno : ENOSPC);
-    data += written;
-    bytes -= static_cast<std::size_t>(written);
-  }
-  return true;
+  const int error = m_part.Write(data, bytes);
+  return error == 0 || FailWriting(error);
 }
 
 bool TreeRun::FileJob::TakeRest(const char* data, std::size_t bytes) {
@@ -222,11 +216,13 @@ bool TreeRun::FileJob::Fail(ZResult code, const ZString& text) {
   return false;
 }
 
-bool TreeRun::FileJob::FailWriting(int error) {
-  const bool isFull = error == ENOSPC || error == EDQUOT;
+bool TreeRun::FileJob::FailWriting(int error) { return FailStoring(ResultFromErrno(error)); }
+
+bool TreeRun::FileJob::FailStoring(ZResult reason) {
+  const bool isFull = reason == ResultFromErrno(ENOSPC) || reason == ResultFromErrno(EDQUOT);
   // What does not fit now will not fit later in this run.
   if (isFull) m_run.m_isFull = true;
-  return Fail(isFull ? TRANSFER_E_DISK_SPACE : TRANSFER_E_DOWNLOAD, ZGetErrorMsg(ResultFromErrno(error)));
+  return Fail(isFull ? TRANSFER_E_DISK_SPACE : TRANSFER_E_DOWNLOAD, ZGetErrorMsg(reason));
 }
 
 }  // namespace Corvane

@@ -130,7 +130,7 @@ bool TreeRun::FileJob::Place(std::optional<long long> time) {
 bool TreeRun::FileJob::PlaceBuffer(const Descriptor& folder, std::optional<long long> time) {
   std::string name;
   const ZResult opened = m_run.m_store.OpenNew(m_part, name);
-  if (IsFailure(opened)) return Fail(TRANSFER_E_DOWNLOAD, ZGetErrorMsg(opened));
+  if (IsFailure(opened)) return FailStoring(opened);
   const bool isWritten = Write(m_buffer.data(), m_buffer.size());
   const bool isThere = isWritten && ((SetTime(m_part, time) && m_part.Close()) || FailWriting(errno));
   m_part.Close();
@@ -138,7 +138,7 @@ bool TreeRun::FileJob::PlaceBuffer(const Descriptor& folder, std::optional<long 
       isThere ? m_run.m_store.Place(name, folder, m_run.FileOf(m_file).name, std::string()) : BASE_S_OK;
   if (isThere && !IsFailure(placed)) return true;
   m_run.m_store.Remove(name);
-  return IsFailure(placed) ? Fail(TRANSFER_E_DOWNLOAD, ZGetErrorMsg(placed)) : false;
+  return IsFailure(placed) ? FailStoring(placed) : false;
 }
 
 bool TreeRun::FileJob::PlacePart(const Descriptor& folder, std::optional<long long> time) {
@@ -146,7 +146,7 @@ bool TreeRun::FileJob::PlacePart(const Descriptor& folder, std::optional<long lo
   if (!m_part.Close()) return FailWriting(errno);
   const ZResult placed =
       m_run.m_store.Place(PartStore::NameOfPart(m_item.path), folder, m_run.FileOf(m_file).name, m_item.path);
-  return !IsFailure(placed) || Fail(TRANSFER_E_DOWNLOAD, ZGetErrorMsg(placed));
+  return !IsFailure(placed) || FailStoring(placed);
 }
 
 }  // namespace Corvane

@@ -44,6 +44,7 @@ class TreeRun::FileJob final : public Job {
   void CountHere(unsigned long long bytes);
   bool Fail(ZResult code, const ZString& text);
   bool FailWriting(int error);
+  bool FailStoring(ZResult reason);
 
   // What came.
   [[nodiscard]] std::optional<Corvane::Next> JudgeRest(const Ending& ending);
