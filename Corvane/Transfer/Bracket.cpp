@@ -16,6 +16,7 @@ void ZTransfer::ZTransferImpl::Reset() {
   m_request.transferSize = 0;
   m_request.transferRate = 0;
   m_request.contentSizeKnown = false;
+  m_request.url.reset();  // whoever looks at the answer must not take it for one to the URL before
   m_request.postData.reset();
   m_request.sentBytes = 0;
   m_request.memory.Rewind();

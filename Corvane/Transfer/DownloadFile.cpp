@@ -13,6 +13,28 @@
 // Downloads into files, afresh or resumed.
 
 namespace Corvane {
+namespace {
+
+// What was begun afresh is removed when no good answer came, whatever ends the operation: an error page, or nothing, is no beginning of
+// the file.
+class FreshFile {
+ public:
+  explicit FreshFile(const Request& request) : m_request(request) {}
+  ~FreshFile() {
+    const bool isKept = m_name == nullptr || (m_request.url != nullptr && m_request.IsAnswerAcceptable());
+    if (!isKept) WithoutThrowing([&] { ZFile::Remove(*m_name, 0); });
+  }
+  FreshFile(const FreshFile&) = delete;
+  FreshFile& operator=(const FreshFile&) = delete;
+
+  void IsOpenAs(const ZString& name) { m_name = &name; }
+
+ private:
+  const Request& m_request;
+  const ZString* m_name = nullptr;
+};
+
+}  // namespace
 
 ZResult ZTransfer::ZTransferImpl::DownloadFile(const ZString& url, const ZString& fileName, bool resume) {
   return RunOperation([&] { DownloadFileSteps(url, fileName, resume); });
@@ -25,7 +47,8 @@ void ZTransfer::ZTransferImpl::DownloadFileSteps(const ZString& url, const ZStri
   unsigned long long size = 0;
   ZFile::GetSize(fileName, size);
 
-  OpenFile file;
+  FreshFile fresh(m_request);
+  OpenFile file;  // closed before it is removed
   ZResult opened = BASE_S_OK;
   std::optional<ResumedFile> resumed;
   if (resume && ResumedFile::IsResumable(size) && (opened = file.Open(localName.CStr(), "r+")) == BASE_S_OK) {
@@ -38,6 +61,7 @@ void ZTransfer::ZTransferImpl::DownloadFileSteps(const ZString& url, const ZStri
     });
   } else {
     opened = file.Open(localName.CStr(), "w");
+    if (file.IsOpen()) fresh.IsOpenAs(fileName);
   }
   // Almost always the request replaces the code at once, and nobody asks for the text.
   m_outcome.SetLater(TRANSFER_E_DOWNLOAD, [fileName, opened] {
@@ -55,9 +79,7 @@ void ZTransfer::ZTransferImpl::DownloadFileSteps(const ZString& url, const ZStri
   } else {
     FetchFile(url, file);
   }
-  if (CheckHeader()) return;
-  RefuseFile(url);
-  if (!resumed) ZFile::Remove(fileName, 0);  // an error page or nothing; a resumed file still holds the old data
+  if (!CheckHeader()) RefuseFile(url);
 }
 
 void ZTransfer::ZTransferImpl::FetchFile(const ZString& url, OpenFile& file) {

@@ -296,6 +296,35 @@ TEST_F(MemoryThatRunsOut, InACallbackIsAWriteErrorWhicheverAllocationItIs) {
   }
 }
 
+// The file was left behind, empty, as if it were a beginning of the resource.
+TEST_F(MemoryThatRunsOut, BeforeARequestLeavesNoFile) {
+  std::size_t withoutRequest = 0;
+  bool failed = true;
+  for (std::size_t spared = 0; failed; ++spared) {
+    SCOPED_TRACE("allocation " + std::to_string(spared));
+    ZTransfer transfer;
+    curl.Respond(200, {.blocks = {"new"}});
+    curl.info[CURLINFO_RESPONSE_CODE] = 0L;  // until there is an answer
+    curl.perform = [this, deliver = curl.perform](const EasyHandle& handle) {
+      const AllocationsCount uncounted(false);
+      curl.info[CURLINFO_RESPONSE_CODE] = 200L;
+      return deliver(handle);
+    };
+    curl.Clear();
+    const ZString path = Path("fresh");
+    const ZString url = L"http://h/a-name-that-needs-memory";
+    {
+      const Allocations allocations(spared);
+      transfer.DownloadFile(url, path, false);
+      failed = allocations.Failed() != 0;
+    }
+    if (curl.Count("perform") != 0) continue;
+    ++withoutRequest;
+    EXPECT_FALSE(std::filesystem::exists(folder / "fresh"));
+  }
+  EXPECT_GT(withoutRequest, 2u);
+}
+
 TEST_F(MemoryThatRunsOut, InACallbackOfAnAbortedTransferIsStillAnAbort) {
   bool failed = true;
   for (std::size_t spared = 0; failed; ++spared) {
