@@ -9,16 +9,24 @@
 
 namespace Corvane {
 
-ResumedFile::ResumedFile(const OpenFile& file, unsigned long long size) : FileBody(file), m_part(size - kMargin, size) {
-  Wrappers::Sys::Fseek(file.Get(), static_cast<long>(Position()), SEEK_SET);
+ResumedFile::ResumedFile(const OpenFile& file, unsigned long long size)
+    : FileBody(file), m_part(size - kMargin, size), m_isPlaced(Place()) {}
+
+// The overlap of a checked file is compared, not written, so that writing begins behind it.
+unsigned long long ResumedFile::WritePosition() const noexcept {
+  return m_part.IsChecked() ? m_part.Held() : m_part.Position();
+}
+
+bool ResumedFile::Place() noexcept {
+  return Wrappers::Sys::Fseek(File().Get(), static_cast<long>(WritePosition()), SEEK_SET) == BASE_S_OK;
 }
 
 ZResult ResumedFile::Check(std::string validator) {
   m_part.Check(std::move(validator));
   const ssize_t got = pread(fileno(File().Get()), m_overlap.data(), kMargin, static_cast<off_t>(Position()));
   if (got != static_cast<ssize_t>(kMargin)) return ResultFromErrno(got < 0 ? errno : EIO);
-  // The overlap is compared, not written, so that writing begins behind it.
-  return Wrappers::Sys::Fseek(File().Get(), static_cast<long>(m_part.Held()), SEEK_SET);
+  m_isPlaced = Place();
+  return BASE_S_OK;
 }
 
 std::size_t ResumedFile::Write(const char* data, std::size_t bytes) {
@@ -26,6 +34,9 @@ std::size_t ResumedFile::Write(const char* data, std::size_t bytes) {
   if (!m_part.Admits(bytes)) return 0;
   const std::size_t compared = m_part.IsChecked() ? Compare(data, bytes) : 0;
   if (m_part.IsChanged() || compared == bytes) return compared;
+  // What cannot be written where it belongs must not be written at all: the file would be no version of anything.
+  m_isPlaced = m_isPlaced || Place();
+  if (!m_isPlaced) return compared;
   const std::size_t written = FileBody::Write(data + compared, bytes - compared);
   m_part.Count(written);
   return compared + written;

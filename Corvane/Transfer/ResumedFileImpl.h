@@ -38,10 +38,13 @@ class ResumedFile final : public FileBody {
   static constexpr unsigned long long kThreshold = 64;  // bytes; a file must be larger to be resumed
   static constexpr unsigned long long kMargin = 32;     // bytes at the end of a partial file that are fetched again
 
+  [[nodiscard]] unsigned long long WritePosition() const noexcept;
+  bool Place() noexcept;
   // Takes the bytes of a block that lie in the overlap. Returns how many; none when one differs.
   std::size_t Compare(const char* data, std::size_t bytes);
 
   RequestedPart m_part;
+  bool m_isPlaced;  // the file is positioned where writing begins
   std::array<char, kMargin> m_overlap{};  // what the file holds from the position on
 };
 

@@ -211,6 +211,16 @@ TEST_F(ADownloadedFile, IsKeptWhenTheAnswerToAResumeIsNotItsRest) {
   EXPECT_EQ(Resume(), kFinished) << "all of it is there already";
 }
 
+// The request was made all the same, and the bytes went to the file's beginning.
+TEST_F(ADownloadedFile, WhoseRestCannotBePlacedStaysAsItIs) {
+  WriteFile(folder / "out", MakePattern(1000));
+  curl.Respond(206, RestFrom(968, std::string(100, 'x')));
+  ScriptedFiles files;
+  files.seekFailure = EIO;
+  EXPECT_EQ(Resume(), kCurl | CURLE_WRITE_ERROR);
+  EXPECT_EQ(ReadFile(folder / "out"), MakePattern(1000));
+}
+
 TEST_F(ADownloadedFile, LosesItsStaleTailAfterASuccessfulResumeOnly) {
   const std::string old = MakePattern(1000);
   for (const CURLcode result : {CURLE_OK, CURLE_PARTIAL_FILE}) {
