@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -7,6 +9,7 @@
 #include <vector>
 
 #include <Corvane/Base/Container.h>
+#include <Corvane/Base/Duration.h>
 #include <Corvane/Base/Result.h>
 #include <Corvane/Base/String.h>
 #include <Corvane/Export.h>
@@ -75,13 +78,19 @@ class CORVANE_ZN_API ZMultiDownload {
   ZMultiDownload& operator=(const ZMultiDownload&) = delete;
 
   // --- Settings of the transfers; see ZTransfer. Return 0, or BASE_E_BUSY while a Download runs. ---
-  ZResult SetCredentials(const ZString& user, const ZString& password);
+  [[nodiscard]] ZResult SetCredentials(const ZString& user, const ZString& password);
   ZResult Attach(ZTransfer::Observer* observer);  // sees every transfer of the run, the listing's too
   ZResult Detach(ZTransfer::Observer* observer);
   void Notify(int event, long value);
   ZResult UseThrottling(bool use);
   ZResult SetTimeout(unsigned long seconds);
-  ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
+  // The same in any unit, rounded up to seconds. Returns the code of EINVAL for a negative time, and leaves the limit as it was.
+  template <class Rep, class Period>
+  [[nodiscard]] ZResult SetTimeout(std::chrono::duration<Rep, Period> limit) {
+    const long long seconds = WholeUnits<std::chrono::seconds>(limit, 0x7FFFFFFF);
+    return seconds < 0 ? ResultFromErrno(EINVAL) : SetTimeout(static_cast<unsigned long>(seconds));
+  }
+  [[nodiscard]] ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
 
   // --- Settings of the run. Return 0, or BASE_E_BUSY while a Download runs. ---
 
@@ -102,6 +111,9 @@ class CORVANE_ZN_API ZMultiDownload {
 
   // Milliseconds from the run's beginning to the end of its last transfer.
   [[nodiscard]] long long GetDownloadTime() const;
+  [[nodiscard]] std::chrono::milliseconds GetDownloadDuration() const {
+    return std::chrono::milliseconds(GetDownloadTime());
+  }
   // Bytes of the set of files that are here: present before, or downloaded in this run.
   [[nodiscard]] unsigned long long GetDownloadSize() const;
   // Bytes moved in both directions, headers and listing included.
@@ -131,6 +143,12 @@ class CORVANE_ZN_API ZMultiDownload {
   // Waits until no Download runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs, or when the one
   // that ran has ended and another has begun since. Not for observers, which would wait for themselves.
   bool Wait(unsigned long milliseconds);
+  // The same in any unit, rounded up to milliseconds, for 49 days at most; a negative time only looks.
+  template <class Rep, class Period>
+  bool Wait(std::chrono::duration<Rep, Period> time) {
+    const long long milliseconds = WholeUnits<std::chrono::milliseconds>(time, 0xFFFFFFFE);
+    return Wait(static_cast<unsigned long>(milliseconds < 0 ? 0 : milliseconds));
+  }
 
   // --- The operation. ---
 

@@ -32,6 +32,7 @@ set(CORVANE_ZN_SOURCES
     TransferModule.cpp
     TransferErrorCodes.cpp
     GetHostByName.cpp
+    ResultText.cpp
     SystemTrust.cpp
     MultiDownload/Counters.cpp
     MultiDownload/FetchFiles.cpp

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <memory>
 
 #include <Corvane/Base/Container.h>
 #include <Corvane/Base/DateTime.h>
+#include <Corvane/Base/Duration.h>
 #include <Corvane/Base/Result.h>
 #include <Corvane/Base/String.h>
 #include <Corvane/Export.h>
@@ -77,6 +80,12 @@ class CORVANE_ZN_API ZTransfer {
   // lasts unless there is no limit. Limits follow a clock that nobody sets.
   // Always returns 0; accepted also while an operation runs, from its next block on.
   ZResult SetTimeout(unsigned long seconds);
+  // The same in any unit, rounded up to seconds. Returns the code of EINVAL for a negative time, and leaves the limit as it was.
+  template <class Rep, class Period>
+  [[nodiscard]] ZResult SetTimeout(std::chrono::duration<Rep, Period> limit) {
+    const long long seconds = WholeUnits<std::chrono::seconds>(limit, 0x7FFFFFFF);
+    return seconds < 0 ? ResultFromErrno(EINVAL) : SetTimeout(static_cast<unsigned long>(seconds));
+  }
 
   // What is checked on "https" URLs: that the certificate names the host, and that it is signed by one of the certificates in the
   // directory `caDir` (hashed as by openssl-rehash(1); preferred) or the file `caFile` (PEM). Nothing is checked until this is
@@ -84,12 +93,12 @@ class CORVANE_ZN_API ZTransfer {
   // accept the system's own certificate authorities; ZFindSystemTrust (SystemTrust.h) tells where those are.
   // Returns 0; BASE_E_BUSY; BASE_E_INVALID_NAME for a path that the locale cannot express (see setlocale(3)); the code of ENOMEM.
   // After a failure everything is as it was: an object that verifies servers goes on to do so.
-  ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
+  [[nodiscard]] ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
 
   // The user and password for the server; an empty user removes them. Over HTTP only NTLM is used, which sends no password but
   // an answer computed from it; over HTTPS NTLM or Basic, inside TLS. Over FTP the password leaves in the clear, as FTP has it.
   // Returns 0; BASE_E_BUSY; the code of ENOMEM. After a failure the old ones stay.
-  ZResult SetCredentials(const ZString& user, const ZString& password);
+  [[nodiscard]] ZResult SetCredentials(const ZString& user, const ZString& password);
 
   // Whether Download fails with TRANSFER_E_CONNECT when the HTTP status is outside 200 to 299. False at first: the error page
   // then is the result. DownloadFile and the posts always check. Returns 0, or BASE_E_BUSY.
@@ -101,7 +110,7 @@ class CORVANE_ZN_API ZTransfer {
   // What is done only when asked for: redirects, request headers, a checked resume and more; see ZTransferOptions
   // (TransferOptions.h). Replaces all of them; ZTransferOptions() takes all back. Returns 0; BASE_E_BUSY; the code of EINVAL when a
   // value is refused, of ENOMEM. After a failure the old ones stay.
-  ZResult SetOptions(const ZTransferOptions& options);
+  [[nodiscard]] ZResult SetOptions(const ZTransferOptions& options);
 
   // The process-wide throttle; see ZThrottle for the parameters. Any thread, any time. Always 0.
   static ZResult SetThrottling(unsigned int lowWaterMark, unsigned int limit, bool percent);
@@ -140,6 +149,9 @@ class CORVANE_ZN_API ZTransfer {
   [[nodiscard]] const ZDateTime& GetTransferStartTime() const;
   // Duration of the last operation in milliseconds; 0 while one runs.
   [[nodiscard]] long long GetTransferTime() const;
+  [[nodiscard]] std::chrono::milliseconds GetTransferDuration() const {
+    return std::chrono::milliseconds(GetTransferTime());
+  }
   // The result code of the current or last operation. TRANSFER_S_FINISHED while one runs and nothing has failed.
   [[nodiscard]] ZResult GetStatus() const;
   // The text for GetStatus. The reference is to a copy that belongs to the calling thread: it stays valid as long as this
@@ -181,6 +193,12 @@ class CORVANE_ZN_API ZTransfer {
   // Waits until no operation runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs, or when the one that ran
   // has ended and another has begun since. Not for observers, which would wait for themselves.
   bool Wait(unsigned long milliseconds);
+  // The same in any unit, rounded up to milliseconds, for 49 days at most; a negative time only looks.
+  template <class Rep, class Period>
+  bool Wait(std::chrono::duration<Rep, Period> time) {
+    const long long milliseconds = WholeUnits<std::chrono::milliseconds>(time, 0xFFFFFFFE);
+    return Wait(static_cast<unsigned long>(milliseconds < 0 ? 0 : milliseconds));
+  }
 
   // --- Operations. ---
 

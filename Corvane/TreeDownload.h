@@ -1,11 +1,14 @@
 #pragma once
 
+#include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include <Corvane/Base/Container.h>
+#include <Corvane/Base/Duration.h>
 #include <Corvane/Base/Result.h>
 #include <Corvane/Base/String.h>
 #include <Corvane/Export.h>
@@ -170,19 +173,25 @@ class CORVANE_ZN_API ZTreeDownload {
   // A request that moves no byte for so many seconds is given up, 300 at first, as is a connection that does not come about in this
   // time; 0: no limit but libcurl's own for connecting, 300 seconds. Returns 0, or BASE_E_BUSY.
   ZResult SetTimeout(unsigned long seconds);
+  // The same in any unit, rounded up to seconds. Returns the code of EINVAL for a negative time, and leaves the limit as it was.
+  template <class Rep, class Period>
+  [[nodiscard]] ZResult SetTimeout(std::chrono::duration<Rep, Period> limit) {
+    const long long seconds = WholeUnits<std::chrono::seconds>(limit, 0x7FFFFFFF);
+    return seconds < 0 ? ResultFromErrno(EINVAL) : SetTimeout(static_cast<unsigned long>(seconds));
+  }
   // How servers of https are verified, also where a redirect leads to: that the certificate names the host, and that it is signed by
   // one of the certificates in the directory `caDir` (hashed as by openssl-rehash(1)) or the file `caFile` (PEM); with two empty
   // names by one of those that libcurl knows by itself. Until this is called both are checked. Returns 0; BASE_E_BUSY;
   // BASE_E_INVALID_NAME for a path that the locale cannot express or that is not there; the code of ENOMEM. After a failure
   // everything is as it was.
-  ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
+  [[nodiscard]] ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
   // As ZTransfer::SetCredentials.
-  ZResult SetCredentials(const ZString& user, const ZString& password);
+  [[nodiscard]] ZResult SetCredentials(const ZString& user, const ZString& password);
   // Whether what is received counts in the process-wide throttle, and is slowed by it. True at first. Returns 0, or BASE_E_BUSY.
   ZResult UseThrottling(bool use);
   // Replaces all of them; ZTreeOptions() takes all back. Returns 0; BASE_E_BUSY; the code of EINVAL when a value is refused, of
   // ENOMEM. After a failure the old ones stay.
-  ZResult SetOptions(const ZTreeOptions& options);
+  [[nodiscard]] ZResult SetOptions(const ZTreeOptions& options);
   // Returns 0, also when `observer` was attached already (it stays once in the list); BASE_E_BUSY while a run is on or when
   // `observer` is null. The observer must live until it is detached or this object is destroyed.
   ZResult Attach(Observer* observer);
@@ -205,6 +214,12 @@ class CORVANE_ZN_API ZTreeDownload {
   ZResult Abort();
   // Waits until no run is on, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none is. Not for observers.
   bool Wait(unsigned long milliseconds);
+  // The same in any unit, rounded up to milliseconds, for 49 days at most; a negative time only looks.
+  template <class Rep, class Period>
+  bool Wait(std::chrono::duration<Rep, Period> time) {
+    const long long milliseconds = WholeUnits<std::chrono::milliseconds>(time, 0xFFFFFFFE);
+    return Wait(static_cast<unsigned long>(milliseconds < 0 ? 0 : milliseconds));
+  }
 
   // --- The operations. ---
 

@@ -67,7 +67,7 @@ install(
   COMPONENT devel)
 # Where the links in the README lead.
 install(
-  FILES "${PROJECT_SOURCE_DIR}/docs/downloading.md" "${PROJECT_SOURCE_DIR}/docs/listings.md" "${PROJECT_SOURCE_DIR}/docs/mirror.md"
+  FILES "${PROJECT_SOURCE_DIR}/docs/downloading.md" "${PROJECT_SOURCE_DIR}/docs/forms.md" "${PROJECT_SOURCE_DIR}/docs/listings.md" "${PROJECT_SOURCE_DIR}/docs/mirror.md"
         "${PROJECT_SOURCE_DIR}/docs/reliability.md" "${PROJECT_SOURCE_DIR}/docs/sync.md" "${PROJECT_SOURCE_DIR}/docs/threads.md"
         "${PROJECT_SOURCE_DIR}/docs/transfer-options.md" "${PROJECT_SOURCE_DIR}/docs/tree.md"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"

@@ -12,9 +12,8 @@
 template <class Transfer>
 bool VerifyServers(Transfer& transfer) {
   const Corvane::ZSystemTrust trust = Corvane::ZFindSystemTrust();
-  transfer.SetSSL(true, true, trust.caFile, trust.caDirectory);
   if (!trust.IsFound()) std::fprintf(stderr, "no trusted certificates; install the package ca-certificates\n");
-  return trust.IsFound();
+  return trust.IsFound() && !Corvane::IsFailure(transfer.SetSSL(true, true, trust.caFile, trust.caDirectory));
 }
 
 // The library's text names the object, and libcurl's, GetCause, the reason: a certificate that was not accepted, say.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 
 #include <Corvane/Base/Export.h>
 
@@ -14,6 +15,7 @@ class CORVANE_ZPS_API ZTimeSpan {
  public:
   ZTimeSpan() noexcept = default;
   explicit ZTimeSpan(long long microseconds) noexcept : m_microseconds(microseconds) {}
+  explicit ZTimeSpan(std::chrono::microseconds time) noexcept : m_microseconds(time.count()) {}
   ZTimeSpan(const ZTimeSpan& other) noexcept : m_microseconds(other.GetTotalMicroSeconds()) {}
   ZTimeSpan& operator=(const ZTimeSpan& other) noexcept;
 
@@ -21,6 +23,9 @@ class CORVANE_ZPS_API ZTimeSpan {
   void Set(long days, long hours, long minutes, long seconds, long microseconds) noexcept;
   [[nodiscard]] long long GetTotalMicroSeconds() const noexcept {
     return m_microseconds.load(std::memory_order_relaxed);
+  }
+  [[nodiscard]] std::chrono::microseconds ToDuration() const noexcept {
+    return std::chrono::microseconds(GetTotalMicroSeconds());
   }
 
  private:
@@ -33,6 +38,9 @@ class CORVANE_ZPS_API ZDateTime {
  public:
   ZDateTime() noexcept = default;  // the epoch
   explicit ZDateTime(long long microsecondsSinceEpoch) noexcept : m_microseconds(microsecondsSinceEpoch) {}
+  // Finer clocks lose what is below a microsecond.
+  explicit ZDateTime(std::chrono::system_clock::time_point time) noexcept
+      : m_microseconds(std::chrono::floor<std::chrono::microseconds>(time.time_since_epoch()).count()) {}
   ZDateTime(const ZDateTime& other) noexcept : m_microseconds(other.GetMicroSecondsSinceEpoch()) {}
   ZDateTime& operator=(const ZDateTime& other) noexcept;
 
@@ -43,6 +51,14 @@ class CORVANE_ZPS_API ZDateTime {
   [[nodiscard]] long long GetMicroSecondsSinceEpoch() const noexcept {
     return m_microseconds.load(std::memory_order_relaxed);
   }
+  // Of a time beyond the clock's range, 292 years before and after 1970, the nearest end.
+  [[nodiscard]] std::chrono::system_clock::time_point ToTimePoint() const noexcept {
+    using Point = std::chrono::system_clock::time_point;
+    const std::chrono::microseconds time(GetMicroSecondsSinceEpoch());
+    if (time >= std::chrono::floor<std::chrono::microseconds>(Point::max().time_since_epoch())) return Point::max();
+    if (time <= std::chrono::ceil<std::chrono::microseconds>(Point::min().time_since_epoch())) return Point::min();
+    return Point(std::chrono::duration_cast<Point::duration>(time));
+  }
 
  private:
   std::atomic<long long> m_microseconds{0};
@@ -50,5 +66,19 @@ class CORVANE_ZPS_API ZDateTime {
 
 // The time from `earlier` to `later`; negative when it is the other way round.
 [[nodiscard]] CORVANE_ZPS_API ZTimeSpan operator-(const ZDateTime& later, const ZDateTime& earlier) noexcept;
+
+inline bool operator==(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) == 0; }
+inline bool operator!=(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) != 0; }
+inline bool operator<(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) < 0; }
+inline bool operator>(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) > 0; }
+inline bool operator<=(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) <= 0; }
+inline bool operator>=(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) >= 0; }
+
+inline bool operator==(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() == b.ToDuration(); }
+inline bool operator!=(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() != b.ToDuration(); }
+inline bool operator<(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() < b.ToDuration(); }
+inline bool operator>(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() > b.ToDuration(); }
+inline bool operator<=(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() <= b.ToDuration(); }
+inline bool operator>=(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() >= b.ToDuration(); }
 
 }  // namespace Corvane

@@ -15,7 +15,7 @@ class CORVANE_ZPS_API ZDir {
   static ZResult CreateR(const ZString& path);
   // The space that an ordinary user can still fill on the file system of `path`, in kilobytes of 1024 bytes, rounded
   // down. On a failure `kilobytes` is left as it was.
-  static ZResult GetFreeSpace(const ZString& path, unsigned long long& kilobytes);
+  [[nodiscard]] static ZResult GetFreeSpace(const ZString& path, unsigned long long& kilobytes);
 };
 
 }  // namespace Corvane

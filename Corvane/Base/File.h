@@ -23,7 +23,7 @@ class CORVANE_ZPS_API ZFile {
   // failed download into /dev/null must not delete the device.
   static ZResult Remove(const ZString& path, int flags);
   // Sets the times of last access and modification, in seconds since the epoch.
-  static ZResult SetTime(const ZString& path, long access, long modification);
+  [[nodiscard]] static ZResult SetTime(const ZString& path, long access, long modification);
   // Sets the permission bits (07777), such as 0755; the umask does not matter. Other bits are ignored.
   static ZResult Chmod(const ZString& path, unsigned int mode, int flags);
 };

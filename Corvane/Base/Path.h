@@ -1,6 +1,9 @@
 #pragma once
 
+#include <filesystem>
+
 #include <Corvane/Base/String.h>
+#include <Corvane/Base/StringCoding.h>
 
 namespace Corvane {
 
@@ -10,6 +13,15 @@ class CORVANE_ZPS_API ZPath {
  public:
   ZPath() = default;
   ZPath(ZString path) noexcept;  // NOLINT(google-explicit-constructor): assigned from strings everywhere
+
+  // The path whose name in the local multibyte encoding (LC_CTYPE) is that of `path`. A byte of it that this encoding does not
+  // decode becomes the character of the same number, which names another file: call setlocale first.
+  [[nodiscard]] static ZPath From(const std::filesystem::path& path) { return ZStringDecoder::FromLocal(path.c_str()); }
+  // The same path for the standard library; empty when the local encoding cannot express it.
+  [[nodiscard]] std::filesystem::path ToStandard() const {
+    const ZStringEncoder local(m_path, ZStringEncoder::Local);
+    return local.CStr() == nullptr ? std::filesystem::path() : std::filesystem::path(local.CStr());
+  }
 
   // The directory part of `path`: what stands before its last "/", "/" for a name in the root, empty without a "/".
   [[nodiscard]] static ZString GetDirectory(const ZString& path);
@@ -22,5 +34,10 @@ class CORVANE_ZPS_API ZPath {
  private:
   ZString m_path;
 };
+
+// As the texts compare: nothing is resolved, so that "a" and "./a" are different paths.
+inline bool operator==(const ZPath& a, const ZPath& b) noexcept { return a.ToString() == b.ToString(); }
+inline bool operator!=(const ZPath& a, const ZPath& b) noexcept { return !(a == b); }
+inline bool operator<(const ZPath& a, const ZPath& b) noexcept { return a.ToString() < b.ToString(); }
 
 }  // namespace Corvane

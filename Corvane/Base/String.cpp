@@ -11,6 +11,7 @@
 #include <optional>
 #include <type_traits>
 
+#include <Corvane/Base/StringCoding.h>
 #include <Corvane/Base/StringCodingImpl.h>
 
 namespace Corvane {
@@ -149,6 +150,13 @@ ZString::ZString(const wchar_t* text) { Append(text, npos); }
 ZString::ZString(const wchar_t* text, size_type length) { Append(text, length); }
 
 ZString::ZString(std::wstring text) noexcept : m_text(std::move(text)) {}
+
+ZString ZString::FromUtf8(std::string_view text) { return ZStringDecoder::FromUtf8(text.data(), text.size()); }
+
+std::string ZString::ToUtf8() const {
+  const ZStringEncoder utf8(*this, ZStringEncoder::Utf8);
+  return {utf8.CStr(), utf8.Length()};
+}
 
 ZString& ZString::Assign(const ZString& text) { return *this = text; }
 

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <iosfwd>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -33,6 +36,11 @@ class CORVANE_ZPS_API ZString {
   ZString(const wchar_t* text);  // NOLINT(google-explicit-constructor)
   ZString(const wchar_t* text, size_type length);
   ZString(std::wstring text) noexcept;  // NOLINT(google-explicit-constructor)
+
+  // From UTF-8, whatever the locale. Ill-formed input becomes U+FFFD, as the Unicode standard recommends (section 3.9).
+  [[nodiscard]] static ZString FromUtf8(std::string_view text);
+  // To UTF-8, whatever the locale. Characters that are no Unicode scalar values become U+FFFD.
+  [[nodiscard]] std::string ToUtf8() const;
 
   // Change this string and return it.
   ZString& Assign(const ZString& text);
@@ -126,6 +134,20 @@ class CORVANE_ZPS_API ZString {
 inline bool operator==(const ZString& a, const ZString& b) noexcept { return a.Str() == b.Str(); }
 inline bool operator!=(const ZString& a, const ZString& b) noexcept { return !(a == b); }
 inline bool operator<(const ZString& a, const ZString& b) noexcept { return a.Compare(b) < 0; }
+inline bool operator>(const ZString& a, const ZString& b) noexcept { return b < a; }
+inline bool operator<=(const ZString& a, const ZString& b) noexcept { return !(b < a); }
+inline bool operator>=(const ZString& a, const ZString& b) noexcept { return !(a < b); }
 inline ZString operator+(ZString a, const ZString& b) { return std::move(a.Append(b)); }
 
+// Writes the text as UTF-8. A template, so that a host's own operator goes before it.
+template <class Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& stream, const ZString& text) {
+  return stream << text.ToUtf8();
+}
+
 }  // namespace Corvane
+
+template <>
+struct std::hash<Corvane::ZString> {
+  std::size_t operator()(const Corvane::ZString& text) const noexcept { return std::hash<std::wstring>()(text.Str()); }
+};

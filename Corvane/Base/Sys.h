@@ -25,13 +25,13 @@ namespace Corvane::Wrappers::Sys {
 CORVANE_ZPS_API ZResult Fclose(std::FILE* file) noexcept;
 
 // fseek(3): `whence` is SEEK_SET, SEEK_CUR or SEEK_END.
-CORVANE_ZPS_API ZResult Fseek(std::FILE* file, long offset, int whence) noexcept;
+[[nodiscard]] CORVANE_ZPS_API ZResult Fseek(std::FILE* file, long offset, int whence) noexcept;
 
 // Writes `bytes` bytes. `written` receives how many were written, fewer than asked for only on a failure. A signal that
 // interrupts the write is no failure.
 CORVANE_ZPS_API ZResult Fwrite(const void* data, std::size_t bytes, std::FILE* file, std::size_t& written) noexcept;
 
 // Cuts the file off at `length` bytes, or extends it with zeros.
-CORVANE_ZPS_API ZResult Ftruncate(std::FILE* file, unsigned long long length) noexcept;
+[[nodiscard]] CORVANE_ZPS_API ZResult Ftruncate(std::FILE* file, unsigned long long length) noexcept;
 
 }  // namespace Corvane::Wrappers::Sys

@@ -112,8 +112,8 @@ class AbortSteps : public testing::Test {
   Operation MakeTlsDownload() {
     return {"Download over TLS with a password",
             [this](ZTransfer& transfer) {
-              transfer.SetCredentials(L"user", L"password");
-              transfer.SetSSL(true, true, WidePath(m_pki.caFile), L"");
+              EXPECT_EQ(transfer.SetCredentials(L"user", L"password"), 0u);
+              EXPECT_EQ(transfer.SetSSL(true, true, WidePath(m_pki.caFile), L""), 0u);
               ZString result;
               const std::string url = "https://127.0.0.1:" + std::to_string(m_server.Port()) + "/";
               return transfer.Download(Wide(url), result);

@@ -77,7 +77,7 @@ class TransferClient {
     Apply(conditions, m_transfer);
     ZTransferOptions options;
     options.mostRedirects = conditions.redirects;
-    m_transfer.SetOptions(options);
+    RequireSet(m_transfer.SetOptions(options));
     m_transfer.DetectHttpError(op == Op::kGetChecked);
     m_transfer.Attach(&m_observer);
     if (IsResumed(op)) WriteFile(File(), HeldContent());

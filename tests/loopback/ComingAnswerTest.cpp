@@ -105,7 +105,7 @@ TEST_F(AComingAnswer, IsTheOneBehindAllRedirectsWithoutItsPassword) {
   ScriptedServer server(KeepAlive(Routes({{"/a", Redirect("/b")}, {"/b", Tagged("\"v2\"")}})));
   ZTransferOptions options;
   options.mostRedirects = 1;
-  transfer.SetOptions(options);
+  EXPECT_EQ(transfer.SetOptions(options), 0u);
   const std::string host = "127.0.0.1:" + std::to_string(server.Port());
   EXPECT_THAT(transfer.Download(Wide("http://ada:s3cret@" + host + "/a"), asking), IsCode(TRANSFER_S_FINISHED));
   EXPECT_EQ(asking.here.status, 200);
@@ -120,7 +120,7 @@ TEST_F(AComingAnswer, OfAnFtpServerHasATimeWhenAskedFor) {
   EXPECT_EQ(asking.here.time, -1);
   ZTransferOptions options;
   options.askModificationTime = true;
-  transfer.SetOptions(options);
+  EXPECT_EQ(transfer.SetOptions(options), 0u);
   EXPECT_THAT(transfer.Download(Wide(server.Url("/f")), asking), IsCode(TRANSFER_S_FINISHED));
   EXPECT_EQ(asking.here.time, 1795255200);
   EXPECT_EQ(asking.here.status, 0);

@@ -59,7 +59,7 @@ TEST_F(AKeptFtpConnection, OfAnotherLoginHoldsUpNoLaterRequest) {
   ScriptedFtpServer& server = SilentServer();
   ZTransfer transfer;
   for (int i = 0; i < 12; ++i) {
-    transfer.SetCredentials(Wide("user" + std::to_string(i)), L"password");
+    EXPECT_EQ(transfer.SetCredentials(Wide("user" + std::to_string(i)), L"password"), 0u);
     Fetch(transfer, server.Url("/a"));
   }
   EXPECT_LT(steady_clock::now() - begin, kNoTimeAtAll);

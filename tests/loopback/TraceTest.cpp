@@ -71,7 +71,7 @@ TEST_F(ATracedTransfer, TellsTheSameGettersAndResultAsWithout) {
   ScriptedServer server(KeepAlive(Content("content")));
   EXPECT_THAT(Get(server.Url()), IsCode(TRANSFER_S_FINISHED));
   const std::string header = HeaderOf(transfer);
-  transfer.SetOptions(ZTransferOptions());
+  EXPECT_EQ(transfer.SetOptions(ZTransferOptions()), 0u);
   EXPECT_THAT(Get(server.Url()), IsCode(TRANSFER_S_FINISHED));
   EXPECT_EQ(HeaderOf(transfer), header);
   EXPECT_EQ(Narrow(result), "content");
@@ -119,7 +119,7 @@ TEST_F(ATracedTransfer, ShowsNoSecretOfHttp) {
 
 TEST_F(ATracedTransfer, ShowsTlsButNoSecretOfIt) {
   ScriptedServer server(KeepAlive(Content("content")), MakePki(folder.Path()).server);
-  transfer.SetCredentials(L"ada", L"s3cret");
+  EXPECT_EQ(transfer.SetCredentials(L"ada", L"s3cret"), 0u);
   EXPECT_THAT(Get(server.Url("/a")), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(trace.lines, Contains(HasSubstr("TLSv1")));
   EXPECT_THAT(trace.lines, Contains("< HTTP/1.1 200 OK"));
@@ -170,10 +170,10 @@ TEST_F(ATracedTransfer, TellsNobodyAfterItWasTakenBack) {
   auto gone = std::make_unique<RecordingTrace>();
   ZTransferOptions options;
   options.trace = gone.get();
-  transfer.SetOptions(options);
+  EXPECT_EQ(transfer.SetOptions(options), 0u);
   EXPECT_THAT(Get(server.Url()), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(gone->lines, Not(IsEmpty()));
-  transfer.SetOptions(ZTransferOptions());
+  EXPECT_EQ(transfer.SetOptions(ZTransferOptions()), 0u);
   gone.reset();
   EXPECT_THAT(Get(server.Url()), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(trace.lines, IsEmpty());
@@ -188,10 +188,10 @@ TEST_F(ATracedTransfer, TellsNobodyOutsideOfOperations) {
     auto other = std::make_unique<ZTransfer>();
     ZTransferOptions options;
     options.trace = gone.get();
-    other->SetOptions(options);
+    EXPECT_EQ(other->SetOptions(options), 0u);
     EXPECT_THAT(other->Download(Wide(url), result), IsCode(TRANSFER_S_FINISHED));
     const std::size_t told = gone->lines.size();
-    other->SetOptions(ZTransferOptions());
+    EXPECT_EQ(other->SetOptions(ZTransferOptions()), 0u);
     gone.reset();
     other.reset();
     EXPECT_GT(told, 0u);
@@ -199,7 +199,7 @@ TEST_F(ATracedTransfer, TellsNobodyOutsideOfOperations) {
   ZTransfer last;
   ZTransferOptions options;
   options.trace = &trace;
-  last.SetOptions(options);
+  EXPECT_EQ(last.SetOptions(options), 0u);
   EXPECT_THAT(last.Download(Wide(ftp.Url("/f")), result), IsCode(TRANSFER_S_FINISHED));
   const std::size_t told = trace.lines.size();
   last.Reset();

@@ -125,12 +125,16 @@ TEST(ZTransferState, WaitTellsWhetherAnOperationRuns) {
   ASSERT_TRUE(observer.FirstEvent().Wait());
   EXPECT_FALSE(transfer.Wait(0));
   EXPECT_FALSE(transfer.Wait(50));
+  EXPECT_FALSE(transfer.Wait(std::chrono::microseconds(50)));
+  EXPECT_FALSE(transfer.Wait(std::chrono::hours::min()));
   server.Finish();
+  EXPECT_TRUE(transfer.Wait(std::chrono::hours::max()));
   EXPECT_TRUE(transfer.Wait(0xFFFFFFFF));
   EXPECT_TRUE(transfer.Wait(0));
   EXPECT_THAT(transfer.GetStatus(), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(transfer.SetCredentials(L"", L""), IsCode(BASE_S_OK));  // no longer busy once Wait has returned
   ASSERT_TRUE(download.Result());
+  EXPECT_EQ(transfer.GetTransferDuration(), std::chrono::milliseconds(transfer.GetTransferTime()));
 }
 
 TEST(ZTransferState, AnObserverAttachedTwiceIsToldOnce) {
@@ -248,7 +252,7 @@ TEST(ZTransferState, AnExceptionOfTheLoggerReachesTheCaller) {
   };
   ScriptedServer server(KeepAlive(Status(200, "x")));
   ZTransfer transfer;
-  transfer.SetCredentials(L"user", L"secret");  // they are what is logged
+  EXPECT_EQ(transfer.SetCredentials(L"user", L"secret"), 0u);  // they are what is logged
   ThrowingLogger logger;
   ZString result;
   ZLog::SetLogger(&logger);

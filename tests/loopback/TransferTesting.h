@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -171,5 +172,10 @@ testing::AssertionResult FileHolds(const std::filesystem::path& file, std::strin
 
 // Names in the folder, sorted.
 std::vector<std::string> NamesIn(const std::filesystem::path& folder);
+
+// For settings that a test cannot do without, where no assertion can be made: throws when they were refused.
+inline void RequireSet(Corvane::ZResult result) {
+  if (result != 0) throw std::logic_error("a setting was refused");
+}
 
 }  // namespace CorvaneTest

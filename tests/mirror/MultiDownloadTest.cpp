@@ -266,10 +266,10 @@ TEST_F(ZMultiDownloadTest, VerifiesWhatItIsAskedToAndNoMore) {
   ScriptedServer selfSigned(KeepAlive(page), pki.selfSigned);
   ScriptedServer wrongHost(KeepAlive(page), pki.wrongHost);
   const ZString caDirectory = WidePath(pki.caDirectory);
-  m_mirror.SetSSL(true, false, L"", caDirectory);
+  EXPECT_EQ(m_mirror.SetSSL(true, false, L"", caDirectory), 0u);
   EXPECT_THAT(Run(selfSigned.Url("/")), IsCode(TRANSFER_S_FINISHED)) << "the host alone";
   EXPECT_THAT(Run(wrongHost.Url("/")), IsCode(CurlFailure(kPeerNotVerified)));
-  m_mirror.SetSSL(false, true, L"", caDirectory);
+  EXPECT_EQ(m_mirror.SetSSL(false, true, L"", caDirectory), 0u);
   EXPECT_THAT(Run(selfSigned.Url("/")), IsCode(CurlFailure(kPeerNotVerified)));
   EXPECT_THAT(Run(wrongHost.Url("/")), IsCode(TRANSFER_S_FINISHED)) << "the peer alone";
 }

@@ -110,7 +110,7 @@ TEST_F(Additions, VerifyTheServersThatARedirectMayLeadTo) {
   const std::string on = std::to_string(CURLOPT_SSL_VERIFYPEER) + "=1", host = std::to_string(CURLOPT_SSL_VERIFYHOST);
   WriteFile(folder / "ca.pem", "");
   ZTransfer transfer;
-  transfer.SetSSL(true, true, Path("ca.pem"), L"");
+  EXPECT_EQ(transfer.SetSSL(true, true, Path("ca.pem"), L""), 0u);
   ZTransferOptions options;
   for (const char* url : {"http://h/", "HTTP://h/", "h/", "https://h/", "ftp://h/", "ftps://h/"}) {
     for (const unsigned int redirects : {0u, 1u}) {

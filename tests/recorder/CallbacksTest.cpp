@@ -2,6 +2,7 @@
 
 #include <sys/resource.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -397,6 +398,24 @@ TEST_F(TheTimeLimit, SaturatesAtWhatLibcurlTakes) {
     EXPECT_THAT(curl.ValuesOf(CURLOPT_TIMEOUT), ElementsAre("2147483")) << huge;
     EXPECT_THAT(curl.ValuesOf(CURLOPT_CONNECTTIMEOUT), ElementsAre("2147483")) << huge;
   }
+}
+
+// No unit makes a limit shorter, or takes it away unasked.
+TEST_F(TheTimeLimit, IsTakenInAnyUnit) {
+  const auto limit = [&] {
+    Moves([](const EasyHandle&) { return CURLE_OK; });
+    return curl.ValuesOf(CURLOPT_TIMEOUT);
+  };
+  EXPECT_EQ(transfer.SetTimeout(std::chrono::minutes(2)), 0u);
+  EXPECT_THAT(limit(), ElementsAre("120"));
+  EXPECT_EQ(transfer.SetTimeout(milliseconds(1500)), 0u);
+  EXPECT_THAT(limit(), ElementsAre("2"));
+  EXPECT_EQ(transfer.SetTimeout(seconds(-1)), Corvane::ResultFromErrno(EINVAL));
+  EXPECT_THAT(limit(), ElementsAre("2"));
+  EXPECT_EQ(transfer.SetTimeout(std::chrono::hours::max()), 0u);
+  EXPECT_THAT(limit(), ElementsAre("2147483"));
+  EXPECT_EQ(transfer.SetTimeout(seconds(0)), 0u);
+  EXPECT_THAT(limit(), ElementsAre("0"));
 }
 
 TEST_F(TheTimeLimit, SaturatesWhenItIsMovedBehindWhatLibcurlTakes) {

@@ -49,7 +49,7 @@ TEST_F(TheLog, TellsTheUserAndTheAuthenticationButNotThePassword) {
   for (const Case& c : {Case{L"http://h/", "NTLM"}, Case{L"https://h/", "NTLM,BASIC"},
                         Case{L"HTTPS://h/", "NTLM,BASIC"}, Case{L"ftp://h/", "NTLM"}}) {
     EXPECT_THAT(LinesOf([&](ZTransfer& t) {
-                  t.SetCredentials(L"j\u00F6rg", L"s\u00E9cret");
+                  EXPECT_EQ(t.SetCredentials(L"j\u00F6rg", L"s\u00E9cret"), 0u);
                   t.Download(c.url, result);
                 }),
                 ElementsAre("I Transfer: Setting curl Authentication set to \"j\xC3\xB6rg:*\"",
@@ -59,7 +59,7 @@ TEST_F(TheLog, TellsTheUserAndTheAuthenticationButNotThePassword) {
 
 TEST_F(TheLog, CutsTheUserAtItsFirstColon) {
   EXPECT_THAT(LinesOf([&](ZTransfer& t) {
-                t.SetCredentials(L"us%2er:name", L"%2secret");
+                EXPECT_EQ(t.SetCredentials(L"us%2er:name", L"%2secret"), 0u);
                 t.Download(L"http://h/", result);
               })[0],
               "I Transfer: Setting curl Authentication set to \"us%2er:*\"");
@@ -97,8 +97,8 @@ TEST_F(TheLog, NamesTheFileThatCannotBeOpenedForAPost) {
 TEST_F(TheLog, GetsTheLinesOfEnabledLevelsOnly) {
   const ZTransfer keep;
   const auto everything = [&](ZTransfer& t) {
-    t.SetCredentials(L"user", L"secret");
-    t.SetSSL(true, true, Path("no-file"), ZString());
+    EXPECT_EQ(t.SetCredentials(L"user", L"secret"), 0u);
+    EXPECT_EQ(t.SetSSL(true, true, Path("no-file"), ZString()), 0u);
     t.Download(L"https://h/", result);
     t.PostFile(L"http://h/", Path("missing"));
   };
@@ -120,7 +120,7 @@ TEST_F(TheLog, BuildsNoLineOfADisabledLevel) {
   const ZString longName(std::wstring(kLength, L'u'));
   const auto largest = [&](bool enabled) {
     ZTransfer transfer;
-    transfer.SetCredentials(longName, L"p");
+    EXPECT_EQ(transfer.SetCredentials(longName, L"p"), 0u);
     transfer.Download(L"http://h/", result);  // first, so that what is kept for ever is there
     logger.EnableUpTo(enabled ? ZLogLevel::Information : ZLogLevel::Warning);
     const Allocations allocations;
@@ -136,7 +136,7 @@ TEST_F(TheLog, HasNoPasswordInAnyLineTextOrHeader) {
   for (const Scenario& scenario : AllScenarios(folder)) {
     for (std::size_t refused = 0; refused <= scenario.options.size() + 3; ++refused) {
       ZTransfer transfer;
-      transfer.SetCredentials(L"user", ZString(secret.c_str()));
+      EXPECT_EQ(transfer.SetCredentials(L"user", ZString(secret.c_str())), 0u);
       if (scenario.prepare) scenario.prepare();
       curl.Respond(200, scenario.answer);
       curl.onOption = [left = refused](const OptionCall&) mutable {

@@ -210,8 +210,8 @@ TEST_F(ARunningOperation, RefusesTheHeader) {
 
 TEST_F(ARunningOperation, RefusesSettingsAndChangesNothing) {
   WriteFile(folder / "ca", "x");
-  transfer.SetSSL(true, true, Path("ca"), ZString());
-  transfer.SetCredentials(L"user", L"secret");
+  EXPECT_EQ(transfer.SetSSL(true, true, Path("ca"), ZString()), 0u);
+  EXPECT_EQ(transfer.SetCredentials(L"user", L"secret"), 0u);
   During([] {});
   const std::vector<std::string> before = curl.Options();
   curl.Clear();

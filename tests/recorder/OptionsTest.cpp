@@ -53,8 +53,8 @@ TEST_F(ZTransferOptions, AreAllSetBetweenTheResetOfTheHandleAndTheRequest) {
 
 TEST_F(ZTransferOptions, TextsAndObjectsStayInPlaceDuringTheRequest) {
   ZTransfer transfer;
-  transfer.SetCredentials(L"user", L"secret");
-  transfer.SetSSL(false, true, ZString(), Path(""));
+  EXPECT_EQ(transfer.SetCredentials(L"user", L"secret"), 0u);
+  EXPECT_EQ(transfer.SetSSL(false, true, ZString(), Path("")), 0u);
   curl.perform = [](const EasyHandle& handle) {
     for (const CURLoption option : {CURLOPT_URL, CURLOPT_USERPWD, CURLOPT_CAPATH, CURLOPT_POSTFIELDS}) {
       const OptionCall call = handle.Get(option);
@@ -197,8 +197,8 @@ TEST_F(HttpsVerification, PathsGoOutInTheLocalEncoding) {
 
 TEST_F(HttpsVerification, EmptyPathsClearTheStoredOnes) {
   ZTransfer transfer;
-  transfer.SetSSL(false, true, Path("file"), Path("directory"));
-  transfer.SetSSL(false, true, ZString(), ZString());
+  EXPECT_EQ(transfer.SetSSL(false, true, Path("file"), Path("directory")), 0u);
+  EXPECT_EQ(transfer.SetSSL(false, true, ZString(), ZString()), 0u);
   curl.Clear();
   ZString result;
   transfer.Download(L"https://host/", result);
@@ -209,7 +209,7 @@ TEST_F(HttpsVerification, EmptyPathsClearTheStoredOnes) {
 
 TEST_F(HttpsVerification, IsSwitchedOnAgainForEveryHttpsTransferAndForNoOther) {
   ZTransfer transfer;
-  transfer.SetSSL(true, true, Path("file"), Path("directory"));
+  EXPECT_EQ(transfer.SetSSL(true, true, Path("file"), Path("directory")), 0u);
   struct Case {
     const wchar_t* url;
     std::vector<std::string> host, peer;
@@ -245,7 +245,7 @@ class Credentials : public TransferTest {
 
 TEST_F(Credentials, AnEmptyUserClearsTheStoredOnesWhateverThePassword) {
   ZTransfer transfer;
-  transfer.SetCredentials(L"user", L"secret");
+  EXPECT_EQ(transfer.SetCredentials(L"user", L"secret"), 0u);
   EXPECT_THAT(Sent(transfer), ElementsAre("'user:secret'"));
   EXPECT_EQ(transfer.SetCredentials(ZString(), L"secret"), 0u);
   EXPECT_THAT(Sent(transfer), IsEmpty());
@@ -255,14 +255,14 @@ TEST_F(Credentials, AnEmptyUserClearsTheStoredOnesWhateverThePassword) {
 
 TEST_F(Credentials, AnEmptyPasswordStillHasItsColon) {
   ZTransfer transfer;
-  transfer.SetCredentials(L"user", ZString());
+  EXPECT_EQ(transfer.SetCredentials(L"user", ZString()), 0u);
   EXPECT_THAT(Sent(transfer), ElementsAre("'user:'"));
 }
 
 TEST_F(Credentials, AreUtf8InEveryLocale) {
   const ScopedLocale ascii("C");
   ZTransfer transfer;
-  transfer.SetCredentials(L"\u00FC", L"\u20AC");
+  EXPECT_EQ(transfer.SetCredentials(L"\u00FC", L"\u20AC"), 0u);
   EXPECT_THAT(Sent(transfer), ElementsAre("'\xC3\xBC:\xE2\x82\xAC'"));
 }
 
@@ -272,7 +272,7 @@ TEST_F(Credentials, BasicIsAllowedOverTlsOnly) {
     const char* methods;
   };
   ZTransfer transfer;
-  transfer.SetCredentials(L"user", L"secret");
+  EXPECT_EQ(transfer.SetCredentials(L"user", L"secret"), 0u);
   for (const Case& c : {Case{L"http://host/", "8"}, Case{L"https://host/", "9"}, Case{L"HTTPS://host/", "9"},
                         Case{L"ftp://host/", "8"}, Case{L"ftps://host/", "8"}}) {
     curl.Clear();

@@ -1,5 +1,7 @@
 #include "tests/recorder/Scenarios.h"
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <utility>
 
@@ -46,7 +48,7 @@ void AddSchemes(std::vector<Scenario>& all) {
 }
 
 void AddCredentials(std::vector<Scenario>& all) {
-  const auto login = [](ZTransfer& transfer) { transfer.SetCredentials(L"j\u00F6rg", L"pa:ss"); };
+  const auto login = [](ZTransfer& transfer) { EXPECT_EQ(transfer.SetCredentials(L"j\u00F6rg", L"pa:ss"), 0u); };
   const std::string user = "10005='j\xC3\xB6rg:pa:ss'";
   all.push_back(Download(
       "http with credentials", L"http://host/",
@@ -68,10 +70,10 @@ void AddVerification(std::vector<Scenario>& all, const TempDir& folder) {
   const std::string who = "ApplyExtraHttpsSettings";
   all.push_back(Download("HTTPS in capitals, host and directory", L"HTTPS://host/",
                          before + From(who, {"81=2", "64=1", "10097='" + (folder / "certs").string() + "'"}) + after,
-                         [=](ZTransfer& transfer) { transfer.SetSSL(true, true, file, directory); }));
+                         [=](ZTransfer& transfer) { EXPECT_EQ(transfer.SetSSL(true, true, file, directory), 0u); }));
   all.push_back(Download("HTTPS, peer and file", L"HTTPS://host/",
                          before + From(who, {"64=1", "10065='" + (folder / "ca.pem").string() + "'"}) + after,
-                         [=](ZTransfer& transfer) { transfer.SetSSL(false, true, file, ZString()); }));
+                         [=](ZTransfer& transfer) { EXPECT_EQ(transfer.SetSSL(false, true, file, ZString()), 0u); }));
 }
 
 void AddTimeouts(std::vector<Scenario>& all) {

@@ -152,7 +152,7 @@ TEST_F(AdditionsOnServers, FollowTheRedirectToAFolderOfApache) {
 
 TEST_F(AdditionsOnServers, FollowRedirectsIntoTlsAndNeverOutOfIt) {
   const Pki pki = MakePki(folder.Path());
-  transfer.SetSSL(true, true, WidePath(pki.caFile), L"");
+  EXPECT_EQ(transfer.SetSSL(true, true, WidePath(pki.caFile), L""), 0u);
   NginxServer plain;
   WriteFile(plain.RootDir() / "a", "in the clear");
   NginxOptions secureOptions;
@@ -174,7 +174,7 @@ TEST_F(AdditionsOnServers, FollowRedirectsIntoTlsAndNeverOutOfIt) {
     EXPECT_THAT(Narrow(result), Not(HasSubstr("in the clear")));
   }
   EXPECT_EQ(plain.AccessLog(), "");
-  transfer.SetSSL(true, true, WidePath(pki.otherCaFile), L"");
+  EXPECT_EQ(transfer.SetSSL(true, true, WidePath(pki.otherCaFile), L""), 0u);
   EXPECT_THAT(transfer.Download(Wide(up.Url("/up")), result), IsCode(CurlFailure(kPeerNotVerified)))
       << "the certificate is looked at behind the redirect, too";
 }
@@ -275,8 +275,8 @@ TEST_F(AdditionsOnServers, TraceHttp2WithoutItsSecrets) {
                            pki.server.certificate.string() + "; ssl_certificate_key " + pki.server.key.string() +
                            "; location / { add_header Set-Cookie id=cook1e; return 200 'body'; } }";
   NginxServer server(nginxOptions);
-  transfer.SetSSL(true, true, WidePath(pki.caFile), L"");
-  transfer.SetCredentials(L"ada", L"s3cret");
+  EXPECT_EQ(transfer.SetSSL(true, true, WidePath(pki.caFile), L""), 0u);
+  EXPECT_EQ(transfer.SetCredentials(L"ada", L"s3cret"), 0u);
   RecordingTrace trace;
   ZTransferOptions options;
   options.trace = &trace;
@@ -293,7 +293,7 @@ TEST_F(AdditionsOnServers, TraceHttp2WithoutItsSecrets) {
   for (const char* secret : {"s3cret", "YWRhOnMzY3JldA", "bisc8it", "t0ken", "cook1e"}) {
     EXPECT_THAT(trace.lines, Not(Contains(HasSubstr(secret)))) << secret;
   }
-  transfer.SetOptions(ZTransferOptions());
+  EXPECT_EQ(transfer.SetOptions(ZTransferOptions()), 0u);
 }
 
 TEST_F(AdditionsOnServers, TraceFtpWithoutItsPassword) {
@@ -302,7 +302,7 @@ TEST_F(AdditionsOnServers, TraceFtpWithoutItsPassword) {
   account.password = "s3cret";
   PyftpdServer server(account);
   WriteFile(server.RootDir() / "a", content);
-  transfer.SetCredentials(L"ada", L"s3cret");
+  EXPECT_EQ(transfer.SetCredentials(L"ada", L"s3cret"), 0u);
   RecordingTrace trace;
   ZTransferOptions options;
   options.trace = &trace;
@@ -313,7 +313,7 @@ TEST_F(AdditionsOnServers, TraceFtpWithoutItsPassword) {
   EXPECT_THAT(trace.lines, Contains("> REST 99000"));
   EXPECT_THAT(trace.lines, Contains(StartsWith("< 226")));
   EXPECT_THAT(trace.lines, Not(Contains(HasSubstr("s3cret"))));
-  transfer.SetOptions(ZTransferOptions());
+  EXPECT_EQ(transfer.SetOptions(ZTransferOptions()), 0u);
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ class ZTransferAuthentication : public testing::Test {
 TEST_F(ZTransferAuthentication, IsBasicOverTls) {
   RecordingLogger logger;
   ZTransfer transfer;
-  transfer.SetSSL(true, true, WidePath(m_pki.caFile), L"");
+  EXPECT_EQ(transfer.SetSSL(true, true, WidePath(m_pki.caFile), L""), 0u);
   ASSERT_THAT(transfer.SetCredentials(L"user", Wide(kPassword)), IsCode(BASE_S_OK));
   transfer.DetectHttpError(true);
   ZString result;
@@ -70,7 +70,7 @@ TEST_F(ZTransferAuthentication, IsBasicOverTls) {
 TEST_F(ZTransferAuthentication, OverPlainHttpIsNeverBasic) {
   RecordingLogger logger;
   ZTransfer transfer;
-  transfer.SetCredentials(L"user", Wide(kPassword));
+  EXPECT_EQ(transfer.SetCredentials(L"user", Wide(kPassword)), 0u);
   transfer.DetectHttpError(true);
   ZString result;
   EXPECT_THAT(transfer.Download(Wide(m_server.Url("/private.txt")), result), IsCode(TRANSFER_E_CONNECT));
@@ -83,7 +83,7 @@ TEST_F(ZTransferAuthentication, OverPlainHttpIsNeverBasic) {
 
 TEST_F(ZTransferAuthentication, WithAWrongPasswordIsRefused) {
   ZTransfer transfer;
-  transfer.SetCredentials(L"user", L"guessed");
+  EXPECT_EQ(transfer.SetCredentials(L"user", L"guessed"), 0u);
   const TempDir folder;
   EXPECT_THAT(transfer.DownloadFile(Wide(m_server.HttpsUrl("/private.txt")), WidePath(folder / "a"), false),
               IsCode(TRANSFER_E_CONNECT));
@@ -93,8 +93,8 @@ TEST_F(ZTransferAuthentication, WithAWrongPasswordIsRefused) {
 TEST_F(ZTransferAuthentication, IsNotTriedWithoutAUser) {
   ZTransfer transfer;
   transfer.DetectHttpError(true);
-  transfer.SetCredentials(L"user", Wide(kPassword));
-  transfer.SetCredentials(L"", Wide(kPassword));  // takes them away
+  EXPECT_EQ(transfer.SetCredentials(L"user", Wide(kPassword)), 0u);
+  EXPECT_EQ(transfer.SetCredentials(L"", Wide(kPassword)), 0u);  // takes them away
   ZString result;
   EXPECT_THAT(transfer.Download(Wide(m_server.HttpsUrl("/private.txt")), result), IsCode(TRANSFER_E_CONNECT));
   EXPECT_EQ(Sent(), "401 \"-\"\n");
@@ -106,7 +106,7 @@ TEST_F(ZTransferAuthentication, LeavesNoTraceOfThePassword) {
     for (const char* path : {"/private.txt", "/missing"}) {
       RecordingLogger logger;
       ZTransfer transfer;
-      transfer.SetCredentials(L"user", Wide(kPassword));
+      EXPECT_EQ(transfer.SetCredentials(L"user", Wide(kPassword)), 0u);
       const std::string url = overTls ? m_server.HttpsUrl(path) : m_server.Url(path);
       transfer.DownloadFile(Wide(url), WidePath(folder / "a"), false);
       for (const std::string& secret : {std::string("s3cret"), std::string("dXNlcjpz")}) {
@@ -126,7 +126,7 @@ TEST(ZTransferCredentials, NeverLeaveInTheClear) {
     SCOPED_TRACE(challenge);
     ScriptedServer server(KeepAlive(Status(401, "who are you", {{"WWW-Authenticate", challenge}})));
     ZTransfer transfer;
-    transfer.SetCredentials(L"user", L"secret");
+    EXPECT_EQ(transfer.SetCredentials(L"user", L"secret"), 0u);
     transfer.DetectHttpError(true);
     ZString result;
     EXPECT_THAT(transfer.Download(Wide(server.Url()), result), IsCode(TRANSFER_E_CONNECT));

@@ -103,7 +103,7 @@ TEST_P(ZTransferOnFtp, ReportsAMissingFile) {
 }
 
 TEST_P(ZTransferOnFtp, ReportsAWrongPassword) {
-  m_transfer.SetCredentials(L"nobody-of-this-name", L"secret");
+  EXPECT_EQ(m_transfer.SetCredentials(L"nobody-of-this-name", L"secret"), 0u);
   ZString result;
   EXPECT_THAT(m_transfer.Download(Wide(Url("/")), result), IsCode(CurlFailure(kLoginDenied)));
   EXPECT_THAT(ErrorOf(m_transfer), Not(HasSubstr("secret")));
@@ -162,7 +162,7 @@ class ZTransferFtpAccount : public testing::Test {
 
 TEST_F(ZTransferFtpAccount, GetsInWithItsPassword) {
   RecordingLogger logger;
-  m_transfer.SetCredentials(L"user name", Wide("p:ss w\xC3\xB6rd@"));
+  EXPECT_EQ(m_transfer.SetCredentials(L"user name", Wide("p:ss w\xC3\xB6rd@")), 0u);
   EXPECT_THAT(m_transfer.DownloadFile(Wide(m_server.Url("/a")), WidePath(m_folder / "a"), false),
               IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(FileHolds(m_folder / "a", MakePattern(1000)));
@@ -174,9 +174,9 @@ TEST_F(ZTransferFtpAccount, GetsInWithItsPassword) {
 TEST_F(ZTransferFtpAccount, IsDeniedOtherwise) {
   ZString result;
   EXPECT_THAT(m_transfer.Download(Wide(m_server.Url("/a")), result), IsCode(CurlFailure(kLoginDenied)));  // anonymous
-  m_transfer.SetCredentials(L"user name", L"p:ss word@");
+  EXPECT_EQ(m_transfer.SetCredentials(L"user name", L"p:ss word@"), 0u);
   EXPECT_THAT(m_transfer.Download(Wide(m_server.Url("/a")), result), IsCode(CurlFailure(kLoginDenied)));
-  m_transfer.SetCredentials(L"user name", Wide("p:ss w\xC3\xB6rd@"));
+  EXPECT_EQ(m_transfer.SetCredentials(L"user name", Wide("p:ss w\xC3\xB6rd@")), 0u);
   EXPECT_THAT(m_transfer.Download(Wide(m_server.Url("/a")), result), IsCode(TRANSFER_S_FINISHED));
 }
 

@@ -147,7 +147,7 @@ TEST(ZTransferOnNginx, SpeaksHttp2OverTls) {
 
   const TempDir folder;
   ZTransfer transfer;
-  transfer.SetSSL(true, true, WidePath(pki.caFile), L"");
+  EXPECT_EQ(transfer.SetSSL(true, true, WidePath(pki.caFile), L""), 0u);
   EXPECT_THAT(transfer.DownloadFile(Wide(url + "/a"), WidePath(folder / "a"), false), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(HeaderOf(transfer), StartsWith("HTTP/2 200 \r\n"));
   EXPECT_THAT(HeaderOf(transfer), HasSubstr("\r\ncontent-length: 1000000\r\n"));

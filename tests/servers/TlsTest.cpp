@@ -190,12 +190,12 @@ TEST_F(ZTransferTls, SettingsHoldUntilTheyAreReplaced) {
   const std::string url = Serve(m_pki.selfSigned).HttpsUrl("/a.txt");
   ZTransfer transfer;
   ZString result;
-  transfer.SetSSL(true, true, WidePath(m_pki.caFile), WidePath(m_pki.caDirectory));
+  EXPECT_EQ(transfer.SetSSL(true, true, WidePath(m_pki.caFile), WidePath(m_pki.caDirectory)), 0u);
   for (int i = 0; i < 2; ++i) {
     EXPECT_THAT(transfer.Download(Wide(url), result), IsCode(CurlFailure(kPeerNotVerified)));
     transfer.Reset();
   }
-  transfer.SetSSL(true, true, L"", L"");  // forgets the authorities
+  EXPECT_EQ(transfer.SetSSL(true, true, L"", L""), 0u);  // forgets the authorities
   RecordingLogger logger;
   EXPECT_THAT(transfer.Download(Wide(url), result), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(logger.Messages(ZLogLevel::Warning), Contains(testing::EndsWith("CAFile= CADir=")));
@@ -207,11 +207,11 @@ TEST_F(ZTransferTls, AreNotBypassedByAKeptConnection) {
   ZTransfer transfer;
   ZString result;
   for (int i = 0; i < 2; ++i) {
-    transfer.SetSSL(false, false, L"", L"");
+    EXPECT_EQ(transfer.SetSSL(false, false, L"", L""), 0u);
     EXPECT_THAT(transfer.Download(Wide(url), result), IsCode(TRANSFER_S_FINISHED));
-    transfer.SetSSL(false, true, WidePath(m_pki.caFile), L"");
+    EXPECT_EQ(transfer.SetSSL(false, true, WidePath(m_pki.caFile), L""), 0u);
     EXPECT_THAT(transfer.Download(Wide(url), result), IsCode(CurlFailure(kPeerNotVerified)));
-    transfer.SetSSL(false, true, L"", WidePath(m_pki.caDirectory));
+    EXPECT_EQ(transfer.SetSSL(false, true, L"", WidePath(m_pki.caDirectory)), 0u);
     EXPECT_THAT(transfer.Download(Wide(url), result), IsCode(CurlFailure(kPeerNotVerified)));
   }
 }
@@ -220,7 +220,7 @@ TEST_F(ZTransferTls, RefusedServersLeaveNoFileAndTellTheCause) {
   const std::string url = Serve(m_pki.expired).HttpsUrl("/a.txt");
   const TempDir folder;
   ZTransfer transfer;
-  transfer.SetSSL(true, true, WidePath(m_pki.caFile), L"");
+  EXPECT_EQ(transfer.SetSSL(true, true, WidePath(m_pki.caFile), L""), 0u);
   EXPECT_THAT(transfer.DownloadFile(Wide(url), WidePath(folder / "a"), false), IsCode(TRANSFER_E_CONNECT));
   EXPECT_EQ(ErrorOf(transfer), "Failed to connect to the specified URL, " + url + "\n");
   EXPECT_THAT(CauseOf(transfer), IsCode(CurlFailure(kPeerNotVerified)));
@@ -234,8 +234,8 @@ TEST_F(ZTransferTls, RefusedServersNeverGetThePassword) {
   options.serverLines = "return 401;";
   NginxServer server(options);
   ZTransfer transfer;
-  transfer.SetSSL(true, true, WidePath(m_pki.caFile), L"");
-  transfer.SetCredentials(L"user", L"secret");
+  EXPECT_EQ(transfer.SetSSL(true, true, WidePath(m_pki.caFile), L""), 0u);
+  EXPECT_EQ(transfer.SetCredentials(L"user", L"secret"), 0u);
   ZString result;
   EXPECT_THAT(transfer.Download(Wide(server.HttpsUrl()), result), IsCode(CurlFailure(kPeerNotVerified)));
   server.Stop();  // everything is logged by now
@@ -248,7 +248,7 @@ TEST_F(ZTransferTls, DownloadsAFileExactly) {
   WriteFile(server.RootDir() / "large", content);
   const TempDir folder;
   ZTransfer transfer;
-  transfer.SetSSL(true, true, L"", WidePath(m_pki.caDirectory));
+  EXPECT_EQ(transfer.SetSSL(true, true, L"", WidePath(m_pki.caDirectory)), 0u);
   const ZString url = Wide(server.HttpsUrl("/large"));
   EXPECT_THAT(transfer.DownloadFile(url, WidePath(folder / "a"), false), IsCode(TRANSFER_S_FINISHED));
   EXPECT_TRUE(FileHolds(folder / "a", content));

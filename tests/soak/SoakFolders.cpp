@@ -56,7 +56,7 @@ SoakResult SoakMirror::Operate(const SoakTargets& targets, const fs::path& folde
   if (!random.OneIn(4)) sizes.clear();
   m_mirror.SetFileSizeList(sizes);
   m_mirror.SetTimeout(2 + random.Below(3));
-  m_mirror.SetSSL(true, true, WidePath(targets.caFile), ZString());
+  RequireSet(m_mirror.SetSSL(true, true, WidePath(targets.caFile), ZString()));
   m_mirror.UseThrottling(random.OneIn(2));
   SoakResult result;
   result.operation = "ZMultiDownload";
@@ -98,9 +98,9 @@ void SoakTree::ChangeSettings(const SoakTargets& targets, Random& random, bool i
   options.stopAtFirstFailure = random.OneIn(4);
   options.deleteOthers = isDeleting;
   options.userAgent = L"soak";
-  m_tree.SetOptions(options);
+  RequireSet(m_tree.SetOptions(options));
   m_tree.SetTimeout(2 + random.Below(3));
-  m_tree.SetSSL(true, true, WidePath(targets.caFile), ZString());
+  RequireSet(m_tree.SetSSL(true, true, WidePath(targets.caFile), ZString()));
   m_tree.UseThrottling(random.OneIn(2));
 }
 

@@ -94,7 +94,7 @@ class SoakTransfer : public SoakObject {
 
 void SoakTransfer::ChangeSettings(const SoakTargets& targets, Random& random) {
   m_transfer.SetTimeout(2 + random.Below(3));
-  m_transfer.SetSSL(true, true, WidePath(targets.caFile), ZString());
+  RequireSet(m_transfer.SetSSL(true, true, WidePath(targets.caFile), ZString()));
   m_transfer.UseThrottling(random.OneIn(2));
   ZTransferOptions options;
   if (random.OneIn(2)) {
@@ -106,7 +106,7 @@ void SoakTransfer::ChangeSettings(const SoakTargets& targets, Random& random) {
     options.headers = {L"X-Soak: 1"};
     options.userAgent = L"soak";
   }
-  m_transfer.SetOptions(options);
+  RequireSet(m_transfer.SetOptions(options));
   m_transfer.DetectHttpError(true);
 }
 

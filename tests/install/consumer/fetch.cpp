@@ -1,7 +1,6 @@
 #include <clocale>
-#include <cstdio>
+#include <iostream>
 
-#include <Corvane/Base/StringCoding.h>
 #include <Corvane/SystemTrust.h>
 #include <Corvane/Transfer.h>
 
@@ -10,14 +9,13 @@ int main(int argc, char** argv) {
   const Corvane::ZSystemTrust trust = Corvane::ZFindSystemTrust();
   if (argc != 3 || !trust.IsFound()) return 2;
   Corvane::ZTransfer transfer;
-  transfer.SetSSL(true, true, trust.caFile, trust.caDirectory);  // nothing is verified unless asked for
-  const Corvane::ZResult result = transfer.DownloadFile(argv[1], argv[2], /*resume=*/true);
-  if (Corvane::IsFailure(result)) {
+  // Nothing is verified unless asked for.
+  if (Corvane::IsFailure(transfer.SetSSL(true, true, trust.caFile, trust.caDirectory))) return 2;
+  if (Corvane::IsFailure(transfer.DownloadFile(argv[1], argv[2], /*resume=*/true))) {
     Corvane::ZString cause;
     transfer.GetCause(cause);  // what libcurl said of it
-    const Corvane::ZStringEncoder error(transfer.GetError() + L"\n" + cause, Corvane::ZStringEncoder::Utf8);
-    std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
+    std::cerr << transfer.GetError() << '\n' << cause << '\n';
     return 1;
   }
-  std::printf("%llu bytes\n", transfer.GetDownloadSize());
+  std::cout << transfer.GetDownloadSize() << " bytes\n";
 }
