@@ -72,3 +72,7 @@ install(
         "${PROJECT_SOURCE_DIR}/docs/transfer-options.md" "${PROJECT_SOURCE_DIR}/docs/tree.md"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
   COMPONENT devel)
+install(
+  DIRECTORY "${PROJECT_SOURCE_DIR}/docs/images"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
+  COMPONENT devel)
