@@ -67,7 +67,11 @@ Outcome DownloadToSink(ZTransfer& transfer, const ZString& url, unsigned long lo
   outcome.code = offset == 0 ? transfer.Download(url, sink) : transfer.Download(url, sink, offset);
   outcome.offset = offset;
   outcome.received = sink.received;
-  Require(sink.received == 0 || offset == 0 || transfer.GetHttpStatus() == 206, "only a part is handed on");
+  ZString header;
+  transfer.GetHeader(header);
+  // By whatever status in 200 to 299: as for libcurl, the field decides.
+  const bool isPart = header.Lower().Find(L"content-range:") != ZString::npos;
+  Require(sink.received == 0 || offset == 0 || isPart, "only a part is handed on");
   return outcome;
 }
 
