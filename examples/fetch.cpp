@@ -88,12 +88,7 @@ int main(int argc, char** argv) {
     fs::remove(validator);
     result = FetchRest(transfer, url, part, validator);
   }
-  if (Corvane::IsFailure(result)) {
-    Corvane::ZString cause;
-    transfer.GetCause(cause);
-    TellFailure(result, transfer.GetError(), cause);
-    return 1;
-  }
+  if (Corvane::IsFailure(result)) return TellFailure(transfer, result);
   if (!fs::exists(part)) std::ofstream{part};  // an empty file, of which no byte came
   fs::rename(part, file);
   fs::remove(validator);

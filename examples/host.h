@@ -6,14 +6,18 @@
 
 #include <Corvane/Base/StringCoding.h>
 #include <Corvane/SystemTrust.h>
+#include <Corvane/Transfer.h>
 
 // Has a ZTransfer or ZMultiDownload verify servers with the certificates that the system trusts; false when it has
 // none.
 template <class Transfer>
 bool VerifyServers(Transfer& transfer) {
   const Corvane::ZSystemTrust trust = Corvane::ZFindSystemTrust();
-  if (!trust.IsFound()) std::fprintf(stderr, "no trusted certificates; install the package ca-certificates\n");
-  return trust.IsFound() && !Corvane::IsFailure(transfer.SetSSL(true, true, trust.caFile, trust.caDirectory));
+  if (!trust.IsFound()) {
+    std::fprintf(stderr, "no trusted certificates; install the package ca-certificates\n");
+    return false;
+  }
+  return !Corvane::IsFailure(transfer.SetSSL(true, true, trust.caFile, trust.caDirectory));
 }
 
 // The library's text names the object, and libcurl's, GetCause, the reason: a certificate that was not accepted, say.
@@ -22,4 +26,12 @@ inline void TellFailure(Corvane::ZResult result, const Corvane::ZString& text, c
   const Corvane::ZStringEncoder reason(cause, Corvane::ZStringEncoder::Utf8);
   std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
   if (reason.Length() != 0) std::fprintf(stderr, "%s\n", reason.CStr());
+}
+
+// The same for a transfer whose operation has just failed; returns the exit status of a program that ends with it.
+inline int TellFailure(const Corvane::ZTransfer& transfer, Corvane::ZResult result) {
+  Corvane::ZString cause;
+  transfer.GetCause(cause);
+  TellFailure(result, transfer.GetError(), cause);
+  return 1;
 }

@@ -51,11 +51,6 @@ int main(int argc, char** argv) {
   if (!VerifyServers(transfer)) return 1;
   Corvane::ZString answer;
   const Corvane::ZResult result = transfer.Post(argv[1], fields, answer);
-  if (Corvane::IsFailure(result)) {
-    Corvane::ZString cause;
-    transfer.GetCause(cause);
-    TellFailure(result, transfer.GetError(), cause);
-    return 1;
-  }
+  if (Corvane::IsFailure(result)) return TellFailure(transfer, result);
   std::printf("%s\n", Corvane::ZStringEncoder(answer, Corvane::ZStringEncoder::Utf8).CStr());
 }

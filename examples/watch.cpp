@@ -48,11 +48,6 @@ int main(int argc, char** argv) {
     std::printf("given up; the same command goes on where this one stopped\n");
     return 3;
   }
-  if (Corvane::IsFailure(result)) {
-    Corvane::ZString cause;
-    transfer.GetCause(cause);
-    TellFailure(result, transfer.GetError(), cause);
-    return 1;
-  }
+  if (Corvane::IsFailure(result)) return TellFailure(transfer, result);
   std::printf("%llu bytes\n", transfer.GetDownloadSize());
 }
