@@ -25,7 +25,7 @@ inline void TellFailure(Corvane::ZResult result, const Corvane::ZString& text, c
   const Corvane::ZStringEncoder error(text, Corvane::ZStringEncoder::Utf8);
   const Corvane::ZStringEncoder reason(cause, Corvane::ZStringEncoder::Utf8);
   std::fprintf(stderr, "0x%08x: %s\n", result, error.CStr());
-  if (reason.Length() != 0) std::fprintf(stderr, "%s\n", reason.CStr());
+  if (!cause.IsEmpty() && cause != text) std::fprintf(stderr, "%s\n", reason.CStr());
 }
 
 // The same for a transfer whose operation has just failed; returns the exit status of a program that ends with it.
