@@ -61,18 +61,25 @@ install(
   FILES "${PROJECT_SOURCE_DIR}/LICENSE"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}"
   COMPONENT runtime)
+# The README with all that its links, and those of the pages, lead to.
 install(
-  FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
+  FILES "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md" "${PROJECT_SOURCE_DIR}/CONTRIBUTING.md"
+        "${PROJECT_SOURCE_DIR}/SECURITY.md"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}"
   COMPONENT devel)
-# Where the links in the README lead.
 install(
-  FILES "${PROJECT_SOURCE_DIR}/docs/downloading.md" "${PROJECT_SOURCE_DIR}/docs/forms.md" "${PROJECT_SOURCE_DIR}/docs/listings.md" "${PROJECT_SOURCE_DIR}/docs/mirror.md"
-        "${PROJECT_SOURCE_DIR}/docs/reliability.md" "${PROJECT_SOURCE_DIR}/docs/sync.md" "${PROJECT_SOURCE_DIR}/docs/threads.md"
-        "${PROJECT_SOURCE_DIR}/docs/transfer-options.md" "${PROJECT_SOURCE_DIR}/docs/tree.md"
-  DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
-  COMPONENT devel)
+  DIRECTORY "${PROJECT_SOURCE_DIR}/docs"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  COMPONENT devel
+  FILES_MATCHING
+  PATTERN "*.md"
+  PATTERN "*.svg"
+  PATTERN man EXCLUDE)
 install(
-  DIRECTORY "${PROJECT_SOURCE_DIR}/docs/images"
-  DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs"
-  COMPONENT devel)
+  DIRECTORY "${PROJECT_SOURCE_DIR}/examples"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  COMPONENT devel
+  FILES_MATCHING
+  PATTERN "*.md"
+  PATTERN "*.cpp"
+  PATTERN "*.h")
