@@ -63,6 +63,7 @@ class ScriptedFtpServer::Session {
       const std::string argument = line->substr(std::min(blank + 1, line->size()));
       const Hook hook = m_server.FindHook(verb);
       if (!hook || !hook(m_control, argument)) Answer(verb, argument);
+      if (verb != "REST") m_restart = 0;  // an offset is for the next command alone, whoever answers that
     }
   }
 

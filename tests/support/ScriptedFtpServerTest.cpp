@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -54,6 +56,34 @@ TEST(ScriptedFtpServer, ResumesWithRest) {
   const Fetched fetched = Fetch(server.Url("/a"), [](CURL* easy) { curl_easy_setopt(easy, CURLOPT_RESUME_FROM, 4L); });
   EXPECT_EQ(fetched.body, "456789");
   EXPECT_TRUE(server.HasCommand("REST 4"));
+}
+
+// A client that keeps the connection would be sent the end of its next file for the whole.
+TEST(ScriptedFtpServer, ForgetsAnOffsetWhoseCommandWasRefused) {
+  ScriptedFtpServer server({{"/a", "0123456789"}});
+  std::atomic<bool> isRefused{false};
+  server.OnCommand("RETR", [&](Connection& control, const std::string&) {
+    if (isRefused.exchange(true)) return false;
+    return control.Send("450 Later\r\n");
+  });
+  const std::unique_ptr<CURL, void (*)(CURL*)> easy(curl_easy_init(), curl_easy_cleanup);
+  const auto fetch = [&](long offset) {
+    std::string body;
+    const auto write = +[](char* data, std::size_t size, std::size_t count, void* into) {
+      static_cast<std::string*>(into)->append(data, size * count);
+      return size * count;
+    };
+    curl_easy_setopt(easy.get(), CURLOPT_URL, server.Url("/a").c_str());
+    curl_easy_setopt(easy.get(), CURLOPT_RESUME_FROM, offset);
+    curl_easy_setopt(easy.get(), CURLOPT_WRITEFUNCTION, write);
+    curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &body);
+    curl_easy_setopt(easy.get(), CURLOPT_TIMEOUT, 60L);
+    return curl_easy_perform(easy.get()) == CURLE_OK ? body : "failed after " + body;
+  };
+  EXPECT_EQ(fetch(4), "failed after ");
+  EXPECT_EQ(fetch(0), "0123456789");
+  const std::vector<std::string> commands = server.Commands();
+  EXPECT_EQ(std::count(commands.begin(), commands.end(), "USER anonymous"), 1) << "it was another connection";
 }
 
 TEST(ScriptedFtpServer, RefusesWhatIsNotThere) {
