@@ -43,7 +43,8 @@ def check_upload(program, url, folder):
     expect(f" of {len(text)} bytes, " in progress, "no progress was told", done)
     expect(os.listdir(folder / "site") == ["text"], "the answer was left behind", done)
     done = run(program, url + "refused", file)
-    expect(done.returncode == 1 and "403" in done.stderr, "a refused post was a success", done)
+    refused = "refused with status 403\n" in done.stderr
+    expect(done.returncode == 1 and refused, "the refusal was not told", done)
     done = run(program, url, str(folder / "missing"))
     expect(done.returncode == 2, "a missing file was posted", done)
     expect_tls_reason(program, folder, lambda secure: [secure, file])

@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
   }
 
   const Corvane::ZResult result = upload.get();
+  if (result == Corvane::TRANSFER_E_POST) std::fprintf(stderr, "refused with status %ld\n", transfer.GetHttpStatus());
   if (Corvane::IsFailure(result)) return TellFailure(transfer, result);
   const std::filesystem::path answered = std::filesystem::path(argv[2]).concat(".answer");
   if (std::filesystem::file_size(answered, error) > 0 && !error) std::cout << std::ifstream(answered).rdbuf();
