@@ -53,9 +53,9 @@ std::optional<std::string> BytesOf(const fs::path& file) {
 template <class Object>
 void Apply(const Conditions& conditions, Object& object) {
   object.SetTimeout(conditions.timeoutSeconds);
-  if (conditions.hasLogin) object.SetCredentials(L"user", L"password");
+  if (conditions.hasLogin) RequireSet(object.SetCredentials(L"user", L"password"));
   const fs::path& authority = conditions.trustsOther ? ThePki().otherCaFile : ThePki().caFile;
-  if (conditions.verifies) object.SetSSL(true, true, WidePath(authority), L"");
+  if (conditions.verifies) RequireSet(object.SetSSL(true, true, WidePath(authority), L""));
 }
 
 std::string Complain(const char* what, ZResult code, const ZString& text) {
