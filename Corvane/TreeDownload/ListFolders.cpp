@@ -51,7 +51,8 @@ class TreeRun::FolderJob final : public Job {
     return true;
   }
 
-  Next Finish(const Ending& ending) override {
+  Next Finish(const Ending& end) override {
+    const Ending ending = WithoutListing(end);
     if (m_isTooLong) {
       Fail(TRANSFER_E_DOWNLOAD,
            ZString(L"The page is longer than %1 bytes.").Arg(UnsignedNumber(m_run.m_settings.mostPageBytes)));
@@ -78,6 +79,16 @@ class TreeRun::FolderJob final : public Job {
   }
 
  private:
+  // To libcurl a listing that is refused with 450 is empty. It is one that did not come (RFC 959, section 4.2.2), and may come later.
+  static Ending WithoutListing(Ending ending) {
+    constexpr long kNotAvailable = 450;
+    if (ending.code != CURLE_OK || ending.reply.isHttp || ending.reply.status != kNotAvailable) return ending;
+    ending.code = CURLE_FTP_COULDNT_RETR_FILE;
+    ending.text = "The server answered 450 in place of a listing.";
+    ending.isPassing = true;
+    return ending;
+  }
+
   void Fail(ZResult code, const ZString& text, long httpStatus = 0) {
     m_run.m_isListingWhole = false;
     m_run.FailFolder(m_folder, code, text, Action::Refuse, Reason::NotComparable, httpStatus);

@@ -252,6 +252,23 @@ TEST(TreeFailureOverFtp, OfOneFileLeavesTheOthersAlone) {
   EXPECT_TRUE(HoldsTree(folder / "target", {{"a", "1"}, {"sub/c", "333"}}));
 }
 
+// To libcurl that is an empty folder.
+TEST(TreeFailureOverFtp, IsAListingThatIsRefusedAsBusy) {
+  ScriptedFtpServer server({{"/pub/a", "1"}, {"/pub/sub/b", "22"}});
+  server.OnCommand("LIST", [](Connection& control, const std::string&) {
+    static std::atomic<int> listings{0};
+    return listings++ > 0 && control.Send("450 Busy\r\n");
+  });
+  TempDir folder;
+  WriteFile(folder / "target/sub/b", "22");
+  TreeClient client;
+  client.options.deleteOthers = true;
+  const TreeResult result = client.Download(server.Url("/pub/"), folder / "target");
+  EXPECT_THAT(result.code, IsCode(CurlFailure(19)));
+  EXPECT_EQ(result.error, "sub/: The server answered 450 in place of a listing.");
+  EXPECT_TRUE(HoldsTree(folder / "target", {{"a", "1"}, {"sub/b", "22"}}));
+}
+
 TEST(TreeFailureOverFtp, ThatMayPassIsTriedAgain) {
   ScriptedFtpServer server({{"/pub/a", "1"}});
   std::atomic<int> answers{0};
