@@ -152,6 +152,7 @@ class Derivation {
   // A page that is refused leaves nothing, what came of a file stays.
   [[nodiscard]] std::optional<std::string> FileLeft() const {
     if (!IsResumed(m_op)) return IsGood(m_told.status) ? std::optional(Received()) : std::nullopt;
+    if (m_told.isTailCut) return HeldContent().substr(0, kResumedAt);
     if (m_told.upTo <= kResumedAt || !IsGood(m_told.status)) return HeldContent();
     std::string file = HeldContent();
     file.replace(kResumedAt, std::min(m_told.upTo, kHeld) - kResumedAt, "");
@@ -167,7 +168,8 @@ class Derivation {
     }
     m_outcome.cause = TRANSFER_E_NOT_STARTED;
     if (m_told.upTo == 0) {
-      m_outcome.counts = "known 0, fetched 0, resumed 0, mismatched 0, listing no, received 0";
+      const std::string listing = m_told.isEmptyListing ? "yes" : "no";
+      m_outcome.counts = "known 0, fetched 0, resumed 0, mismatched 0, listing " + listing + ", received 0";
       return;
     }
     AddEvent(true);  // of the file, on which nothing is wrong

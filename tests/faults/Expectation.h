@@ -28,6 +28,8 @@ struct Told {
   std::optional<Ending> verdict = {};      // what the library says in place of libcurl, without names and addresses
   std::vector<Alternative> alternatives = {};
   bool isBlockRefused = false;  // the library takes nothing of the first block, and ends the request
+  bool isEmptyListing = false;  // no content is a listing, of nothing
+  bool isTailCut = false;       // a resumed file ends where its part begins
   bool isEndless = false;       // the content is any number of bytes 'x'
 };
 
