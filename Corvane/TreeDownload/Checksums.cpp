@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <memory>
 #include <new>
 #include <optional>
@@ -119,6 +120,7 @@ std::string Checksum::OfFile(Kind kind, const Descriptor& file) {
   off_t position = 0;
   while (true) {
     const ssize_t got = pread(file.Get(), block.data(), block.size(), position);
+    if (got < 0 && errno == EINTR) continue;
     if (got < 0) return {};
     if (got == 0) return digest.Digits();
     digest.Add(block.data(), static_cast<std::size_t>(got));

@@ -117,7 +117,8 @@ bool TreeRun::FileJob::HasChecksum() {
   if (expected->isLost) return Fail(TRANSFER_E_DOWNLOAD, L"The list of its checksum could not be fetched.");
   const std::string digits =
       m_part.IsOpen() ? Checksum::OfFile(expected->kind, m_part) : Checksum::OfText(expected->kind, m_buffer);
-  if (!digits.empty() && digits == expected->digits) return true;
+  if (digits.empty()) return FailWriting(errno);
+  if (digits == expected->digits) return true;
   return Fail(TRANSFER_E_SIZE_MISMATCH, L"The file has not the checksum that the server lists for it.");
 }
 
