@@ -99,6 +99,9 @@ def check_watch(program, url, folder):
     kept = file.stat().st_size if file.exists() else 0  # how far it came is a matter of the machine's speed
     expect(kept <= SLOW_SIZE // 2, f"{kept} bytes were kept", done)
 
+    done = run(program, url + "silent", str(folder / "silent"), "0")
+    expect(done.returncode == 3 and "given up" in done.stdout, "the wait for an answer was not given up", done)
+
     Handler.released.set()
     done = run(program, url + SLOW_NAME, str(file))
     expect(done.stdout == f"{SLOW_SIZE} bytes\n", "the download did not go on to its end", done)

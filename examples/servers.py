@@ -18,7 +18,7 @@ SLOW_NAME = "sl\u00f6w.bin"
 
 class Handler(http.server.SimpleHTTPRequestHandler):
     """Serves a folder, answers a post with its own body (one to /late when released, one to /refused never), sends
-    /slow.bin only up to its middle until released, and knows versions of /tagged.bin."""
+    /slow.bin only up to its middle until released, answers nothing to /silent, and knows versions of /tagged.bin."""
 
     released = threading.Event()
     ranges = []
@@ -29,6 +29,8 @@ class Handler(http.server.SimpleHTTPRequestHandler):
         path = self.path.encode("latin-1").decode()  # the bytes that came are UTF-8, percent-encoded or not
         if urllib.parse.unquote(path) == "/" + SLOW_NAME:
             self.send_slowly()
+        elif self.path == "/silent":
+            self.released.wait()
         elif self.path == "/tagged.bin":
             self.send_tagged()
         elif self.path == "/moved.bin":

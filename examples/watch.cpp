@@ -38,13 +38,16 @@ int main(int argc, char** argv) {
   if (!VerifyServers(transfer)) return 1;
   std::future<Corvane::ZResult> download =
       std::async(std::launch::async, [&] { return transfer.DownloadFile(url, file, /*resume=*/true); });
+  bool isGivenUp = false;
   while (download.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
     ShowProgress(transfer);
-    if (std::chrono::steady_clock::now() > limit) transfer.Abort();  // harmless when repeated
+    isGivenUp = std::chrono::steady_clock::now() > limit;
+    if (isGivenUp) transfer.Abort();  // harmless when repeated
   }
 
   const Corvane::ZResult result = download.get();
-  if (result == Corvane::TRANSFER_E_ABORTED) {
+  // TRANSFER_E_ABORTED, or TRANSFER_E_CONNECT when there was no answer yet.
+  if (isGivenUp && Corvane::IsFailure(result)) {
     std::printf("given up; the same command goes on where this one stopped\n");
     return 3;
   }
