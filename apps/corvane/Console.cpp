@@ -3,16 +3,24 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "apps/corvane/Files.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
 namespace {
 
-// Back to the first column, then erase to the end of the line: understood by every terminal of today.
+// Back to the first column, then erase to the end of the line: understood by every terminal of today but those that say that they
+// understand nothing.
 constexpr std::string_view kErase = "\r\x1b[K";
 
 void Emit(const std::string& bytes) { static_cast<void>(WriteAll(STDERR_FILENO, bytes)); }
+
+bool IsDumb() {
+  const char* const kind = std::getenv("TERM");  // NOLINT(concurrency-mt-unsafe): nobody sets variables
+  return kind != nullptr && std::string_view(kind) == "dumb";
+}
 
 }  // namespace
 
@@ -40,7 +48,7 @@ void Console::WriteLine(std::string_view text) {
 }
 
 void Console::ShowStatus(std::string_view text) {
-  if (!m_isTerminal) return;
+  if (!m_isTerminal || IsDumb()) return;
   const std::lock_guard guard(m_mutex);
   m_status = Printable(text);
   Emit(std::string(kErase) + m_status);

@@ -31,7 +31,7 @@ class Console {
   // TEXT alone.
   void Line(std::string_view text);
 
-  // Draws the status line, which must fit into Columns(), or replaces it. Does nothing without a terminal.
+  // Draws the status line, which must fit into Columns(), or replaces it. Not on a dumb terminal or none.
   void ShowStatus(std::string_view text);
   void EraseStatus();
   // Turns `text` into an ordinary line in the place of the status line.

@@ -252,13 +252,14 @@ void Mirror::RequireAListing() const {
 
 void Mirror::TellSummary() const {
   const ZMultiDownload::Statistics& files = m_report.files;
-  const std::string summary = FormatSummary(DisplayName(m_command.directory),
-                                            MirrorSummary{files.filesFetched, files.filesSkipped, files.filesResumed,
-                                                          files.receivedBytes, m_report.transferTimeMs});
+  const MirrorSummary counts{files.filesFetched, files.filesSkipped, files.filesResumed, files.receivedBytes,
+                             m_report.transferTimeMs};
+  const std::string label = DisplayName(m_command.directory);
+  const std::string summary = FormatSummary(label, counts);
   const CommonOptions& common = m_environment.line.common;
   const bool isShown = !common.quiet && !common.json && m_environment.console.IsTerminal();
   if (!isShown) return m_environment.logging.Tell(summary);
-  m_environment.console.FinishStatus(summary);
+  m_environment.console.FinishStatus(FormatSummary(label, counts, m_environment.console.Columns()));
   m_environment.logging.Record(summary);
 }
 

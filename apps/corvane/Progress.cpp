@@ -73,13 +73,63 @@ std::string FormatTree(const TreeProgress& tree) {
   return fmt::format("{}: {}, {}", tree.doing, Counted(tree.folders, "folder"), Counted(tree.files, "file"));
 }
 
+// How much of a speed is told, from all to nothing but the bytes.
+enum class Detail { Rate, Time, Bytes };
+
 // "5.0 MiB in 1.2 s (4.2 MiB/s)".
-std::string FormatSpeed(unsigned long long bytes, long long milliseconds) {
+std::string FormatSpeed(unsigned long long bytes, long long milliseconds, Detail detail) {
   const unsigned long long time = static_cast<unsigned long long>(std::max(milliseconds, 1LL));
   const double rate = static_cast<double>(bytes) * 1000.0 / static_cast<double>(time);
-  const std::string spent =
-      time < 60000 ? fmt::format("{}.{} s", time / 1000, time / 100 % 10) : FormatDuration(time / 1000);
-  return fmt::format("{} in {} ({}/s)", FormatBytes(bytes), spent, FormatBytes(static_cast<unsigned long long>(rate)));
+  std::string text = FormatBytes(bytes);
+  if (detail == Detail::Bytes) return text;
+  text += " in " + (time < 60000 ? fmt::format("{}.{} s", time / 1000, time / 100 % 10) : FormatDuration(time / 1000));
+  if (detail == Detail::Time) return text;
+  return text + fmt::format(" ({}/s)", FormatBytes(static_cast<unsigned long long>(rate)));
+}
+
+// The first of the texts that fits behind the label, which may be shortened, else the beginning of the last.
+std::string Fit(const std::string& label, const std::vector<std::string>& texts, std::size_t columns) {
+  constexpr std::size_t kLeastLabel = 12;
+  const std::size_t room = columns > 1 ? columns - 1 : 0;
+  const std::size_t least = std::min(DisplayWidth(label), kLeastLabel);
+  for (const std::string& text : texts) {
+    if (least + 2 + text.size() <= room) return Shorten(label, room - 2 - text.size()) + "  " + text;
+  }
+  return Shorten(Shorten(label, kLeastLabel) + "  " + texts.back(), room);
+}
+
+// The counts with as much of the speed as fits.
+std::vector<std::string> WithSpeed(const std::string& counts, unsigned long long bytes, long long milliseconds) {
+  std::vector<std::string> texts;
+  for (const Detail detail : {Detail::Rate, Detail::Time, Detail::Bytes}) {
+    texts.push_back(counts + (counts.empty() ? "" : "; ") + FormatSpeed(bytes, milliseconds, detail));
+  }
+  return texts;
+}
+
+struct Count {
+  std::size_t number;
+  const char* what;
+  bool isTold;  // also when it is 0
+};
+
+std::string ListOf(const std::vector<Count>& counts, bool zeros) {
+  std::string list;
+  for (const Count& count : counts) {
+    if (count.number == 0 && !(zeros && count.isTold)) continue;
+    list += fmt::format("{}{} {}", list.empty() ? "" : ", ", count.number, count.what);
+  }
+  return list;
+}
+
+// With all that is told, else without what is 0, else without the bytes.
+std::string Fit(const std::string& label, const std::vector<Count>& counts, unsigned long long bytes,
+                long long milliseconds, std::size_t columns) {
+  std::vector<std::string> texts = WithSpeed(ListOf(counts, true), bytes, milliseconds);
+  const std::string few = ListOf(counts, false);
+  for (std::string& text : WithSpeed(few, bytes, milliseconds)) texts.push_back(std::move(text));
+  if (!few.empty()) texts.push_back(few);
+  return Fit(label, texts, columns);
 }
 
 }  // namespace
@@ -110,24 +160,23 @@ std::string FormatProgress(const ProgressLine& line, std::size_t columns) {
 }
 
 std::string FormatSummary(const std::string& label, unsigned long long bytes, unsigned long long before,
-                          long long milliseconds) {
-  if (before == 0) return fmt::format("{}  {}", label, FormatSpeed(bytes, milliseconds));
-  return fmt::format("{}  {}; {}", label, FormatBytes(bytes),
-                     FormatSpeed(bytes - std::min(before, bytes), milliseconds));
+                          long long milliseconds, std::size_t columns) {
+  if (before == 0) return Fit(label, WithSpeed("", bytes, milliseconds), columns);
+  return Fit(label, WithSpeed(FormatBytes(bytes), bytes - std::min(before, bytes), milliseconds), columns);
 }
 
-std::string FormatSummary(const std::string& label, const MirrorSummary& summary) {
-  return fmt::format("{}  {} fetched, {} skipped, {} resumed; {}", label, summary.fetched, summary.skipped,
-                     summary.resumed, FormatSpeed(summary.bytes, summary.milliseconds));
+std::string FormatSummary(const std::string& label, const MirrorSummary& summary, std::size_t columns) {
+  const std::vector<Count> counts = {
+      {summary.fetched, "fetched", true}, {summary.skipped, "skipped", true}, {summary.resumed, "resumed", true}};
+  return Fit(label, counts, summary.bytes, summary.milliseconds, columns);
 }
 
-std::string FormatSummary(const std::string& label, const TreeSummary& summary) {
-  std::string text =
-      fmt::format("{}  {} fetched, {} continued, {} kept", label, summary.fetched, summary.continued, summary.kept);
-  if (summary.deleted) text += fmt::format(", {} deleted", *summary.deleted);
-  if (summary.failed != 0) text += fmt::format(", {} failed", summary.failed);
-  if (summary.leftOut != 0) text += fmt::format(", {} left out", summary.leftOut);
-  return text + "; " + FormatSpeed(summary.bytes, summary.milliseconds);
+std::string FormatSummary(const std::string& label, const TreeSummary& summary, std::size_t columns) {
+  const std::vector<Count> counts = {
+      {summary.fetched, "fetched", true}, {summary.continued, "continued", true},
+      {summary.kept, "kept", true},       {summary.deleted.value_or(0), "deleted", summary.deleted.has_value()},
+      {summary.failed, "failed", false},  {summary.leftOut, "left out", false}};
+  return Fit(label, counts, summary.bytes, summary.milliseconds, columns);
 }
 
 void RateWindow::Add(Clock::time_point now, unsigned long long bytes) {

@@ -48,9 +48,13 @@ struct ProgressLine {
 // those of the bytes, or of the files while the number of bytes is not known. What does not fit is left out: the bar
 // first, then the requests in flight, the rate and the time; the result is always shorter than `columns`.
 [[nodiscard]] std::string FormatProgress(const ProgressLine& line, std::size_t columns);
-// The line that stays when a transfer is done. before: how many of the bytes were there before.
+// For texts that are as wide as they are.
+constexpr std::size_t kAnyWidth = 100000;
+
+// The line that stays when a transfer is done. before: how many of the bytes were there before. For a terminal of `columns` columns
+// it is always shorter than that: the label is shortened, then the rate left out, what is 0, the time and the bytes.
 [[nodiscard]] std::string FormatSummary(const std::string& label, unsigned long long bytes, unsigned long long before,
-                                        long long milliseconds);
+                                        long long milliseconds, std::size_t columns = kAnyWidth);
 
 // The same for a mirror.
 struct MirrorSummary {
@@ -60,7 +64,8 @@ struct MirrorSummary {
   unsigned long long bytes = 0;  // received
   long long milliseconds = 0;
 };
-[[nodiscard]] std::string FormatSummary(const std::string& label, const MirrorSummary& summary);
+[[nodiscard]] std::string FormatSummary(const std::string& label, const MirrorSummary& summary,
+                                        std::size_t columns = kAnyWidth);
 
 // The same for a tree.
 struct TreeSummary {
@@ -73,7 +78,8 @@ struct TreeSummary {
   unsigned long long bytes = 0;  // received
   long long milliseconds = 0;
 };
-[[nodiscard]] std::string FormatSummary(const std::string& label, const TreeSummary& summary);
+[[nodiscard]] std::string FormatSummary(const std::string& label, const TreeSummary& summary,
+                                        std::size_t columns = kAnyWidth);
 
 // Mean rate over the last few seconds. Times never go back.
 class RateWindow {

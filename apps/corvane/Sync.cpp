@@ -97,7 +97,7 @@ class Sync {
   void Transfer();
   void TellOfTheTree() const;
   void TellSummary() const;
-  [[nodiscard]] std::string Summary() const;
+  [[nodiscard]] std::string Summary(std::size_t columns = kAnyWidth) const;
   [[nodiscard]] ExitCode PrintPlan(ExitCode code);
   [[nodiscard]] std::string GoOn() const;
   [[noreturn]] void Fail();
@@ -174,7 +174,7 @@ void Sync::TellOfTheTree() const {
   }
 }
 
-std::string Sync::Summary() const {
+std::string Sync::Summary(std::size_t columns) const {
   const ZTreeDownload::Statistics& statistics = m_ending.statistics;
   TreeSummary summary;
   summary.fetched = statistics.filesFetched;
@@ -185,7 +185,7 @@ std::string Sync::Summary() const {
   summary.leftOut = statistics.leftOut;
   summary.bytes = statistics.receivedBytes;
   summary.milliseconds = statistics.elapsedMs;
-  return FormatSummary(DisplayName(m_command.directory), summary);
+  return FormatSummary(DisplayName(m_command.directory), summary, columns);
 }
 
 void Sync::TellSummary() const {
@@ -193,7 +193,7 @@ void Sync::TellSummary() const {
   const CommonOptions& common = m_environment.line.common;
   const bool isShown = !common.quiet && !common.json && m_environment.console.IsTerminal();
   if (!isShown) return m_environment.logging.Tell(summary);
-  m_environment.console.FinishStatus(summary);
+  m_environment.console.FinishStatus(Summary(m_environment.console.Columns()));
   m_environment.logging.Record(summary);
 }
 

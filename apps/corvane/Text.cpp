@@ -30,9 +30,19 @@ bool IsDirectionMark(wchar_t character) noexcept {
          (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
 }
 
-std::size_t ColumnsOf(wchar_t character) noexcept {
-  const int columns = wcwidth(character);
-  return columns < 0 ? 1 : static_cast<std::size_t>(columns);
+// As Printable shows it.
+std::string PrintedForm(wchar_t character) {
+  if (!IsPlain(character)) return " ";
+  const ZStringEncoder local(ZString(&character, 1), ZStringEncoder::Local);
+  if (local.CStr() != nullptr) return local.CStr();
+  return fmt::format("\\x{{{:X}}}", static_cast<unsigned long>(character));
+}
+
+// A character that the locale does not have takes as many columns as what stands for it.
+std::size_t ColumnsOf(wchar_t character) {
+  if (character >= 0x20 && character < 0x7F) return 1;
+  const int columns = IsPlain(character) ? wcwidth(character) : 1;
+  return columns < 0 ? PrintedForm(character).size() : static_cast<std::size_t>(columns);
 }
 
 bool IsUnreserved(char character) noexcept {
@@ -93,18 +103,7 @@ bool IsPlain(wchar_t character) noexcept { return !IsControl(character) && !IsDi
 std::string Printable(std::string_view utf8) {
   std::string printed;
   const ZString text = FromUtf8(utf8);
-  for (const wchar_t character : text.Str()) {
-    if (!IsPlain(character)) {
-      printed += ' ';
-      continue;
-    }
-    const ZStringEncoder local(ZString(&character, 1), ZStringEncoder::Local);
-    if (local.CStr() != nullptr) {
-      printed += local.CStr();
-    } else {
-      printed += fmt::format("\\x{{{:X}}}", static_cast<unsigned long>(character));
-    }
-  }
+  for (const wchar_t character : text.Str()) printed += PrintedForm(character);
   return printed;
 }
 

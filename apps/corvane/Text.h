@@ -29,7 +29,7 @@ namespace CorvaneCli {
 // characters that the locale cannot express become \x{N} with their number in hexadecimal.
 [[nodiscard]] std::string Printable(std::string_view utf8);
 
-// Number of terminal columns that `utf8` takes.
+// Number of terminal columns that `utf8` takes as Printable shows it.
 [[nodiscard]] std::size_t DisplayWidth(std::string_view utf8);
 // The beginning of `utf8` that fits into `columns`, ended by "..." when something was cut off.
 [[nodiscard]] std::string Shorten(std::string_view utf8, std::size_t columns);

@@ -117,6 +117,16 @@ TEST(Shorten, CountsColumnsAndNotCharacters) {
   EXPECT_EQ(Shorten("abcdefg", 2), "..");
 }
 
+TEST(DisplayWidth, CountsWhatIsShown) {
+  EXPECT_EQ(DisplayWidth("gr\xC3\xBC"), 3U);
+  EXPECT_EQ(DisplayWidth("\xE6\xBC\xA2"), 2U);
+  EXPECT_EQ(DisplayWidth("a\x1B\n\xE2\x80\xAE"), 4U);  // three blanks
+  const CorvaneTest::ScopedLocale locale("C");
+  for (const char* const text : {"gr\xC3\xBC", "\xE6\xBC\xA2", "a\x1B\n\xE2\x80\xAE", "plain"}) {
+    EXPECT_EQ(DisplayWidth(text), Printable(text).size()) << text;
+  }
+}
+
 // --- URLs
 
 TEST(MakeTarget, CompletesAUrlWithoutScheme) {

@@ -6,6 +6,7 @@
 
 #include "apps/corvane/Progress.h"
 #include "apps/corvane/Text.h"
+#include "tests/support/Env.h"
 
 namespace CorvaneCli {
 namespace {
@@ -128,6 +129,40 @@ TEST(FormatSummary, TellsWhatBecameOfATree) {
   summary.leftOut = 1;
   EXPECT_EQ(FormatSummary("pub", summary),
             "pub  12 fetched, 0 continued, 3 kept, 0 deleted, 2 failed, 1 left out; 5.0 MiB in 2.0 s (2.5 MiB/s)");
+}
+
+TEST(FormatSummary, LeavesOutWhatDoesNotFit) {
+  const auto download = [](std::size_t columns) {
+    return FormatSummary("a-very-long-name-of-a-file.iso", 4 << 20, 0, 2000, columns);
+  };
+  EXPECT_EQ(download(80), "a-very-long-name-of-a-file.iso  4.0 MiB in 2.0 s (2.0 MiB/s)");
+  EXPECT_EQ(download(60), "a-very-long-name-of-a-file...  4.0 MiB in 2.0 s (2.0 MiB/s)");
+  EXPECT_EQ(download(40), "a-very-long-name-o...  4.0 MiB in 2.0 s");
+  EXPECT_EQ(download(30), "a-very-long-name-...  4.0 MiB");
+  TreeSummary tree{12, 0, 3, 0, 2, 1, 5 << 20, 2000};
+  EXPECT_EQ(FormatSummary("pub", tree, 80),
+            "pub  12 fetched, 3 kept, 2 failed, 1 left out; 5.0 MiB in 2.0 s (2.5 MiB/s)");
+  EXPECT_EQ(FormatSummary("pub", tree, 50), "pub  12 fetched, 3 kept, 2 failed, 1 left out");
+  EXPECT_EQ(FormatSummary("pub", tree, 30), "pub  12 fetched, 3 kept, 2...");
+}
+
+TEST(FormatSummary, IsAlwaysNarrowerThanTheTerminal) {
+  const TreeSummary tree{123456, 1234, 1234567, 12345, 1234, 12, 5ULL << 40, 200000000};
+  const MirrorSummary mirror{123456, 123456, 123456, 5ULL << 40, 200000000};
+  for (const char* const locale : {"C.UTF-8", "C"}) {
+    const CorvaneTest::ScopedLocale scope(locale);
+    for (const char* const label :
+         {"", "f", "a-very-long-name-that-does-not-fit-anywhere-at-all.iso", "gr\xC3\xBC\xC3\x9F"}) {
+      for (std::size_t columns = 1; columns <= 200; ++columns) {
+        EXPECT_LT(DisplayWidth(FormatSummary(label, 5ULL << 40, 4ULL << 40, 200000000, columns)), columns);
+        EXPECT_LT(DisplayWidth(FormatSummary(label, mirror, columns)), columns);
+        EXPECT_LT(DisplayWidth(FormatSummary(label, tree, columns)), columns);
+        ProgressLine line = HalfWay();
+        line.label = label;
+        EXPECT_LT(DisplayWidth(FormatProgress(line, columns)), columns);
+      }
+    }
+  }
 }
 
 TEST(FormatProgress, SurvivesMoreBytesThanTheServerPromised) {

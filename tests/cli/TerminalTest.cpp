@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "tests/cli/CliTesting.h"
 #include "tests/support/Gate.h"
@@ -126,6 +128,85 @@ TEST(Progress, LogLinesDoNotRunIntoIt) {
   server.goOn.Open();
   const std::string terminal = program->Wait()->terminal;
   EXPECT_THAT(terminal, HasSubstr("\r\x1b[Kended with 0x00010000, 1048576 bytes"));
+}
+
+// --- terminals of all kinds
+
+// What is seen between the places where a line is erased or ended.
+std::vector<std::string> DrawnLines(const std::string& terminal) {
+  std::vector<std::string> lines(1);
+  for (const char character : terminal) {
+    if (character == '\r' || character == '\n') {
+      lines.emplace_back();
+    } else {
+      lines.back() += character;
+    }
+  }
+  for (std::string& line : lines) {
+    if (line.rfind("\x1b[K", 0) == 0) line.erase(0, 3);
+  }
+  return lines;
+}
+
+struct TerminalKind {
+  int columns = 80;
+  std::string locale = "C.UTF-8";
+  std::optional<std::string> noColour = {};
+};
+
+// All that is written to a terminal while a file of this name is fetched, whose progress is seen half way.
+std::string TerminalOfADownload(const std::string& name, const TerminalKind& kind) {
+  HalvingServer server;
+  const TempDir folder;
+  ProgramOptions options;
+  options.terminalError = true;
+  options.environment = {{"LC_ALL", kind.locale}, {"TERM", "xterm"}, {"NO_COLOR", kind.noColour}};
+  BackgroundProgram program({"/bin/sh", "-c", "stty cols \"$1\" < /dev/tty && exec \"$0\" get \"$2\" -o \"$3\"",
+                             CORVANE_PROGRAM, std::to_string(kind.columns), server.Url(), folder / name},
+                            options);
+  EXPECT_TRUE(program.WaitForTerminalOutput("50%")) << program.TerminalOutput();
+  server.goOn.Open();
+  const auto result = program.Wait();
+  EXPECT_TRUE(result.has_value() && result->exitCode == 0) << program.TerminalOutput();
+  return program.TerminalOutput();
+}
+
+TEST(Terminal, IsNeverWrittenToItsLastColumn) {
+  for (const int columns : {40, 50, 64, 80, 100, 132, 200}) {
+    for (const char* const name : {"f", "a-very-long-name-of-a-file-that-does-not-fit-anywhere.iso"}) {
+      const std::string terminal = TerminalOfADownload(name, {.columns = columns});
+      for (const std::string& line : DrawnLines(terminal)) EXPECT_LT(line.size(), std::size_t(columns)) << line;
+      EXPECT_THAT(terminal, HasSubstr("  1.0 MiB in "));  // the summary
+    }
+  }
+}
+
+TEST(Terminal, HasNoColours) {
+  for (const char* const value : {"", "1"}) {
+    const std::string terminal = TerminalOfADownload("f", {.noColour = value});
+    for (std::size_t at = terminal.find('\x1b'); at != std::string::npos; at = terminal.find('\x1b', at + 1)) {
+      EXPECT_EQ(terminal.substr(at, 3), "\x1b[K");
+    }
+  }
+}
+
+TEST(Terminal, ThatIsDumbGetsTheSummaryOnly) {
+  const ScriptedServer server(KeepAlive(Content(MakePattern(1 << 20))));
+  const TempDir folder;
+  ProgramOptions options;
+  options.terminalError = true;
+  options.environment["TERM"] = "dumb";
+  const ProgramResult result = RunCorvane({"get", server.Url(), "-o", folder / "f"}, options);
+  EXPECT_EQ(result.exitCode, 0) << result.Describe();
+  EXPECT_THAT(result.terminal, testing::MatchesRegex("f  1.0 MiB in [^\r\n\x1b]*\r\n"));
+}
+
+TEST(Terminal, WithoutUtf8GetsAscii) {
+  const std::string terminal =
+      TerminalOfADownload("gr\xC3\xBC\xC3\x9F-\xE6\xBC\xA2\xE5\xAD\x97.iso", {.columns = 60, .locale = "C"});
+  EXPECT_THAT(terminal, HasSubstr("gr\\xC3\\xBC"));
+  for (const char character : terminal) EXPECT_LT(static_cast<unsigned char>(character), 0x80);
+  for (const std::string& line : DrawnLines(terminal)) EXPECT_LT(line.size(), 60U) << line;
 }
 
 TEST(Pipe, GetsNoProgressAndNoControlCharacters) {

@@ -227,8 +227,8 @@ bool FileDestination::Finish(Session& session, Report& report) {
   const CommonOptions& common = m_environment.line.common;
   if (path != m_path) TellNote(m_environment, fmt::format("{} is in {}", m_target.display, *report.file));
   if (!common.quiet && !common.json) {
-    m_environment.console.FinishStatus(
-        FormatSummary(LastPart(path), report.downloadSize, m_before, report.transferTimeMs));
+    m_environment.console.FinishStatus(FormatSummary(LastPart(path), report.downloadSize, m_before,
+                                                     report.transferTimeMs, m_environment.console.Columns()));
   }
   return true;
 }
