@@ -83,3 +83,11 @@ install(
   PATTERN "*.md"
   PATTERN "*.cpp"
   PATTERN "*.h")
+# Named after the package, as files of this folder are shared with all libraries; the names of the classes are in the pages' NAME,
+# where the index of the manual takes them from.
+set(manual "${PROJECT_SOURCE_DIR}/docs/man")
+install(
+  FILES "${manual}/corvane-zgethostbyname.3" "${manual}/corvane-zmultidownload.3" "${manual}/corvane-zthrottle.3"
+        "${manual}/corvane-ztransfer.3" "${manual}/corvane-ztransferoptions.3" "${manual}/corvane-ztreedownload.3"
+  DESTINATION "${CMAKE_INSTALL_MANDIR}/man3"
+  COMPONENT devel)
