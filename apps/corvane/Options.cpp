@@ -93,6 +93,8 @@ std::variant<CommandLine, ExitCode> ParseWithAllOptions(int argc, const char* co
     parser.Parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
     return Print(parser.Program().help(), console);
+  } catch (const CLI::CallForAllHelp&) {
+    return Print(parser.Program().help("", CLI::AppFormatMode::All), console);
   } catch (const CLI::CallForVersion& version) {
     return Print(version.what() + std::string("\n"), console);
   } catch (const CLI::ParseError& error) {

@@ -3,7 +3,7 @@
 
 _corvane() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command=''
-  local messages='--json --quiet --verbose --log-file --help --version'
+  local messages='--json --quiet --verbose --log-file --help --help-all --version'
   local transfer="--user --password-file --cacert --capath --insecure --timeout --limit --limit-percent --low-water
     --no-throttle $messages"
   local requests='--redirects --header --header-file --user-agent'

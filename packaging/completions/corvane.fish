@@ -7,7 +7,8 @@ complete -c corvane -n __fish_use_subcommand -a post -d 'Send form fields, a tex
 complete -c corvane -n __fish_use_subcommand -a mirror -d 'Fetch the files of a directory into a directory'
 complete -c corvane -n __fish_use_subcommand -a sync -d 'Make a directory hold what a remote one holds'
 complete -c corvane -n __fish_use_subcommand -a resolve -d 'Look up the addresses of a host'
-complete -c corvane -s h -l help -d 'Print help'
+complete -c corvane -s h -l help -d 'Print the most used options'
+complete -c corvane -l help-all -d 'Print all options'
 complete -c corvane -l version -d 'Print the versions'
 
 set -l transfer '__fish_seen_subcommand_from get post mirror sync'

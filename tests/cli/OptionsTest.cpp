@@ -1,7 +1,8 @@
-// What the program says about itself and about command lines that are wrong.
+// What the program says about command lines that are wrong.
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -34,84 +35,6 @@ void ExpectUsageError(const std::vector<std::string>& arguments, const std::vect
 void ExpectGetError(std::vector<std::string> arguments, const std::vector<std::string>& parts) {
   arguments.insert(arguments.begin(), {"get", "http://127.0.0.1:1/"});
   ExpectUsageError(arguments, parts, "corvane get --help");
-}
-
-// --- help and version
-
-TEST(Help, ListsCommandsExitCodesAndExamples) {
-  const ProgramResult result = RunCorvane({"--help"});
-  EXPECT_EQ(result.exitCode, 0);
-  EXPECT_EQ(result.err, "");
-  EXPECT_THAT(result.out, AllOf(StartsWith("Usage: corvane "), HasSubstr("\n  get "), HasSubstr("\n  post "),
-                                HasSubstr("\n  mirror "), HasSubstr("\n  sync "), HasSubstr("\n  resolve "),
-                                HasSubstr("130  interrupted"), HasSubstr("Examples:")));
-}
-
-TEST(Help, ListsTheOptionsOfEachCommand) {
-  const std::vector<std::string> common = {"--timeout S",
-                                           "--user NAME",
-                                           "--password-file FILE",
-                                           "--cacert FILE",
-                                           "--capath DIR",
-                                           "--insecure",
-                                           "--limit RATE",
-                                           "--limit-percent N",
-                                           "--low-water RATE",
-                                           "--no-throttle",
-                                           "--json",
-                                           "-q, --quiet",
-                                           "-v, --verbose",
-                                           "--log-file FILE",
-                                           "--accept-http-errors",
-                                           "-o, --output FILE",
-                                           "-h, --help",
-                                           "--version",
-                                           "Examples:",
-                                           "--redirects N",
-                                           "--header 'NAME: VALUE'",
-                                           "--header-file FILE",
-                                           "--user-agent TEXT",
-                                           "--text"};
-  for (const char* const command : {"get", "post"}) {
-    const ProgramResult result = RunCorvane({command, "--help"});
-    EXPECT_EQ(result.exitCode, 0);
-    for (const std::string& option : common) EXPECT_THAT(result.out, HasSubstr(option)) << command;
-  }
-  EXPECT_THAT(RunCorvane({"get", "-h"}).out, HasSubstr("--resume"));
-  EXPECT_THAT(RunCorvane({"post", "-h"}).out,
-              AllOf(HasSubstr("--field NAME=VALUE"), HasSubstr("--data TEXT"), HasSubstr("--file PATH")));
-}
-
-TEST(Help, FitsIntoEightyColumns) {
-  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{{"--help"},
-                                                                                         {"get", "--help"},
-                                                                                         {"post", "--help"},
-                                                                                         {"mirror", "--help"},
-                                                                                         {"sync", "--help"},
-                                                                                         {"resolve", "--help"}}) {
-    const std::string help = RunCorvane(arguments).out;
-    for (std::size_t begin = 0; begin < help.size();) {
-      const std::size_t end = help.find('\n', begin);
-      EXPECT_LE(end - begin, 80U) << help.substr(begin, end - begin);
-      begin = end + 1;
-    }
-  }
-}
-
-TEST(Help, ReportsAnOutputThatTakesNothing) {
-  const ProgramResult result = RunShell("exec \"$0\" --help > /dev/full");
-  EXPECT_EQ(result.exitCode, 3);
-  EXPECT_THAT(OnlyErrorLine(result), HasSubstr("No space left on device"));
-}
-
-TEST(Version, NamesProgramAndLibrary) {
-  for (const std::vector<std::string>& arguments :
-       std::vector<std::vector<std::string>>{{"--version"}, {"get", "--version"}}) {
-    const ProgramResult result = RunCorvane(arguments);
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_THAT(result.out, StartsWith("corvane 1."));
-    EXPECT_THAT(result.out, HasSubstr("\nlibrary com.corvane.network 6.2.1591\n"));
-  }
 }
 
 // --- commands and arguments

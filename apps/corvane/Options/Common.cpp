@@ -100,7 +100,8 @@ void AddInformationOptions(const Scope& scope) {
     scope.command.set_help_flag();  // the parser has one by itself
     return;
   }
-  scope.command.set_help_flag("-h,--help", "Print this help")->group("Information");
+  scope.command.set_help_flag("-h,--help", "Print the most used options")->group("Information");
+  scope.command.set_help_all_flag("--help-all", "Print all options")->group("Information");
   scope.command.set_version_flag("--version", VersionText, "Print the versions of program and library")
       ->group("Information");
 }

@@ -69,7 +69,7 @@ class CommonDefinition {
   std::string m_logFile;
 };
 
-// --help and --version, for the program and for each command; only where all options are defined, for either ends the parsing.
+// --help, --help-all and --version, for the program and for each command; only where all options are defined, for either ends the parsing.
 void AddInformationOptions(const Scope& scope);
 
 }  // namespace CorvaneCli

@@ -37,16 +37,33 @@ std::string FormatEntry(const std::string& name, std::string_view text) {
   return entry + '\n';
 }
 
-std::string FormatOption(const CLI::Option& option) {
+std::string FormatOption(const CLI::Option& option, std::string_view text) {
   std::string name = option.get_snames().empty() ? "    " : "-" + option.get_snames().front() + ", ";
   name += "--" + option.get_lnames().front();
   if (option.get_expected_max() > 0 && !option.get_type_name().empty()) name += " " + option.get_type_name();
-  return FormatEntry(name, option.get_description());
+  return FormatEntry(name, text);
 }
 
 }  // namespace
 
-std::string HelpFormatter::make_help(const CLI::App* app, std::string /*name*/, CLI::AppFormatMode /*mode*/) const {
+std::string HelpFormatter::make_help(const CLI::App* app, std::string /*name*/, CLI::AppFormatMode mode) const {
+  const bool isBrief = mode != CLI::AppFormatMode::All && !m_texts.brief.options.empty();
+  return isBrief ? Brief(*app) : Full(*app);
+}
+
+std::string HelpFormatter::Brief(const CLI::App& command) const {
+  const HelpTexts::Brief& brief = m_texts.brief;
+  std::string help = fmt::format("Usage: corvane {}\n\n{}\n\nMost used options:\n", m_texts.usage, brief.description);
+  for (const BriefOption& shown : brief.options) {
+    const CLI::Option* const option = command.get_option_no_throw(shown.name);
+    if (option != nullptr) help += FormatOption(*option, shown.text);
+  }
+  return help + fmt::format("\n{}\n\nAll options: corvane {} --help-all; see also corvane-{}(1)\n", brief.footer,
+                            command.get_name(), command.get_name());
+}
+
+std::string HelpFormatter::Full(const CLI::App& program) const {
+  const CLI::App* const app = &program;
   std::string help = fmt::format("Usage: corvane {}\n\n{}\n", m_texts.usage, m_texts.description);
   const auto all = [](const CLI::App*) { return true; };
   if (!app->get_subcommands(all).empty()) help += "\nCommands:\n";
@@ -57,7 +74,7 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string /*name*/, 
     const auto options = app->get_options(
         [&](const CLI::Option* option) { return option->get_group() == group && !option->get_positional(); });
     if (!options.empty()) help += fmt::format("\n{}:\n", group);
-    for (const CLI::Option* const option : options) help += FormatOption(*option);
+    for (const CLI::Option* const option : options) help += FormatOption(*option, option->get_description());
   }
   return fmt::format("{}\n{}\n", help, m_texts.footer);
 }

@@ -35,7 +35,7 @@ class SyncDefinition : public CommandDefinition {
   [[nodiscard]] const char* Name() const override { return "sync"; }
 
   CLI::App& AddTo(CLI::App& program) override {
-    return AddCommand(program, Name(), "Make a directory hold what a remote one holds, with all below it", kSyncHelp);
+    return AddCommand(program, Name(), "Make a directory and all below it like a remote one", kSyncHelp);
   }
 
   void AddOptions(const Scope& scope) override {
