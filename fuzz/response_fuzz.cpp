@@ -35,7 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(outcome.code != (Corvane::TRANSFER_E_CURL_BASE | 28U), "the operation ends by itself");
   Require(transfer.GetTransferSize() >= outcome.received, "what came was counted");
   ZString header;
-  Require(transfer.GetHeader(header) == 0 && (header.IsEmpty() || header.StartsWith(L"HTTP/")), "a header begins so");
+  Require(transfer.GetHeader(header) == 0 && (header.IsEmpty() || header.StartsWith(L"HTTP/", true)),
+          "a header begins so");
   if (!Corvane::IsFailure(outcome.code)) {
     Require(outcome.code == Corvane::TRANSFER_S_FINISHED, "there is one success");
     Require(transfer.GetDownloadSize() == outcome.offset + outcome.received, "every byte is counted");
