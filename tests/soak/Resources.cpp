@@ -56,6 +56,7 @@ double RiseOf(const std::vector<double>& values) {
 void JudgeMemory(const std::vector<Resources>& rounds, std::size_t Resources::*member, std::size_t most,
                  const std::string& name, std::vector<std::string>& growth) {
   std::vector<double> values;
+  values.reserve(rounds.size());
   for (const Resources& round : rounds) values.push_back(static_cast<double>(round.*member));
   const double rise = RiseOf(values);
   if (rise > static_cast<double>(most)) growth.push_back(name + " grew by " + std::to_string(rise / 1024) + " KiB");
