@@ -42,5 +42,17 @@ TEST(ArgumentWords, HoldWholeWordsOnly) {
   EXPECT_FALSE(held.Hold("mirror"));
 }
 
+TEST(ArgumentWords, TellWhatOthersWouldTakeForALettersValue) {
+  const auto behind = [](std::vector<const char*> words) {
+    words.insert(words.begin(), "corvane");
+    return std::string(ArgumentWords(static_cast<int>(words.size()), words.data()).Behind('O'));
+  };
+  EXPECT_EQ(behind({"get", "-O", "f"}), "f");
+  EXPECT_EQ(behind({"get", "-qO", "f"}), "f");
+  EXPECT_EQ(behind({"get", "-qO-"}), "-");
+  EXPECT_EQ(behind({"get", "f", "-O"}), "");
+  EXPECT_EQ(behind({"get", "--Only", "f", "O", "-"}), "");
+}
+
 }  // namespace
 }  // namespace CorvaneTest

@@ -25,4 +25,15 @@ bool ArgumentWords::MayName(std::string_view names) const {
   return false;
 }
 
+std::string_view ArgumentWords::Behind(char letter) const {
+  for (const char* const* word = m_begin; word != m_end; ++word) {
+    const std::string_view text = *word;
+    const std::size_t at = text.find(letter);
+    if (text.size() < 2 || text[0] != '-' || text[1] == '-' || at == std::string_view::npos) continue;
+    if (at + 1 < text.size()) return text.substr(at + 1);
+    return word + 1 == m_end ? std::string_view() : std::string_view(word[1]);
+  }
+  return {};
+}
+
 }  // namespace CorvaneCli

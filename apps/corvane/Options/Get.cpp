@@ -1,5 +1,8 @@
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <string_view>
+
 #include "apps/corvane/Options/Common.h"
 #include "apps/corvane/Options/Definition.h"
 #include "apps/corvane/Options/Values.h"
@@ -21,6 +24,7 @@ class GetDefinition : public CommandDefinition {
   }
 
   void AddOptions(const Scope& scope) override {
+    if (scope.words != nullptr) m_behindRemoteName = scope.words->Behind('O');
     scope.command.add_option("URL", m_urls)->required();
     Group group(scope, "Output");
     m_common.AddOutput(group, "Write into FILE instead of to the standard output");
@@ -63,6 +67,7 @@ class GetDefinition : public CommandDefinition {
     given.Exclude({"--output", "--into"}, "choose one of the two");
     // What a resumption was refused with is no part of the file.
     given.Exclude({"--resume", "--accept-http-errors"}, "leave one of the two out");
+    if (m_usesRemoteName) RefuseNameBehindIt();
     if (m_urls.size() < 2) return;
     if (given.Has("--output") && m_common.Output(given)) {
       RefuseUsage(fmt::format("-o names one file, but there are {} URLs; use -O or --into DIR, or leave out -o",
@@ -71,6 +76,19 @@ class GetDefinition : public CommandDefinition {
     if (given.Has("--sha256")) {
       RefuseUsage(fmt::format("--sha256 is about one file, but there are {} URLs; get them one by one", m_urls.size()));
     }
+  }
+
+  // Elsewhere -O has a value, the name of the file. Here that would be taken for a URL, and "-" for the end of the options.
+  void RefuseNameBehindIt() const {
+    if (m_behindRemoteName == "-") {
+      RefuseUsage("-O takes no name; leave out -O and \"-\": then the bytes go to the standard output");
+    }
+    const auto isWhole = [](const std::string& url) { return url.find("://") != std::string::npos; };
+    const bool isName = m_behindRemoteName.find_first_of("/:") == std::string::npos;
+    const bool isTarget = std::find(m_urls.begin(), m_urls.end(), m_behindRemoteName) != m_urls.end();
+    if (!isName || !isTarget || std::none_of(m_urls.begin(), m_urls.end(), isWhole)) return;
+    RefuseUsage(fmt::format("-O takes no name, and {0} behind it would be a URL; give -o {0}, or http:// before a host",
+                            ShownValue(std::string(m_behindRemoteName))));
   }
 
   [[noreturn]] static void RefuseWithoutFile(const char* option) {
@@ -97,6 +115,7 @@ class GetDefinition : public CommandDefinition {
   bool m_keepsRemoteTime = false;
   std::string m_directory;
   std::string m_sha256;
+  std::string_view m_behindRemoteName;
 };
 
 }  // namespace
