@@ -125,7 +125,7 @@ std::string ListOf(const std::vector<Count>& counts, bool zeros) {
 // With all that is told, else without what is 0, else without the bytes.
 std::string Fit(const std::string& label, const std::vector<Count>& counts, unsigned long long bytes,
                 long long milliseconds, std::size_t columns) {
-  std::vector<std::string> texts = WithSpeed(ListOf(counts, true), bytes, milliseconds);
+  std::vector<std::string> texts{WithSpeed(ListOf(counts, true), bytes, milliseconds).front()};
   const std::string few = ListOf(counts, false);
   for (std::string& text : WithSpeed(few, bytes, milliseconds)) texts.push_back(std::move(text));
   if (!few.empty()) texts.push_back(few);
