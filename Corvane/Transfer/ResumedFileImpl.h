@@ -44,7 +44,7 @@ class ResumedFile final : public FileBody {
   std::size_t Compare(const char* data, std::size_t bytes);
 
   RequestedPart m_part;
-  bool m_isPlaced;  // the file is positioned where writing begins
+  bool m_isPlaced;                        // the file is positioned where writing begins
   std::array<char, kMargin> m_overlap{};  // what the file holds from the position on
 };
 

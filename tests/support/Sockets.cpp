@@ -1,8 +1,8 @@
 #include "tests/support/Sockets.h"
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
 #include <linux/sockios.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>

@@ -16,8 +16,9 @@
 namespace Corvane {
 namespace {
 
-constexpr const char* kUtf8 = "Gr\xC3\xBC\xC3\x9F"
-                              "e \xE2\x82\xAC \xF0\x9F\x99\x82";
+constexpr const char* kUtf8 =
+    "Gr\xC3\xBC\xC3\x9F"
+    "e \xE2\x82\xAC \xF0\x9F\x99\x82";
 constexpr const wchar_t* kWide = L"Gr\u00FC\u00DFe \u20AC \U0001F642";
 
 TEST(ZStringUtf8, IsTakenAndGivenWhateverTheLocale) {
