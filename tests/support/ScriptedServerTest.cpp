@@ -610,8 +610,6 @@ TEST(ScriptedServer, KnowsWhenTheClientHasReadAll) {
     hasLooked.Open();
     EXPECT_TRUE(peer.WaitUntilPeerHasRead());
     isRead.Open();
-    peer.WaitUntilPeerCloses();
-    EXPECT_FALSE(peer.WaitUntilPeerHasRead());
   });
   RawClient client(server);
   ASSERT_TRUE(hasLooked.Wait());
