@@ -83,7 +83,7 @@ class CORVANE_ZN_API ZTransfer {
   // The same in any unit, rounded up to seconds. Returns the code of EINVAL for a negative time, and leaves the limit as it was.
   template <class Rep, class Period>
   [[nodiscard]] ZResult SetTimeout(std::chrono::duration<Rep, Period> limit) {
-    const long long seconds = WholeUnits<std::chrono::seconds>(limit, 0x7FFFFFFF);
+    const long long seconds = SecondsOf(limit);
     return seconds < 0 ? ResultFromErrno(EINVAL) : SetTimeout(static_cast<unsigned long>(seconds));
   }
 
@@ -196,8 +196,7 @@ class CORVANE_ZN_API ZTransfer {
   // The same in any unit, rounded up to milliseconds, for 49 days at most; a negative time only looks.
   template <class Rep, class Period>
   bool Wait(std::chrono::duration<Rep, Period> time) {
-    const long long milliseconds = WholeUnits<std::chrono::milliseconds>(time, 0xFFFFFFFE);
-    return Wait(static_cast<unsigned long>(milliseconds < 0 ? 0 : milliseconds));
+    return Wait(MillisecondsOf(time));
   }
 
   // --- Operations. ---

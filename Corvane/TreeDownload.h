@@ -176,7 +176,7 @@ class CORVANE_ZN_API ZTreeDownload {
   // The same in any unit, rounded up to seconds. Returns the code of EINVAL for a negative time, and leaves the limit as it was.
   template <class Rep, class Period>
   [[nodiscard]] ZResult SetTimeout(std::chrono::duration<Rep, Period> limit) {
-    const long long seconds = WholeUnits<std::chrono::seconds>(limit, 0x7FFFFFFF);
+    const long long seconds = SecondsOf(limit);
     return seconds < 0 ? ResultFromErrno(EINVAL) : SetTimeout(static_cast<unsigned long>(seconds));
   }
   // How servers of https are verified, also where a redirect leads to: that the certificate names the host, and that it is signed by
@@ -217,8 +217,7 @@ class CORVANE_ZN_API ZTreeDownload {
   // The same in any unit, rounded up to milliseconds, for 49 days at most; a negative time only looks.
   template <class Rep, class Period>
   bool Wait(std::chrono::duration<Rep, Period> time) {
-    const long long milliseconds = WholeUnits<std::chrono::milliseconds>(time, 0xFFFFFFFE);
-    return Wait(static_cast<unsigned long>(milliseconds < 0 ? 0 : milliseconds));
+    return Wait(MillisecondsOf(time));
   }
 
   // --- The operations. ---

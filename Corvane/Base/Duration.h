@@ -21,4 +21,18 @@ template <class Unit, class Rep, class Period>
   return units >= static_cast<long double>(largest) ? largest : static_cast<long long>(std::ceil(units));
 }
 
+// A limit as SetTimeout takes it: whole seconds, 2^31 - 1 for anything longer. Negative for what is no limit.
+template <class Rep, class Period>
+[[nodiscard]] long long SecondsOf(std::chrono::duration<Rep, Period> limit) noexcept {
+  return WholeUnits<std::chrono::seconds>(limit, 0x7FFFFFFF);
+}
+
+// A time as Wait takes it: whole milliseconds, almost 50 days for anything longer, since the largest number would mean a wait without
+// limit. 0 for a time that has passed.
+template <class Rep, class Period>
+[[nodiscard]] unsigned long MillisecondsOf(std::chrono::duration<Rep, Period> time) noexcept {
+  const long long milliseconds = WholeUnits<std::chrono::milliseconds>(time, 0xFFFFFFFE);
+  return milliseconds < 0 ? 0 : static_cast<unsigned long>(milliseconds);
+}
+
 }  // namespace Corvane

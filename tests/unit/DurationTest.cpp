@@ -33,6 +33,19 @@ TEST(WholeUnits, SaturatesAndNeverWraps) {
   EXPECT_EQ(WholeUnits<seconds>(std::chrono::duration<double>(std::numeric_limits<double>::infinity()), 100), 100);
 }
 
+TEST(SecondsOf, AreWhatALimitTakes) {
+  EXPECT_EQ(SecondsOf(1500ms), 2);
+  EXPECT_EQ(SecondsOf(std::chrono::hours::max()), 0x7FFFFFFF);
+  EXPECT_EQ(SecondsOf(-1ns), -1);
+}
+
+// 0xFFFFFFFF would be a wait without limit.
+TEST(MillisecondsOf, AreWhatAWaitTakes) {
+  EXPECT_EQ(MillisecondsOf(1500us), 2u);
+  EXPECT_EQ(MillisecondsOf(std::chrono::hours::max()), 0xFFFFFFFEu);
+  EXPECT_EQ(MillisecondsOf(-1ns), 0u);
+}
+
 TEST(WholeUnits, IsNegativeForWhatIsNoLimit) {
   EXPECT_EQ(WholeUnits<seconds>(-1ns, 100), -1);
   EXPECT_EQ(WholeUnits<milliseconds>(std::chrono::hours::min(), 100), -1);
