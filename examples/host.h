@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include <Corvane/Base/StringCoding.h>
+#include <Corvane/MultiDownload.h>
 #include <Corvane/SystemTrust.h>
 #include <Corvane/Transfer.h>
 
@@ -33,5 +34,13 @@ inline int TellFailure(const Corvane::ZTransfer& transfer, Corvane::ZResult resu
   Corvane::ZString cause;
   transfer.GetCause(cause);
   TellFailure(result, transfer.GetError(), cause);
+  return 1;
+}
+
+// And for a mirror.
+inline int TellFailure(const Corvane::ZMultiDownload& mirror, Corvane::ZResult result) {
+  Corvane::ZString cause, header;
+  mirror.GetCause(cause, header);
+  TellFailure(result, mirror.GetError(), cause);
   return 1;
 }

@@ -1,27 +1,13 @@
 // mirror URL DIRECTORY [IGNORED...]: mirrors a remote directory, without the ignored names, and tells what it did.
 //
-// Shows a host's own observer, which is told when each answer begins, and its own logger: without one the libraries are
-// silent.
+// Shows a host's own observer, which is told when each answer begins.
 
 #include <clocale>
 #include <cstdio>
 
-#include <Corvane/Base/Log.h>
-#include <Corvane/Base/StringCoding.h>
 #include <Corvane/MultiDownload.h>
 
 #include "examples/host.h"
-
-namespace {
-
-// Writes the libraries' log to standard error.
-class ErrorStreamLogger : public Corvane::ZLogger {
- public:
-  void Write(Corvane::ZLogLevel level, const Corvane::ZString& message, const char* file, int line) override {
-    const Corvane::ZStringEncoder text(message, Corvane::ZStringEncoder::Utf8);
-    std::fprintf(stderr, "[%u] %s:%d: %s\n", static_cast<unsigned int>(level), file, line, text.CStr());
-  }
-};
 
 // Counts the answers that were acceptable: the listing's and one for each file that is not empty.
 class AnswerCounter : public Corvane::ZTransfer::Observer {
@@ -35,15 +21,9 @@ class AnswerCounter : public Corvane::ZTransfer::Observer {
   int m_answers = 0;
 };
 
-}  // namespace
-
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
   std::setlocale(LC_ALL, "");  // the encoding of the arguments and of file names
-  ErrorStreamLogger logger;    // made first, destroyed last: whoever may log to it ends before
-  logger.EnableUpTo(Corvane::ZLogLevel::Error);
-  Corvane::ZLog::SetLogger(&logger);
-
   AnswerCounter counter;
   Corvane::Container::ZStringList ignored;
   for (int i = 3; i < argc; ++i) ignored.push_back(argv[i]);
@@ -53,15 +33,7 @@ int main(int argc, char** argv) {
   mirror.Attach(&counter);
 
   const Corvane::ZResult result = mirror.Download(argv[1], argv[2], /*resume=*/true);
-  mirror.Detach(&counter);
-  Corvane::ZLog::SetLogger(nullptr);
-  if (Corvane::IsFailure(result)) {
-    Corvane::ZString cause;
-    Corvane::ZString header;
-    mirror.GetCause(cause, header);
-    TellFailure(result, mirror.GetError(), cause);
-    return 1;
-  }
+  if (Corvane::IsFailure(result)) return TellFailure(mirror, result);
   const Corvane::ZMultiDownload::Statistics files = mirror.GetStatistics();
   std::printf("%zu of %zu files fetched, %llu bytes are here, %d answers came\n", files.filesFetched, files.filesKnown,
               mirror.GetDownloadSize(), counter.GetAnswers());

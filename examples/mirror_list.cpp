@@ -34,12 +34,6 @@ int main(int argc, char** argv) {
   const Corvane::ZMultiDownload::Statistics files = mirror.GetStatistics();
   std::printf("%zu fetched, %zu continued, %zu kept, %zu of another size\n", files.filesFetched, files.filesResumed,
               files.filesSkipped, files.filesMismatched);
-  if (Corvane::IsFailure(result)) {
-    Corvane::ZString cause;
-    Corvane::ZString header;
-    mirror.GetCause(cause, header);
-    TellFailure(result, mirror.GetError(), cause);
-    return 1;
-  }
+  if (Corvane::IsFailure(result)) return TellFailure(mirror, result);
   return files.filesMismatched == 0 ? 0 : 1;  // the result tells of the last file only
 }

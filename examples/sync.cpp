@@ -8,13 +8,10 @@
 #include <clocale>
 #include <cstdio>
 #include <thread>
-#include <utility>
 
 #include <Corvane/TreeDownload.h>
 
 #include "examples/host.h"
-
-namespace {
 
 // Counts what a plan would fetch, and prints what a run could not.
 class Follower : public Corvane::ZTreeDownload::Observer {
@@ -24,13 +21,11 @@ class Follower : public Corvane::ZTreeDownload::Observer {
     if (item.action == Action::Fetch || item.action == Action::Continue) ++m_fetches;
     if (Corvane::IsFailure(item.result)) TellFailure(item.result, item.text, item.path.c_str());
   }
-  [[nodiscard]] int TakeFetches() { return std::exchange(m_fetches, 0); }
+  [[nodiscard]] int GetFetches() const { return m_fetches; }
 
  private:
   int m_fetches = 0;
 };
-
-}  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
@@ -44,7 +39,7 @@ int main(int argc, char** argv) {
   if (Corvane::IsFailure(tree.SetOptions(options))) return 2;
   tree.Attach(&follower);
   if (Corvane::IsFailure(tree.Plan(argv[1], argv[2]))) return 1;
-  std::printf("%d files to fetch\n", follower.TakeFetches());
+  std::printf("%d files to fetch\n", follower.GetFetches());
 
   std::atomic<bool> isOver{false};
   std::thread watcher([&] {
@@ -58,7 +53,6 @@ int main(int argc, char** argv) {
   const Corvane::ZResult result = tree.Download(argv[1], argv[2]);
   isOver = true;
   watcher.join();
-
   const Corvane::ZTreeDownload::Statistics files = tree.GetStatistics();
   std::printf("%zu fetched, %zu continued, %zu kept, %zu failed\n", files.filesFetched, files.filesResumed,
               files.filesKept, files.filesFailed);
