@@ -69,8 +69,11 @@ Outcome DownloadToSink(ZTransfer& transfer, const ZString& url, unsigned long lo
   outcome.received = sink.received;
   ZString header;
   transfer.GetHeader(header);
-  // By whatever status in 200 to 299: as for libcurl, the field decides.
-  const bool isPart = header.Lower().Find(L"content-range:") != ZString::npos;
+  // With the status of a whole it takes a length, too.
+  const ZString fields = header.Lower();
+  const bool hasRange = fields.Find(L"content-range:") != ZString::npos;
+  const bool isPart =
+      hasRange && (transfer.GetHttpStatus() != 200 || fields.Find(L"content-length:") != ZString::npos);
   Require(sink.received == 0 || offset == 0 || isPart, "only a part is handed on");
   return outcome;
 }

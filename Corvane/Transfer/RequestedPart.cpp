@@ -1,5 +1,8 @@
 #include <Corvane/Transfer/RequestedPartImpl.h>
 
+#include <charconv>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <Corvane/NumberTextImpl.h>
@@ -7,6 +10,32 @@
 #include <Corvane/Transfer/FileVersionImpl.h>
 
 namespace Corvane {
+namespace {
+
+constexpr long kWhole = 200;
+
+// How many bytes the answer says its body has. None when it does not say so, and when that would not hold: a transfer coding replaces
+// the length (RFC 9112, section 6.3).
+std::optional<unsigned long long> AnnouncedLength(std::string_view header) {
+  const std::optional<std::string_view> value = FieldOf(header, "Content-Length");
+  if (!value || FieldOf(header, "Transfer-Encoding")) return std::nullopt;
+  unsigned long long length = 0;
+  const char* const end = value->data() + value->size();
+  const auto [stopped, error] = std::from_chars(value->data(), end, length);
+  return error == std::errc() && stopped == end ? std::optional(length) : std::nullopt;
+}
+
+// A Content-Range means nothing in an answer that says that it is the whole (RFC 9110, section 14.4). Servers that forget the status 206
+// are known all the same: they are believed when the body is just as long as the range.
+bool IsOfThisRange(std::string_view header, const ContentRange& range) {
+  if (StatusOf(header) != kWhole) return true;
+  std::optional<unsigned long long> end = range.total;
+  if (range.last) end = *range.last + 1;
+  const std::optional<unsigned long long> length = AnnouncedLength(header);
+  return end && length && *length == *end - range.first;
+}
+
+}  // namespace
 
 void RequestedPart::Check(std::string validator) {
   m_isChecked = true;
@@ -20,7 +49,7 @@ void RequestedPart::Judge(const Answer& answer) {
   if (m_isRefused) return;
   if (answer.isHttp) {
     m_range = AnnouncedRange(answer.header);
-    m_isRangeMissing = !m_range || m_range->first != m_position;
+    m_isRangeMissing = !m_range || m_range->first != m_position || !IsOfThisRange(answer.header, *m_range);
   }
   if (!m_isChecked) return;
   // A server may leave If-Range aside and splice two versions together; the beginning of a shorter one may be the same.

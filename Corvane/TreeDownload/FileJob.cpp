@@ -109,7 +109,7 @@ bool TreeRun::FileJob::Take(const Reply& reply, const char* data, std::size_t by
 bool TreeRun::FileJob::BeginContent(const Reply& reply) {
   constexpr long kWhole = 200;
   if (!m_requested) return BeginWhole(reply);
-  if (reply.isHttp && reply.status == kWhole) {
+  if (reply.isHttp && reply.status == kWhole && !AnnouncedRange(reply.header)) {
     // It is another version now, or the server knows no ranges. What comes is as good.
     m_requested.reset();
     m_part.Close();

@@ -64,7 +64,7 @@ void VersionedFile::Answer(Connection& peer, const Request& request) {
     headers.push_back({"Content-Range", "bytes " + std::to_string(offset) + "-" + std::to_string(size - 1) + "/" +
                                             std::to_string(size)});
   }
-  peer.Send(FormatHead(isPart ? 206 : 200, headers));
+  peer.Send(FormatHead(isPart && version.tellsParts ? 206 : 200, headers));
   if (!hasContent) return;
   peer.Send(body.substr(0, stop.value_or(body.size())));
   if (stop && *stop < body.size()) peer.Close();

@@ -19,6 +19,7 @@ class VersionedFile {
     std::vector<HeaderField> headers;  // ETag and the like
     bool servesRanges = true;
     bool obeysIfRange = true;  // else a range of whatever the file is now
+    bool tellsParts = true;    // else a part has the status of a whole
   };
 
   explicit VersionedFile(Version version) : m_version(std::move(version)) {}

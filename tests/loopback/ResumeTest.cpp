@@ -246,6 +246,10 @@ const AnswerCase kOtherAnswers[] = {
      CurlFailure(kRangeError)},
     {"an unsatisfied range in a good answer",
      "HTTP/1.1 200 OK\r\nContent-Range: bytes */40\r\nContent-Length: 40\r\n\r\n", CurlFailure(kRangeError)},
+    {"the range asked for, in an answer that is the whole and of another length",
+     "HTTP/1.1 200 OK\r\nContent-Range: bytes 168-199/200\r\nContent-Length: 40\r\n\r\n", CurlFailure(kRangeError)},
+    {"the range asked for, in an answer that is the whole and of no known length",
+     "HTTP/1.1 200 OK\r\nContent-Range: bytes 168-207/208\r\nConnection: close\r\n\r\n", CurlFailure(kRangeError)},
     {"an unsatisfied range in a part",
      "HTTP/1.1 206 Partial Content\r\ncontent-range:bytes */40\r\nContent-Length: 40\r\n\r\n",
      CurlFailure(kRangeError)},
@@ -421,6 +425,24 @@ TEST(ZTransferResume, OfWhichOnlyAPartComesIsNoSuccessAndLosesNothing) {
     EXPECT_TRUE(FileHolds(folder / "a", content.substr(0, c.kept)));
     EXPECT_EQ(server.Requests()[0].Header("Range"), "bytes=88-");
     EXPECT_THAT(CauseOf(transfer), IsCode(c.code));
+  }
+}
+
+// Scripts that hand out files know ranges, and often forget the status.
+TEST(ZTransferResume, TakesAPartWithTheStatusOfAWholeWhenItsLengthProvesIt) {
+  const std::string content = MakePattern(200);
+  for (const char* range : {"bytes 88-199/200", "bytes 88-199/*", "bytes 88-/200"}) {
+    SCOPED_TRACE(range);
+    ScriptedServer server(OncePerConnection([&](Connection& peer, const Request&) {
+      peer.Send(std::string("HTTP/1.1 200 OK\r\nContent-Range: ") + range + "\r\nContent-Length: 112\r\n\r\n" +
+                content.substr(88));
+    }));
+    const TempDir folder;
+    WritePartialFile(folder / "a", content, 120);
+    ZTransfer transfer;
+    EXPECT_THAT(transfer.DownloadFile(Wide(server.Url("/a")), WidePath(folder / "a"), true),
+                IsCode(TRANSFER_S_FINISHED));
+    EXPECT_TRUE(FileHolds(folder / "a", content));
   }
 }
 

@@ -89,6 +89,18 @@ TEST_F(TreeResume, GoesOnByADateThatIsOlderThanTheAnswer) {
   EXPECT_EQ(server.Requests().back().Header("If-Range"), "Mon, 06 Jan 2020 10:00:00 GMT");
 }
 
+// Such a part must never be taken for the file.
+TEST_F(TreeResume, GoesOnWithAPartThatHasTheStatusOfAWhole) {
+  Version sloppy = WithTag(content, "\"one\"");
+  sloppy.tellsParts = false;
+  file.Change(sloppy);
+  BreakOff();
+  const TreeResult result = Download();
+  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
+  EXPECT_EQ(result.ActionOf("file"), Action::Continue);
+  EXPECT_TRUE(HoldsTree(Target(), {{"file", content}}));
+}
+
 TEST_F(TreeResume, LeavesNothingBesideTheFilesInTheEnd) {
   BreakOff();
   EXPECT_TRUE(fs::exists(Target() / ".corvane"));
