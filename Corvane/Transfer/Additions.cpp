@@ -6,6 +6,7 @@
 
 #include <strings.h>
 
+#include <Corvane/Transfer/AnswerHeaderImpl.h>
 #include <Corvane/Transfer/FileVersionImpl.h>
 #include <Corvane/Transfer/RequestHeadersImpl.h>
 #include <Corvane/Transfer/TransferImpl.h>
@@ -110,7 +111,7 @@ AnswerSource ZTransfer::ZTransferImpl::Source() const {
 
 // A chain of redirects that has come to https stays there: the protocols for the next step are set when an answer begins.
 void ZTransfer::ZTransferImpl::KeepRedirectsSecure(std::string_view line) {
-  if (m_settings.additions.mostRedirects == 0 || !line.starts_with("HTTP/")) return;
+  if (m_settings.additions.mostRedirects == 0 || !IsStatusLine(line)) return;
   const char* url = nullptr;
   if (curl_easy_getinfo(m_request.easy, CURLINFO_EFFECTIVE_URL, &url) != CURLE_OK || !IsHttps(url)) return;
   SetEasyOption(CURLOPT_REDIR_PROTOCOLS, static_cast<long>(CURLPROTO_HTTPS));

@@ -47,12 +47,13 @@ bool TakeLine(std::string_view& text, std::string_view& line) {
   return true;
 }
 
+bool IsStatusLine(std::string_view line) { return BeginsWithNoCase(line, kStatusLine); }
+
 std::string_view LastAnswer(std::string_view header) {
   std::string_view last = header;
   std::string_view line;
   for (std::string_view rest = header; TakeLine(rest, line);) {
-    if (BeginsWithNoCase(line, kStatusLine))
-      last = header.substr(static_cast<std::size_t>(line.data() - header.data()));
+    if (IsStatusLine(line)) last = header.substr(static_cast<std::size_t>(line.data() - header.data()));
   }
   return last;
 }
@@ -65,7 +66,7 @@ std::optional<std::string_view> FieldOn(std::string_view line, std::string_view 
 long StatusOf(std::string_view header) {
   std::string_view rest = LastAnswer(header);
   std::string_view line;
-  if (!TakeLine(rest, line) || !BeginsWithNoCase(line, kStatusLine)) return 0;
+  if (!TakeLine(rest, line) || !IsStatusLine(line)) return 0;
   const std::string_view code = Trimmed(line.substr(std::min(line.find(' '), line.size())));
   long status = 0;
   std::from_chars(code.data(), code.data() + code.size(), status);

@@ -15,6 +15,9 @@ namespace Corvane {
 // The name of a request header in the form in which libcurl takes it, "NAME: VALUE", or "NAME;" for an empty value.
 [[nodiscard]] std::string_view NameOf(std::string_view header);
 
+// Whether an answer begins with this line, as libcurl takes it: in any case.
+[[nodiscard]] bool IsStatusLine(std::string_view line);
+
 // The lines of the last answer, its status line included; the whole text when there is no status line.
 [[nodiscard]] std::string_view LastAnswer(std::string_view header);
 

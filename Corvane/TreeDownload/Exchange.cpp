@@ -162,12 +162,12 @@ std::size_t Exchange::ReceiveHeader(const char* data, std::size_t total) {
   if (m_connections.IsStopped()) return 0;
   const std::string_view line(data, total);
   if (!m_isHttp) return total;  // an FTP server's replies
-  if (line.starts_with("HTTP/")) m_header.clear();
+  if (IsStatusLine(line)) m_header.clear();
   m_isHeaderTooLong = total > kMostHeaderBytes - m_header.size();
   if (m_isHeaderTooLong) return 0;
   m_header.append(line);
   // The empty line. Trailers come after it.
-  m_isHeaderWhole = !line.starts_with("HTTP/") && (m_isHeaderWhole || line == "\r\n" || line == "\n");
+  m_isHeaderWhole = !IsStatusLine(line) && (m_isHeaderWhole || line == "\r\n" || line == "\n");
   return total;
 }
 

@@ -109,6 +109,22 @@ TEST_F(Additions, FollowNoRedirectFromHttpsToHttp) {
   EXPECT_THAT(plain.Requests(), IsEmpty());
 }
 
+// libcurl knows that line in any case, and its status in capitals only: in lower case every answer has the status 200.
+TEST_F(Additions, FollowNoRedirectBehindAStatusLineInLowerCase) {
+  ScriptedServer plain(KeepAlive(Content("content")));
+  ScriptedServer secure(OncePerConnection([&](Connection& peer, const Request&) {
+                          peer.Send("http/1.1 302 Found\r\nLocation: " + plain.Url("/b") +
+                                    "\r\nContent-Length: 0\r\n\r\n");
+                        }),
+                        MakePki(folder.Path()).server);
+  ScriptedServer first(KeepAlive(Redirect(secure.Url("/a"))));
+  Follow(10);
+  EXPECT_THAT(Get(first.Url("/a")), IsCode(TRANSFER_S_FINISHED));
+  EXPECT_EQ(transfer.GetHttpStatus(), 200);
+  EXPECT_EQ(secure.Requests().size(), 1u);
+  EXPECT_THAT(plain.Requests(), IsEmpty());
+}
+
 TEST_F(Additions, FollowRedirectsFromHttpToHttps) {
   ScriptedServer secure(KeepAlive(Content("content")), MakePki(folder.Path()).server);
   ScriptedServer first(KeepAlive(Redirect(secure.Url("/a"))));

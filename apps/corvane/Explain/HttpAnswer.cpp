@@ -1,9 +1,9 @@
 #include "apps/corvane/Explain/HttpAnswer.h"
 
 #include <fmt/core.h>
+#include <strings.h>
 
 #include <algorithm>
-#include <cctype>
 #include <optional>
 
 #include "apps/corvane/Text.h"
@@ -36,43 +36,49 @@ std::string_view TrimmedLine(std::string_view text) {
   return text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
 }
 
+// libcurl takes it in any case.
+constexpr std::string_view kStatusLine = "http/";
+
+// `beginning` is in lower case.
+bool BeginsWith(std::string_view line, std::string_view beginning) noexcept {
+  return line.size() >= beginning.size() && strncasecmp(line.data(), beginning.data(), beginning.size()) == 0;
+}
+
+// Takes the next line off `text`, "\n" included; the last one may lack it. False at the end.
+bool TakeLine(std::string_view& text, std::string_view& line) noexcept {
+  if (text.empty()) return false;
+  line = text.substr(0, std::min(text.find('\n'), text.size() - 1) + 1);
+  text.remove_prefix(line.size());
+  return true;
+}
+
 }  // namespace
 
 std::string_view LastHeader(std::string_view header, std::string_view name) {
   std::string_view value;
-  while (!header.empty()) {
-    const std::size_t end = std::min(header.find('\n'), header.size() - 1) + 1;
-    const std::string_view line = header.substr(0, end);
-    const auto matches = [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; };
-    if (line.size() >= name.size() &&
-        std::equal(name.begin(), name.end(), line.begin(), [&](char b, char a) { return matches(a, b); })) {
-      value = TrimmedLine(line.substr(name.size()));
-    }
-    header.remove_prefix(end);
+  std::string_view line;
+  while (TakeLine(header, line)) {
+    if (BeginsWith(line, name)) value = TrimmedLine(line.substr(name.size()));
   }
   return value;
 }
 
 bool HasWholeHeader(std::string_view header) noexcept {
   bool isWhole = false;
-  while (!header.empty()) {
-    const std::size_t end = std::min(header.find('\n'), header.size() - 1) + 1;
-    const std::string_view line = header.substr(0, end);
-    if (line.substr(0, 5) == "HTTP/") isWhole = false;
+  std::string_view line;
+  while (TakeLine(header, line)) {
+    if (BeginsWith(line, kStatusLine)) isWhole = false;
     isWhole = isWhole || line == "\r\n" || line == "\n";  // trailers may follow
-    header.remove_prefix(end);
   }
   return isWhole;
 }
 
-std::string LastHttpStatus(const std::string& header, int& status) {
+std::string LastHttpStatus(std::string_view header, int& status) {
   status = 0;
   std::string_view text;
-  for (std::size_t line = 0; line != std::string::npos && line < header.size();) {
-    const std::string_view rest = std::string_view(header).substr(line);
-    if (rest.substr(0, 5) == "HTTP/") text = TrimmedLine(rest.substr(std::min(rest.find(' '), rest.size())));
-    line = header.find('\n', line);
-    if (line != std::string::npos) ++line;
+  std::string_view line;
+  while (TakeLine(header, line)) {
+    if (BeginsWith(line, kStatusLine)) text = TrimmedLine(line.substr(std::min(line.find(' '), line.size())));
   }
   const std::optional<unsigned long long> number = ParseNumber(text.substr(0, 3));
   if (!number) return {};

@@ -8,7 +8,7 @@ namespace CorvaneCli {
 
 // The last HTTP status line of `header`, such as "404 Not Found", with the usual phrase when the server sent none
 // (HTTP/2). `status` receives the number; empty text and 0 when there is none.
-[[nodiscard]] std::string LastHttpStatus(const std::string& header, int& status);
+[[nodiscard]] std::string LastHttpStatus(std::string_view header, int& status);
 
 // Whether the last answer in `header` came to the end of its header lines, which an empty line is. libcurl takes one that ended
 // earlier for whole: no length was announced yet.
