@@ -20,6 +20,7 @@ ZResult ZTransfer::ZTransferImpl::Transfer(const ZString& url, bool /*post*/) {
   m_request.LetGoOfOtherPeer(m_settings.credentials.get());
   m_request.RememberPeer(m_settings.credentials.get());
   const CURLcode result = curl_easy_perform(m_request.easy);
+  m_request.LetGoOfLostConnection();
   FinishTrace();
   TakeResult(result);
   if (m_request.exception != nullptr) std::rethrow_exception(std::exchange(m_request.exception, nullptr));

@@ -45,6 +45,12 @@ void Request::LetGoOfOtherPeer(const char* credentials) {
   if (!keptPeer.empty() && keptPeer != PeerOf(credentials)) LetGoOfKeptConnection();
 }
 
+void Request::LetGoOfLostConnection() noexcept {
+  if (keptPeer.empty()) return;
+  const char* begin = nullptr;
+  if (curl_easy_getinfo(easy, CURLINFO_FTP_ENTRY_PATH, &begin) == CURLE_OK && begin == nullptr) LetGoOfKeptConnection();
+}
+
 void Request::RememberPeer(const char* credentials) { keptPeer = IsHttp() ? std::string() : PeerOf(credentials); }
 
 // The URL up to its path, and who logs in.

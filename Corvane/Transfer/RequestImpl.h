@@ -51,6 +51,9 @@ struct Request {
   void LetGoOfKeptConnection() noexcept;
   void LetGoOfOtherPeer(const char* credentials);
   void RememberPeer(const char* credentials);
+  // After a request: over a connection of which nobody knows the folder it was in when it was new, libcurl cannot find back there
+  // (RFC 959 lets a server refuse PWD), and would look for the next file below the folder of the last one: another file.
+  void LetGoOfLostConnection() noexcept;
 
   // Whether the URL is one of HTTP or HTTPS.
   [[nodiscard]] bool IsHttp() const;

@@ -161,11 +161,13 @@ bool Connections::CollectEnded() {
   int left = 0;
   while (CURLMsg* const message = curl_multi_info_read(m_multi.get(), &left)) {
     if (message->msg != CURLMSG_DONE) continue;
-    void* exchange = nullptr;
-    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
+    void* object = nullptr;
+    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &object);
+    auto* const exchange = static_cast<Exchange*>(object);
     const CURLcode code = message->data.result;
-    TakeOut(*static_cast<Exchange*>(exchange));
-    m_ended.push_back({static_cast<Exchange*>(exchange), code});
+    exchange->LetGoOfLostConnection();
+    TakeOut(*exchange);
+    m_ended.push_back({exchange, code});
   }
   return !m_ended.empty();
 }

@@ -1,6 +1,7 @@
 #include <Corvane/TreeDownload/ExchangeImpl.h>
 
 #include <strings.h>
+#include <sys/socket.h>
 
 #include <new>
 #include <string_view>
@@ -161,7 +162,10 @@ std::size_t Exchange::ReceiveContent(const char* data, std::size_t total) {
 std::size_t Exchange::ReceiveHeader(const char* data, std::size_t total) {
   if (m_connections.IsStopped()) return 0;
   const std::string_view line(data, total);
-  if (!m_isHttp) return total;  // an FTP server's replies
+  if (!m_isHttp) {  // an FTP server's replies, of which the first alone is of interest
+    if (m_header.empty()) m_header = line;
+    return total;
+  }
   if (IsStatusLine(line)) m_header.clear();
   m_isHeaderTooLong = total > kMostHeaderBytes - m_header.size();
   if (m_isHeaderTooLong) return 0;
@@ -169,6 +173,19 @@ std::size_t Exchange::ReceiveHeader(const char* data, std::size_t total) {
   // The empty line. Trailers come after it.
   m_isHeaderWhole = !IsStatusLine(line) && (m_isHeaderWhole || line == "\r\n" || line == "\n");
   return total;
+}
+
+// A server may refuse to tell in which folder a new connection is (RFC 959, PWD). libcurl does not find back there then, and would
+// look for the next folder below the last one. It tells the folder to the request only that made the connection, whose first reply is
+// the greeting.
+void Exchange::LetGoOfLostConnection() const noexcept {
+  constexpr std::string_view kGreeting = "220";
+  const char* begin = nullptr;
+  curl_socket_t kept = CURL_SOCKET_BAD;
+  if (m_isHttp || !std::string_view(m_header).starts_with(kGreeting)) return;
+  if (curl_easy_getinfo(m_easy.get(), CURLINFO_FTP_ENTRY_PATH, &begin) != CURLE_OK || begin != nullptr) return;
+  if (curl_easy_getinfo(m_easy.get(), CURLINFO_ACTIVESOCKET, &kept) != CURLE_OK || kept == CURL_SOCKET_BAD) return;
+  shutdown(kept, SHUT_RD);  // libcurl takes it for gone
 }
 
 std::optional<unsigned long long> Exchange::ContentLength() const {
@@ -182,7 +199,7 @@ Reply Exchange::CurrentReply() const {
   Reply reply;
   reply.isHttp = m_isHttp;
   curl_easy_getinfo(m_easy.get(), CURLINFO_RESPONSE_CODE, &reply.status);
-  reply.header = m_header;
+  if (m_isHttp) reply.header = m_header;
   reply.contentLength = ContentLength();
   curl_off_t time = -1;
   if (curl_easy_getinfo(m_easy.get(), CURLINFO_FILETIME_T, &time) == CURLE_OK && time >= 0) reply.time = time;

@@ -36,6 +36,8 @@ class Exchange {
 
   // Readies the handle for a request.
   void Prepare(const Order& order);
+  // Of a request that has ended, as long as its connection is known to the handle.
+  void LetGoOfLostConnection() const noexcept;
   // How it ended; the redirect that the answer asks for in `redirect`.
   [[nodiscard]] Ending TakeEnding(CURLcode code, std::string& redirect);
   // Whether no byte has moved for this long since the request was sent.

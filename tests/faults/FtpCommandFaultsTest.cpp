@@ -35,13 +35,10 @@ const std::vector<FtpFault> kLoginFaults = {
     {.name = "530 to PASS", .arm = Replying("PASS", "530 No"), .told = Denied("530")},
     {.name = "430 to PASS", .arm = Replying("PASS", "430 Not now"), .told = Denied("430")},
     {.name = "999 to USER", .arm = Replying("USER", "999 What"), .told = Denied("999")},
-    // Where the login led is not known then, and libcurl asks for other directories as if they were below the last one.
-    {.name = "550 to PWD", .arm = Replying("PWD", "550 No"), .told = kWhole, .isGoodElsewhere = true},
-    {.name = "451 to PWD", .arm = Replying("PWD", "451 Not now"), .told = kWhole, .isGoodElsewhere = true},
-    {.name = "a directory without quotes to PWD",
-     .arm = Replying("PWD", "257 here"),
-     .told = kWhole,
-     .isGoodElsewhere = true},
+    // Where the login led is not known then: such a connection is not used again.
+    {.name = "550 to PWD", .arm = Replying("PWD", "550 No"), .told = kWhole},
+    {.name = "451 to PWD", .arm = Replying("PWD", "451 Not now"), .told = kWhole},
+    {.name = "a directory without quotes to PWD", .arm = Replying("PWD", "257 here"), .told = kWhole},
     {.name = "550 to CWD",
      .arm = Replying("CWD", "550 No"),
      .told = Failing(kAccessDenied, "Server denied you to change to the given directory")},

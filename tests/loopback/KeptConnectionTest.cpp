@@ -88,5 +88,19 @@ TEST_F(AKeptFtpConnection, ServesTheNextRequestToTheSameServer) {
   EXPECT_TRUE(server.WaitForCommand("QUIT")) << "a server that is there is still told";
 }
 
+// libcurl could not find the way back from the folder of the last file, and would look for the next one below it.
+TEST(AKeptFtpConnectionInAnUnknownFolder, LeadsToNoOtherFile) {
+  for (const char* reply : {"550 No", "257 here"}) {
+    SCOPED_TRACE(reply);
+    ScriptedFtpServer server({{"/a/one", "1"}, {"/a/b/two", "another file"}, {"/b/two", "2"}});
+    server.SetReply("PWD", reply);
+    ZTransfer transfer;
+    ZString result;
+    EXPECT_THAT(transfer.Download(Wide(server.Url("/a/one")), result), IsCode(TRANSFER_S_FINISHED));
+    EXPECT_THAT(transfer.Download(Wide(server.Url("/b/two")), result), IsCode(TRANSFER_S_FINISHED));
+    EXPECT_EQ(result, ZString(L"2"));
+  }
+}
+
 }  // namespace
 }  // namespace CorvaneTest

@@ -253,6 +253,31 @@ TEST(TreeFailureOverFtp, OfOneFileLeavesTheOthersAlone) {
 }
 
 // To libcurl that is an empty folder.
+// libcurl does not find back to where it was when it logged in, and would look for each folder below the last one.
+TEST(TreeFailureOverFtp, IsNoWorkingDirectoryThatNobodyTells) {
+  ScriptedFtpServer server(
+      {{"/pub/a/one", "1"}, {"/pub/a/b/two", "22"}, {"/pub/b/two", "333"}, {"/pub/c/b/two", "4444"}});
+  server.SetReply("PWD", "550 No");
+  TempDir folder;
+  TreeClient client;
+  client.options.mostConnections = 1;
+  const TreeResult result = client.Download(server.Url("/pub/"), folder / "target");
+  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
+  EXPECT_TRUE(HoldsTree(folder / "target", {{"a/one", "1"}, {"a/b/two", "22"}, {"b/two", "333"}, {"c/b/two", "4444"}}));
+}
+
+// The connection is kept otherwise.
+TEST(TreeOverFtp, LogsInOnceForEachConnection) {
+  ScriptedFtpServer server({{"/pub/a/one", "1"}, {"/pub/a/b/two", "22"}, {"/pub/b/two", "333"}});
+  TempDir folder;
+  TreeClient client;
+  client.options.mostConnections = 1;
+  const TreeResult result = client.Download(server.Url("/pub/"), folder / "target");
+  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
+  const std::vector<std::string> commands = server.Commands();
+  EXPECT_EQ(std::count(commands.begin(), commands.end(), "USER anonymous"), 1);
+}
+
 TEST(TreeFailureOverFtp, IsAListingThatIsRefusedAsBusy) {
   ScriptedFtpServer server({{"/pub/a", "1"}, {"/pub/sub/b", "22"}});
   server.OnCommand("LIST", [](Connection& control, const std::string&) {
