@@ -19,7 +19,7 @@ namespace Corvane {
 
 // Why something that a server lists is not among the files of a mirror.
 enum class LeftOutReason {
-  Folder,
+  Folder,         // a mirror is one directory, without those below it
   Link,           // a symbolic link in an FTP listing
   Special,        // a device, FIFO or socket in an FTP listing
   NameShortened,  // the page shows the beginning of the name only
@@ -28,9 +28,10 @@ enum class LeftOutReason {
   Unreadable      // not in the format of the listing: an FTP line, or all that follows a link without quotes on a page
 };
 
+// One such thing.
 struct LeftOut {
   ZString name;  // as far as it could be read, at most 255 characters; of what is unreadable the text
-  LeftOutReason reason = LeftOutReason::Unreadable;
+  LeftOutReason reason = LeftOutReason::Unreadable;  // why it is left out
 };
 
 // Mirrors one remote directory, without its subdirectories, into one local directory: fetches the list of files (from
@@ -71,6 +72,7 @@ class CORVANE_ZN_API ZMultiDownload {
     std::size_t leftOut = 0;  // of what the listing shows, without links that lead around; see GetLeftOut
   };
 
+  // Makes a ZTransfer, and throws what its constructor throws.
   ZMultiDownload();
   // Aborts a running Download and returns after it has ended.
   ~ZMultiDownload();
@@ -78,11 +80,18 @@ class CORVANE_ZN_API ZMultiDownload {
   ZMultiDownload& operator=(const ZMultiDownload&) = delete;
 
   // --- Settings of the transfers; see ZTransfer. Return 0, or BASE_E_BUSY while a Download runs. ---
+
+  // As ZTransfer::SetCredentials.
   [[nodiscard]] ZResult SetCredentials(const ZString& user, const ZString& password);
-  ZResult Attach(ZTransfer::Observer* observer);  // sees every transfer of the run, the listing's too
+  // As ZTransfer::Attach. The observer sees every transfer of the run, the listing's too.
+  ZResult Attach(ZTransfer::Observer* observer);
+  // As ZTransfer::Detach.
   ZResult Detach(ZTransfer::Observer* observer);
+  // As ZTransfer::Notify: calls every attached observer, on the calling thread.
   void Notify(int event, long value);
+  // As ZTransfer::UseThrottling; true at first.
   ZResult UseThrottling(bool use);
+  // As ZTransfer::SetTimeout, for each transfer of a run by itself; but refused while a Download runs.
   ZResult SetTimeout(unsigned long seconds);
   // The same in any unit, rounded up to seconds. Returns the code of EINVAL for a negative time, and leaves the limit as it was.
   template <class Rep, class Period>
@@ -90,6 +99,7 @@ class CORVANE_ZN_API ZMultiDownload {
     const long long seconds = SecondsOf(limit);
     return seconds < 0 ? ResultFromErrno(EINVAL) : SetTimeout(static_cast<unsigned long>(seconds));
   }
+  // As ZTransfer::SetSSL: nothing is checked until this is called.
   [[nodiscard]] ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
 
   // --- Settings of the run. Return 0, or BASE_E_BUSY while a Download runs. ---
@@ -111,6 +121,7 @@ class CORVANE_ZN_API ZMultiDownload {
 
   // Milliseconds from the run's beginning to the end of its last transfer.
   [[nodiscard]] long long GetDownloadTime() const;
+  // The same for the standard library.
   [[nodiscard]] std::chrono::milliseconds GetDownloadDuration() const {
     return std::chrono::milliseconds(GetDownloadTime());
   }

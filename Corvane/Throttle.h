@@ -13,8 +13,13 @@ namespace Corvane {
 // the period; otherwise nothing is limited until the next period. A low-water mark of 1,000,000,000 bytes/s or more with a fixed
 // limit switches measuring off and limits from the first byte.
 //
-// For example: with SetThrottling(200000, 10, false) a transfer that comes at 100,000 bytes/s runs freely for 10 seconds and is
-// then held to 10,240 bytes/s for 170 seconds, in sleeps of at most 10 seconds.
+// A limit is one on the mean since the period's beginning, what came while it was measured included. For example: with
+// SetThrottling(200000, 10, false) a transfer that comes at 100,000 bytes/s runs freely for 10 seconds, then stands still, in sleeps
+// of at most 10 seconds with a block between two of them, until the mean is down at 10,240 bytes/s, and is held there up to the end of
+// the 180 seconds.
+//
+// Only whole seconds are slept. So the data may be ahead of the limit by what it allows in a second, never more than that and a block
+// (once the mean is down there); 1,280 KiB at 128 KiB/s may take 9 seconds.
 //
 // All transfers of the process feed one instance, which hosts reach through ZTransfer::SetThrottling, StartMulti and
 // FinishMulti. An object of one's own is of use for other data.
@@ -24,19 +29,21 @@ namespace Corvane {
 // Errors: none. Only an exception of the host's logger passes out of Throttle, after the lock is released.
 class CORVANE_ZN_API ZThrottle {
  public:
-  ZThrottle() noexcept;
+  ZThrottle() noexcept;  // limits nothing until SetThrottling
+  // Nothing but the object goes; no thread may be in one of its operations.
   ~ZThrottle();  // NOLINT(performance-trivially-destructible): exported, so that it may come to have something to do
   ZThrottle(const ZThrottle&) = delete;
   ZThrottle& operator=(const ZThrottle&) = delete;
 
+  // Sets the limit, and begins a new measure period.
   // lowWaterMark: bytes per second; a measured speed at or above it is never limited, so 0 switches limiting off.
   // limit: kilobytes (1024 bytes) per second, below 4,194,304; or, when `percent` is true, a percentage of the measured speed. 0
-  // switches limiting off. Begins a new measure period.
+  // switches limiting off.
   void SetThrottling(unsigned int lowWaterMark, unsigned int limit, bool percent);
 
-  // Count the transfers that are active. The first one to start when none was active begins a new measure period; a finish
-  // without a start changes nothing.
+  // Counts a transfer as active. The first one to start when none was active begins a new measure period.
   void StartTransfer();
+  // Counts it as active no more; a finish without a start changes nothing.
   void FinishTransfer();
 
   // Forgets the current measure period; the next Throttle call begins a new one. Takes no lock: for callers that know that no

@@ -112,11 +112,14 @@ class CORVANE_ZN_API ZTransfer {
   // value is refused, of ENOMEM. After a failure the old ones stay.
   [[nodiscard]] ZResult SetOptions(const ZTransferOptions& options);
 
-  // The process-wide throttle; see ZThrottle for the parameters. Any thread, any time. Always 0.
+  // --- The throttle of the process. ---
+
+  // Sets it; see ZThrottle for the parameters. Any thread, any time. Always 0.
   static ZResult SetThrottling(unsigned int lowWaterMark, unsigned int limit, bool percent);
   // Between these two a series of transfers counts as one for the throttle: its measure period does not begin anew with each object.
   // They nest. Any thread, any time. Always 0.
   static ZResult StartMulti();
+  // Ends what the last StartMulti began; without one nothing happens. Any thread, any time. Always 0.
   static ZResult FinishMulti();
 
   // --- Observers, called in the order of their attachment. ---
@@ -149,6 +152,7 @@ class CORVANE_ZN_API ZTransfer {
   [[nodiscard]] const ZDateTime& GetTransferStartTime() const;
   // Duration of the last operation in milliseconds; 0 while one runs.
   [[nodiscard]] long long GetTransferTime() const;
+  // The same for the standard library.
   [[nodiscard]] std::chrono::milliseconds GetTransferDuration() const {
     return std::chrono::milliseconds(GetTransferTime());
   }
@@ -162,8 +166,8 @@ class CORVANE_ZN_API ZTransfer {
   // libcurl succeeded, TRANSFER_E_NOT_STARTED when no request was made, BASE_E_BUSY while an operation runs.
   ZResult GetCause(ZString& text) const;
 
-  // These four tell of the operation that has ended; called by an observer or a sink, that is on the transferring thread, of the
-  // answer that is just coming in. On any other thread, while an operation runs, they tell nothing.
+  // --- The last answer. These four tell of the operation that has ended; called by an observer or a sink, that is on the transferring
+  // thread, of the answer that is just coming in. On any other thread, while an operation runs, they tell nothing. ---
 
   // The status of the last HTTP answer, behind all redirects; 0 when there was none, for other schemes, and while an operation runs.
   [[nodiscard]] long GetHttpStatus() const;
@@ -184,7 +188,9 @@ class CORVANE_ZN_API ZTransfer {
   // Aborts a running operation, waits for its end, and sets what the getters tell back to the state after construction. Settings
   // and observers stay. Always 0. Not for observers: they would wait for themselves.
   ZResult Reset();
-  // Asks the running operation to end; it does so within about a second, with TRANSFER_E_ABORTED. Returns at once, always 0.
+  // Asks the running operation to end; it does so within about a second, with TRANSFER_E_ABORTED, but a DownloadFile for which no answer
+  // had come yet with TRANSFER_E_CONNECT, as without any answer. One that sleeps for the throttle, 10 seconds at a time at most, ends when
+  // it wakes up. Returns at once, always 0.
   // Without a running operation nothing happens. An abort that comes while an operation is just beginning may be lost, and one
   // that comes with the last block of the body too late: the operation then ends with TRANSFER_S_FINISHED, and all has come. A
   // PostData that waits for another thread's operation is not running yet: the abort ends the operation that it waits for, and it

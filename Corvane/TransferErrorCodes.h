@@ -7,6 +7,7 @@
 // process-wide dictionary (ZGetErrorMsg in Corvane/Base/ErrorDict.h) as long as the library is loaded.
 namespace Corvane {
 
+// The facility of these codes, see FacilityOf.
 constexpr unsigned int TRANSFER_FACILITY = 1;
 
 // "Transfer has finished successfully".

@@ -82,6 +82,7 @@ class ZTransferSink {
 // versions, certificates and connections. See ZTransferOptions::trace. Objects are the host's.
 class ZTransferTrace {
  public:
+  // What a line is.
   enum class Kind {
     Information,  // libcurl's own words: "Connected to ...", "SSL connection using TLSv1.3 ...", "Server certificate:"
     RequestLine,  // a line of a request's header, or a command to an FTP server

@@ -29,7 +29,7 @@ struct ZTreeOptions {
   // with a slash the path below the directory, where "*" matches no slash. What matches `exclude` is left alone on both sides, a folder
   // with all that is in it. When `include` is not empty only files that match it, and those in folders that match it, are fetched.
   Container::ZStringList include;
-  Container::ZStringList exclude;
+  Container::ZStringList exclude;  // see `include`
 
   // Whether files here that the server does not list are deleted, and folders that are empty then. Nothing is deleted unless every
   // page of the tree came whole, and they show at least one file; nothing that the patterns leave out, nothing below `mostDepth`, nothing
@@ -49,21 +49,23 @@ struct ZTreeOptions {
   // 503, 504, FTP 4xx), at most 100. The first wait is `retryWaitMs`, each further one twice as long, up to a minute; a server's
   // Retry-After of up to an hour is obeyed.
   unsigned int mostRetries = 3;
-  unsigned int retryWaitMs = 1000;
+  unsigned int retryWaitMs = 1000;  // before the first repetition, in milliseconds
 
   // How many redirects of an HTTP server are followed for one resource, at most 50: never from https to http; for a folder only to a
   // place below the directory. The directory itself may be redirected to elsewhere: that is then where the tree is. Credentials and the
   // headers "Authorization" and "Cookie" go to the first server only.
   unsigned int mostRedirects = 10;
 
-  // As in ZTransferOptions.
+  // As ZTransferOptions::headers.
   Container::ZStringList headers;
+  // As ZTransferOptions::userAgent.
   ZString userAgent;
 
-  // Limits against servers that never end. Reaching one is a failure, and nothing is deleted then.
+  // The most folders of the tree. This and the next two are limits against servers that never end: reaching one is a failure, and nothing
+  // is deleted then.
   unsigned int mostFolders = 100000;
-  unsigned int mostEntries = 10000000;              // files and folders of the tree
-  unsigned long long mostPageBytes = 128ULL << 20;  // of one folder's page
+  unsigned int mostEntries = 10000000;              // the most files and folders of the tree; see `mostFolders`
+  unsigned long long mostPageBytes = 128ULL << 20;  // the most bytes of one folder's page; see `mostFolders`
 };
 
 // Makes a local directory hold what a remote one holds, with all folders below it, and keeps it up to date: asks for the server's
@@ -88,6 +90,7 @@ class CORVANE_ZN_API ZTreeDownload {
  public:
   class CORVANE_ZN_HIDDEN ZTreeDownloadImpl;  // opaque
 
+  // What is done with a file or a folder.
   enum class Action {
     Keep,      // it is up to date
     Fetch,     // from its beginning
@@ -96,8 +99,9 @@ class CORVANE_ZN_API ZTreeDownload {
     LeaveOut,  // the server shows something that is no file or folder with a plain name below the directory
     Refuse     // something stands in its place here, or it cannot be asked for
   };
+  // Why it is done.
   enum class Reason {
-    None,
+    None,            // there is nothing to say
     Missing,         // not here
     SizeDiffers,     // from the server's
     TimeDiffers,     // from the server's, to the second as far as it shows it
@@ -110,19 +114,19 @@ class CORVANE_ZN_API ZTreeDownload {
     InTheWay         // a folder, link or device has the file's name here, or a file or link that of a folder
   };
 
-  // One file, or a folder that could not be listed or made.
+  // One file, or a folder that could not be listed, made or deleted.
   struct Item {
-    std::string
-        path;  // below the directory, "/" between names; bytes as in the file system, UTF-8 where the server has that
-    bool isFolder = false;
-    Action action = Action::Fetch;
-    Reason reason = Reason::None;
+    // Below the directory, "/" between names and behind the last one of a folder. Bytes as in the file system, UTF-8 where the server has
+    // that.
+    std::string path;
+    bool isFolder = false;                   // whether it is a folder
+    Action action = Action::Fetch;           // what a plan would do, or a run has done
+    Reason reason = Reason::None;            // why
     std::optional<unsigned long long> size;  // bytes on the server; of a deleted file here
-    // Of a run, for a plan always 0: 0 when it is done, else the code and what there is to say about it.
-    ZResult result = 0;
-    ZString text;
-    unsigned int attempts = 0;  // requests made for the file's content
-    long httpStatus = 0;        // of the last one, of a folder's page, too; 0 without an answer of HTTP
+    ZResult result = 0;                      // 0, or the code of the failure; in a plan only asking can fail
+    ZString text;                            // what there is to say about a failure; empty without one
+    unsigned int attempts = 0;               // requests made for the file's content
+    long httpStatus = 0;                     // of the last one, of a folder's page, too; 0 without an answer of HTTP
   };
 
   // Follows runs. Objects are the host's: the library neither copies nor deletes them.
@@ -134,19 +138,26 @@ class CORVANE_ZN_API ZTreeDownload {
     virtual ~Observer() = default;
   };
 
-  enum class Phase { Idle, Listing, Comparing, Fetching, Deleting };
+  // What a run is at. Phases follow one another in this order.
+  enum class Phase {
+    Idle,       // no run is on
+    Listing,    // asks for the folders' pages
+    Comparing,  // asks for the files of which the pages do not tell enough
+    Fetching,   // fetches what is missing or has changed
+    Deleting    // deletes what the server does not list, when that is asked for
+  };
 
   // What a run has found and done; all values are of one moment.
   struct Statistics {
-    Phase phase = Phase::Idle;
-    std::size_t folders = 0;       // listed, the directory itself included
-    std::size_t filesKnown = 0;    // listed, without those that the patterns leave out
-    std::size_t filesToFetch = 0;  // of these; grows until Phase::Fetching
-    std::size_t filesFetched = 0;  // from their beginning
-    std::size_t filesResumed = 0;  // continued
-    std::size_t filesKept = 0;     // up to date before
-    std::size_t filesFailed = 0;   // with those of Action::Refuse; folders are counted in foldersFailed
-    std::size_t foldersFailed = 0;
+    Phase phase = Phase::Idle;             // what the run is at
+    std::size_t folders = 0;               // listed, the directory itself included
+    std::size_t filesKnown = 0;            // listed, without those that the patterns leave out
+    std::size_t filesToFetch = 0;          // of these; grows until Phase::Fetching
+    std::size_t filesFetched = 0;          // from their beginning
+    std::size_t filesResumed = 0;          // continued
+    std::size_t filesKept = 0;             // up to date before
+    std::size_t filesFailed = 0;           // with those of Action::Refuse; folders are counted in foldersFailed
+    std::size_t foldersFailed = 0;         // could not be listed, made or deleted
     std::size_t filesDeleted = 0;          // in a plan: that would be
     std::size_t filesWithoutChecksum = 0;  // fetched with `verify`, and not to be found in any list of checksums
     std::size_t leftOut = 0;               // Action::LeaveOut
@@ -162,6 +173,8 @@ class CORVANE_ZN_API ZTreeDownload {
     long long elapsedMs = 0;               // since the run's beginning; up to its end
   };
 
+  // As the constructor of ZTransfer, the first object of the process initialises libcurl. Throws only std::bad_alloc or what the host's
+  // logger throws.
   ZTreeDownload();
   // Aborts a running operation and returns after it has ended.
   ~ZTreeDownload();
@@ -205,6 +218,7 @@ class CORVANE_ZN_API ZTreeDownload {
   // The text for GetStatus, with the name of what failed; a copy of the calling thread's, valid until its next call and as long as
   // this object.
   [[nodiscard]] const ZString& GetError() const;
+  // What has been found and done so far.
   [[nodiscard]] Statistics GetStatistics() const;
 
   // --- Control, from any thread. ---

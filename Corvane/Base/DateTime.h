@@ -13,7 +13,8 @@ namespace Corvane {
 // Errors: none.
 class CORVANE_ZPS_API ZTimeSpan {
  public:
-  ZTimeSpan() noexcept = default;
+  ZTimeSpan() noexcept = default;  // 0
+  // Of so many microseconds.
   explicit ZTimeSpan(long long microseconds) noexcept : m_microseconds(microseconds) {}
   explicit ZTimeSpan(std::chrono::microseconds time) noexcept : m_microseconds(time.count()) {}
   ZTimeSpan(const ZTimeSpan& other) noexcept : m_microseconds(other.GetTotalMicroSeconds()) {}
@@ -21,9 +22,11 @@ class CORVANE_ZPS_API ZTimeSpan {
 
   // Replaces the value by the sum of the parts, each of any size and sign.
   void Set(long days, long hours, long minutes, long seconds, long microseconds) noexcept;
+  // The whole of it in microseconds.
   [[nodiscard]] long long GetTotalMicroSeconds() const noexcept {
     return m_microseconds.load(std::memory_order_relaxed);
   }
+  // The same for the standard library.
   [[nodiscard]] std::chrono::microseconds ToDuration() const noexcept {
     return std::chrono::microseconds(GetTotalMicroSeconds());
   }
@@ -37,8 +40,9 @@ class CORVANE_ZPS_API ZTimeSpan {
 class CORVANE_ZPS_API ZDateTime {
  public:
   ZDateTime() noexcept = default;  // the epoch
+  // So many microseconds after the epoch, before it when negative.
   explicit ZDateTime(long long microsecondsSinceEpoch) noexcept : m_microseconds(microsecondsSinceEpoch) {}
-  // Finer clocks lose what is below a microsecond.
+  // The same moment; finer clocks lose what is below a microsecond.
   explicit ZDateTime(std::chrono::system_clock::time_point time) noexcept
       : m_microseconds(std::chrono::floor<std::chrono::microseconds>(time.time_since_epoch()).count()) {}
   ZDateTime(const ZDateTime& other) noexcept : m_microseconds(other.GetMicroSecondsSinceEpoch()) {}
@@ -48,10 +52,11 @@ class CORVANE_ZPS_API ZDateTime {
 
   // Negative, 0 or positive as this is earlier than, equal to or later than `other`.
   [[nodiscard]] int Compare(const ZDateTime& other) const noexcept;
+  // Negative before the epoch.
   [[nodiscard]] long long GetMicroSecondsSinceEpoch() const noexcept {
     return m_microseconds.load(std::memory_order_relaxed);
   }
-  // Of a time beyond the clock's range, 292 years before and after 1970, the nearest end.
+  // The same for the standard library; of a time beyond the clock's range, 292 years before and after 1970, the nearest end.
   [[nodiscard]] std::chrono::system_clock::time_point ToTimePoint() const noexcept {
     using Point = std::chrono::system_clock::time_point;
     const std::chrono::microseconds time(GetMicroSecondsSinceEpoch());
@@ -67,6 +72,7 @@ class CORVANE_ZPS_API ZDateTime {
 // The time from `earlier` to `later`; negative when it is the other way round.
 [[nodiscard]] CORVANE_ZPS_API ZTimeSpan operator-(const ZDateTime& later, const ZDateTime& earlier) noexcept;
 
+// The earlier of two times is the smaller one.
 inline bool operator==(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) == 0; }
 inline bool operator!=(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) != 0; }
 inline bool operator<(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) < 0; }
@@ -74,6 +80,7 @@ inline bool operator>(const ZDateTime& a, const ZDateTime& b) noexcept { return 
 inline bool operator<=(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) <= 0; }
 inline bool operator>=(const ZDateTime& a, const ZDateTime& b) noexcept { return a.Compare(b) >= 0; }
 
+// As their microseconds compare: a negative duration is smaller than a positive one.
 inline bool operator==(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() == b.ToDuration(); }
 inline bool operator!=(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() != b.ToDuration(); }
 inline bool operator<(const ZTimeSpan& a, const ZTimeSpan& b) noexcept { return a.ToDuration() < b.ToDuration(); }

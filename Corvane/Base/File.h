@@ -32,13 +32,14 @@ class CORVANE_ZPS_API ZFile {
 // Thread safety: one thread at a time.
 class CORVANE_ZPS_API ZFileInfo {
  public:
-  ZFileInfo(ZString path, int flags);  // flags: reserved, 0
+  // Reads what is known of `path`. `flags` is reserved and must be 0.
+  ZFileInfo(ZString path, int flags);
 
   // Reads the information again. Returns 0, or why the file cannot be read (IsValid is then false).
   ZResult Update();
 
   [[nodiscard]] const ZString& Name() const noexcept { return m_path; }  // the path as given
-  [[nodiscard]] bool IsValid() const noexcept { return m_valid; }
+  [[nodiscard]] bool IsValid() const noexcept { return m_valid; }        // whether the last reading found something
   // As ZFile::IsRegularFile; false when not valid.
   [[nodiscard]] bool IsRegularFile() const noexcept { return m_regular; }
   [[nodiscard]] unsigned long long Size() const noexcept { return m_size; }  // bytes; 0 when not valid

@@ -12,8 +12,9 @@ namespace Corvane {
 template <class T>
 class ZGuardImpl {
  public:
+  // Runs the lock step on `object`, which must outlive this one. What the step throws passes through; the unlock step is not run then.
   explicit ZGuardImpl(T& object) : m_object(object), m_held(ZDoLock(object)) {}
-  ~ZGuardImpl() { Release(); }
+  ~ZGuardImpl() { Release(); }  // runs the unlock step, unless it has run
   ZGuardImpl(const ZGuardImpl&) = delete;
   ZGuardImpl& operator=(const ZGuardImpl&) = delete;
 

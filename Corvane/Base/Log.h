@@ -7,14 +7,20 @@
 
 namespace Corvane {
 
-enum class ZLogLevel : unsigned int { Critical = 0, Error = 1, Warning = 2, Information = 3 };  // most severe first
+// How severe a log line is, the most severe first.
+enum class ZLogLevel : unsigned int {
+  Critical = 0,    // the most severe
+  Error = 1,       // something failed
+  Warning = 2,     // it goes on, but somebody should know
+  Information = 3  // what is done
+};
 
 // Where the libraries' log lines go. A host derives a class, installs an object of it with ZLog::SetLogger, and gets
 // the lines of the levels that it enabled.
 // Thread safety: as each member says.
 class CORVANE_ZPS_API ZLogger {
  public:
-  ZLogger() noexcept = default;
+  ZLogger() noexcept = default;  // every level is disabled
   virtual ~ZLogger() = default;
   ZLogger(const ZLogger&) = delete;  // transfers on other threads hold its address
   ZLogger& operator=(const ZLogger&) = delete;

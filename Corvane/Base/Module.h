@@ -10,7 +10,7 @@ namespace Corvane {
 // A dotted version number such as "6.2.1591". Thread safety and errors: as ZString.
 class CORVANE_ZPS_API ZVersion {
  public:
-  ZVersion() = default;
+  ZVersion() = default;  // of no components
   // Parses numbers separated by dots; a component without digits counts as 0, and what follows the digits is ignored.
   explicit ZVersion(const ZString& text);
 
@@ -26,12 +26,14 @@ class CORVANE_ZPS_API ZVersion {
 // A loaded module: a name in reverse-domain form and a version. Thread safety and errors: as ZString.
 class CORVANE_ZPS_API ZModule {
  public:
-  ZModule() = default;
-  explicit ZModule(ZString name);
+  ZModule() = default;             // of no name and no version
+  explicit ZModule(ZString name);  // of no version
 
+  // Replaces the version, and returns this module.
   ZModule& SetVersion(const ZVersion& version);
-  // Both valid as long as the object.
+  // Valid as long as the object.
   [[nodiscard]] const ZString& GetName() const noexcept { return m_name; }
+  // Valid as long as the object, in which SetVersion replaces it.
   [[nodiscard]] const ZVersion& GetVersion() const noexcept { return m_version; }
 
  private:

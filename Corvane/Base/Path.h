@@ -11,7 +11,8 @@ namespace Corvane {
 // Thread safety and errors: as ZString.
 class CORVANE_ZPS_API ZPath {
  public:
-  ZPath() = default;
+  ZPath() = default;  // empty
+  // The path `path`, as it is.
   ZPath(ZString path) noexcept;  // NOLINT(google-explicit-constructor): assigned from strings everywhere
 
   // The path whose name in the local multibyte encoding (LC_CTYPE) is that of `path`. A byte of it that this encoding does not
@@ -29,6 +30,7 @@ class CORVANE_ZPS_API ZPath {
   // This path and `name` with one "/" between them: none is added when this path ends with one already, and any that
   // the name begins with are dropped. An empty path gives the name as it is.
   [[nodiscard]] ZPath operator/(const ZString& name) const;
+  // The text. Valid until this path is assigned to or destroyed.
   [[nodiscard]] const ZString& ToString() const noexcept { return m_path; }
 
  private:

@@ -19,6 +19,7 @@ constexpr bool IsFailure(ZResult code) noexcept { return (code >> 30) == 2; }
 // The facility that defined `code`.
 constexpr unsigned int FacilityOf(ZResult code) noexcept { return (code >> 16) & 0x7FFu; }
 
+// Done as it was asked for.
 constexpr ZResult BASE_S_OK = 0;
 // An operation is already running on the object: wait for it or abort it.
 constexpr ZResult BASE_E_IN_USE = 0x80000008;

@@ -25,7 +25,7 @@ class CORVANE_ZPS_API ZStream {
   [[nodiscard]] ZResult Read(ZString& text, std::size_t bytes, const ZUtf8Encoding& encoding);
 
  protected:
-  // A view of the next `bytes` bytes, behind which the position moves; null when fewer are left.
+  // A view of the next `bytes` bytes, behind which the position moves; null when fewer are left. Valid until the stream changes.
   virtual const char* Take(std::size_t bytes) noexcept = 0;
 };
 
@@ -33,7 +33,7 @@ class CORVANE_ZPS_API ZStream {
 // Moving takes the content and the position along and leaves an empty stream that can be used again.
 class CORVANE_ZPS_API ZMemoryStream : public ZStream {
  public:
-  ZMemoryStream() noexcept = default;
+  ZMemoryStream() noexcept = default;  // empty
   ZMemoryStream(ZMemoryStream&& other) noexcept
       : m_data(std::move(other.m_data)),
         m_length(std::exchange(other.m_length, 0)),
@@ -48,17 +48,20 @@ class CORVANE_ZPS_API ZMemoryStream : public ZStream {
   // Moves the position to `offset` bytes from the beginning. Returns BASE_E_END_OF_STREAM, and moves nothing, when the
   // stream is shorter.
   [[nodiscard]] ZResult Seek(std::size_t offset) noexcept;
+  // Bytes of the whole, wherever the position is.
   [[nodiscard]] std::size_t Length() const noexcept { return m_length; }
 
  protected:
   const char* Take(std::size_t bytes) noexcept override;
 
+  // What std::unique_ptr deletes with: the memory comes from realloc(3).
   struct Free {
+    // Returns `memory` to the C library; null is nothing.
     void operator()(char* memory) const noexcept { std::free(memory); }  // NOLINT(cppcoreguidelines-no-malloc)
   };
-  std::unique_ptr<char, Free> m_data;
-  std::size_t m_length = 0;
-  std::size_t m_position = 0;
+  std::unique_ptr<char, Free> m_data;  // null before the first write
+  std::size_t m_length = 0;            // bytes of m_data that are written
+  std::size_t m_position = 0;          // never behind m_length
 };
 
 // A memory stream that grows by doubling. The memory is kept until the object is destroyed or moved from, so that a

@@ -21,10 +21,11 @@ namespace Corvane {
 // Errors: only std::bad_alloc, also for more characters than any string can hold.
 class CORVANE_ZPS_API ZString {
  public:
-  using size_type = std::size_t;
+  using size_type = std::size_t;  // of positions and lengths, in characters
+  // No position: what a search returns in vain, and "up to the end" as a length.
   static constexpr size_type npos = static_cast<size_type>(-1);
 
-  ZString() noexcept = default;
+  ZString() noexcept = default;  // empty
 
   // From narrow text in the process's local multibyte encoding (LC_CTYPE, as the host set it with setlocale). A byte
   // that does not decode becomes the character of the same number, so nothing is lost. A null pointer gives an empty
@@ -42,14 +43,16 @@ class CORVANE_ZPS_API ZString {
   // To UTF-8, whatever the locale. Characters that are no Unicode scalar values become U+FFFD.
   [[nodiscard]] std::string ToUtf8() const;
 
-  // Change this string and return it.
+  // Replaces the text, and returns this string.
   ZString& Assign(const ZString& text);
   ZString& Assign(const char* text);  // decoded as by the constructor
   ZString& Assign(const char* text, size_type length);
+  // Puts the text at the end, and returns this string.
   ZString& Append(const ZString& text);
   ZString& Append(const char* text, size_type length);  // decoded as by the constructor
   ZString& Append(const wchar_t* text, size_type length);
   ZString& Append(wchar_t character);
+  // Makes this string empty, and returns it.
   ZString& Clear() noexcept;
   // Makes room for `length` characters in all, so that the text can grow to there without another allocation. Never
   // shrinks.
@@ -79,7 +82,9 @@ class CORVANE_ZPS_API ZString {
   // A placeholder is "%", a digit from 1 to 9 and, when one follows, a second digit.
   [[nodiscard]] ZString Arg(const ZString& value) const;
 
+  // True when there is no character.
   [[nodiscard]] bool IsEmpty() const noexcept { return m_text.empty(); }
+  // The number of characters.
   [[nodiscard]] size_type Length() const noexcept { return m_text.size(); }
   // Valid until this string changes or is destroyed; terminated by a zero character.
   [[nodiscard]] const wchar_t* CStr() const noexcept { return m_text.c_str(); }
@@ -93,20 +98,27 @@ class CORVANE_ZPS_API ZString {
   // Negative, 0 or positive as this string sorts before, equals or sorts after `other`, by character number.
   [[nodiscard]] int Compare(const ZString& other) const noexcept { return m_text.compare(other.m_text); }
 
+  // The first occurrence that begins at or behind `from`; an empty text occurs everywhere.
   [[nodiscard]] size_type Find(const ZString& text, size_type from = 0) const noexcept;
   [[nodiscard]] size_type Find(wchar_t character, size_type from = 0) const noexcept;
   // The last occurrence that begins at or before `from`.
   [[nodiscard]] size_type FindR(const ZString& text, size_type from = npos) const noexcept;
   [[nodiscard]] size_type FindR(wchar_t character, size_type from = npos) const noexcept;
+  // The first character at or behind `from` that is one of `set`.
   [[nodiscard]] size_type FindFirstOf(const ZString& set, size_type from = 0) const noexcept;
+  // The first character at or behind `from` that is none of `set`.
   [[nodiscard]] size_type FindFirstNotOf(const ZString& set, size_type from = 0) const noexcept;
+  // The last character at or before `from` that is none of `set`.
   [[nodiscard]] size_type FindLastNotOf(const ZString& set, size_type from = npos) const noexcept;
+  // Whether the text begins with `prefix`; every text does with an empty one. Letters in other case count as the same when asked to, see
+  // Lower.
   [[nodiscard]] bool StartsWith(const ZString& prefix, bool ignoreCase = false) const;
 
-  // Copies in which each character is mapped by itself, so that every character keeps its position. ASCII letters map
-  // to ASCII letters in every locale (also in a Turkish one), other characters as towlower(3) and towupper(3) say;
-  // StartsWith ignores case by comparing in lower case.
+  // A copy in lower case. Each character is mapped by itself, so that every character keeps its position. ASCII letters map
+  // to ASCII letters in every locale (also in a Turkish one), other characters as towlower(3) says; StartsWith ignores
+  // case by comparing in lower case.
   [[nodiscard]] ZString Lower() const;
+  // A copy in upper case, likewise, by towupper(3).
   [[nodiscard]] ZString Upper() const;
   // The `count` characters from `from` on, fewer when the string ends before; empty when `from` is past the end.
   [[nodiscard]] ZString Substr(size_type from, size_type count = npos) const;
@@ -116,8 +128,10 @@ class CORVANE_ZPS_API ZString {
   // `*ok`, when given, tells whether the whole text, leading white space apart, was one number that fits. Another base
   // gives 0.
   [[nodiscard]] unsigned long ToULong(int base = 10, bool* ok = nullptr) const noexcept;
+  // As ToULong, up to 64 bits on every machine.
   [[nodiscard]] unsigned long long ToULongLong(int base = 10, bool* ok = nullptr) const noexcept;
 
+  // As Append.
   ZString& operator+=(const ZString& text) { return Append(text); }
 
  private:
@@ -131,12 +145,14 @@ class CORVANE_ZPS_API ZString {
   std::vector<Span> m_filled;
 };
 
+// As ZString::Compare does, by character number.
 inline bool operator==(const ZString& a, const ZString& b) noexcept { return a.Str() == b.Str(); }
 inline bool operator!=(const ZString& a, const ZString& b) noexcept { return !(a == b); }
 inline bool operator<(const ZString& a, const ZString& b) noexcept { return a.Compare(b) < 0; }
 inline bool operator>(const ZString& a, const ZString& b) noexcept { return b < a; }
 inline bool operator<=(const ZString& a, const ZString& b) noexcept { return !(b < a); }
 inline bool operator>=(const ZString& a, const ZString& b) noexcept { return !(a < b); }
+// The two texts, one behind the other.
 inline ZString operator+(ZString a, const ZString& b) { return std::move(a.Append(b)); }
 
 // Writes the text as UTF-8. A template, so that a host's own operator goes before it.
@@ -147,7 +163,9 @@ std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& s
 
 }  // namespace Corvane
 
+// For the unordered containers of the standard library.
 template <>
 struct std::hash<Corvane::ZString> {
+  // Texts that are equal have the same.
   std::size_t operator()(const Corvane::ZString& text) const noexcept { return std::hash<std::wstring>()(text.Str()); }
 };

@@ -16,11 +16,13 @@ namespace Corvane {
 // LC_CTYPE; no environment variable is read. Errors: only std::bad_alloc.
 class CORVANE_ZPS_API ZStringEncoder {
  public:
+  // What to convert to.
   enum Encoding {
     Local,  // the multibyte encoding of the current LC_CTYPE
     Utf8    // characters that are no Unicode scalar values become U+FFFD
   };
 
+  // Converts `text`, which need not live on.
   ZStringEncoder(const ZString& text, Encoding encoding);
 
   // The narrow string, terminated by a zero byte, valid until this object is destroyed. Null when a character cannot be

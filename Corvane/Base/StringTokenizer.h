@@ -14,10 +14,12 @@ class CORVANE_ZPS_API ZTokenizer {
  public:
   virtual ~ZTokenizer() = default;
 
+  // How many tokens there are in all.
   [[nodiscard]] virtual std::size_t CountTokens() const noexcept = 0;
   // Token number `index`, an empty string when there are not so many.
   [[nodiscard]] virtual ZString GetToken(std::size_t index) const = 0;
 
+  // Whether NextToken has one left.
   [[nodiscard]] bool HasMoreTokens() const noexcept { return m_next < CountTokens(); }
   // The next token of the walk, an empty string when there is none left.
   ZString NextToken() { return GetToken(m_next++); }
@@ -30,6 +32,7 @@ class CORVANE_ZPS_API ZTokenizer {
 // token. The split happens once, in the constructor, in time linear in the text; the object keeps the text.
 class CORVANE_ZPS_API ZStringTokenizer : public ZTokenizer {
  public:
+  // All tokens of `text`.
   ZStringTokenizer(ZString text, const ZString& delimiters);
   // At most `most` tokens (0 = as many as there are); the last one is the remainder of the text from its first
   // character on, delimiters included. `flags` is reserved and must be 0.

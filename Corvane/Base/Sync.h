@@ -11,7 +11,9 @@ namespace Corvane {
 // A mutex. Not recursive.
 class ZMutex {
  public:
+  // Waits until no thread holds it, and takes it.
   void Lock() { m_mutex.lock(); }
+  // For the thread that holds it only.
   void Unlock() { m_mutex.unlock(); }
 
  private:
@@ -21,7 +23,9 @@ class ZMutex {
 // A mutex that the thread that holds it may take again; it is free when every Lock has had its Unlock.
 class ZRecursiveMutex {
  public:
+  // Waits until no other thread holds it, and takes it once more.
   void Lock() { m_mutex.lock(); }
+  // Gives back one Lock; for the thread that holds it only.
   void Unlock() { m_mutex.unlock(); }
 
  private:

@@ -9,7 +9,7 @@ namespace Corvane {
 // Thread safety and errors: as ZString.
 class CORVANE_ZPS_API ZUrl {
  public:
-  ZUrl() = default;
+  ZUrl() = default;  // empty, and not valid
   // Parses `text`. A doubled slash at the end of the path becomes one, so that "/" can be appended to a directory's URL
   // whether or not it ends with one already. The slashes in front of the host are no part of the path, and a text with
   // a query or a fragment is kept as it is.
@@ -25,6 +25,7 @@ class CORVANE_ZPS_API ZUrl {
   // knows the host shows in the request. Blanks and control characters make a URL invalid; they have to be
   // percent-encoded.
   [[nodiscard]] bool IsValid() const;
+  // The text. Valid until this URL is changed or destroyed.
   [[nodiscard]] const ZString& ToString() const noexcept { return m_text; }
 
   // This URL and `name` with one "/" between them, as ZPath joins. Each segment of the name ("/" separates segments) is
