@@ -21,9 +21,9 @@ struct ZTransferOptions {
   // How many redirects of an HTTP server are followed in one operation; 0: none, a redirect then is an answer outside 200 to 299.
   // Only to http and https, and never from https to http; what ZTransfer::SetSSL asks for is checked also where a redirect leads to
   // https. Credentials go to the first host only (libcurl compares host, port and scheme); the headers below, but for
-  // "Authorization" and "Cookie", go to every host. The header text holds all answers, and the last one counts. A post becomes a GET after 301, 302 and 303, and stays what it is after 307 and 308 (RFC 9110, section
-  // 15.4). One redirect more than this ends the operation with libcurl's code 47, a refused one with its code 1.
-  // At most 10,000.
+  // "Authorization" and "Cookie", go to every host. The header text holds all answers, and the last one counts. A post becomes a
+  // GET after 301, 302 and 303, and stays what it is after 307 and 308 (RFC 9110, section 15.4). One redirect more than this ends
+  // the operation with libcurl's code 47, a refused one with its code 1. At most 10,000.
   unsigned int mostRedirects = 0;
 
   // Request headers, each "NAME: VALUE", sent to HTTP servers in this order. They replace what libcurl would send under the same
