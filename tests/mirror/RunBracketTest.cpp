@@ -37,8 +37,10 @@ TEST_F(RunBracket, OfTwoRunsThatBeginAtOnceTheSecondIsRefused) {
     m_other.emplace([&] { second = m_mirror.Download(Wide(Url()), Wide(Folder()), false); });
     EXPECT_TRUE(m_other->IsBlocked());
   });
+  // The first does not end before the second has had its turn; after it, the second would be a run like any other.
+  m_system.onStat = [&](const std::string& /*name*/) { m_other.reset(); };
   EXPECT_THAT(Run({{L"a", 1}}), IsCode(TRANSFER_S_FINISHED));
-  m_other.reset();
+  EXPECT_FALSE(m_other) << "the first has asked for its file";
   EXPECT_THAT(second.load(), IsCode(BASE_E_BUSY));
   EXPECT_THAT(m_mirror.GetStatus(), IsCode(TRANSFER_S_FINISHED));
   EXPECT_THAT(Targets(), ElementsAre("/dir/a"));
