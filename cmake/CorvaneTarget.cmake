@@ -1,7 +1,8 @@
 # corvane_configure_target(<target>): the settings that every target built here shares. All of them are PRIVATE, so
 # that a consumer never inherits our warnings or hardening.
 #
-# A folder that sets CORVANE_COMPILE_QUICKLY has its own targets compiled without optimisation.
+# A folder that sets CORVANE_COMPILE_QUICKLY has its own targets compiled without optimisation, and what they execute is not
+# counted: they are what tests.
 #
 # corvane_configure_library(<target>): in addition, soname and install rules of a shared library whose public headers are
 # in its file set HEADERS.
@@ -115,8 +116,19 @@ function(_corvane_instrument target)
     target_link_options(${target} PRIVATE ${flags})
   endif()
   if(CORVANE_COVERAGE)
-    target_compile_options(${target} PRIVATE --coverage)
-    target_link_options(${target} PRIVATE --coverage)
+    target_link_options(${target} PRIVATE --coverage) # for the objects of others, too
+    if(NOT CORVANE_COMPILE_QUICKLY) # what tests is not what is measured
+      corvane_count_lines(${target})
+    endif()
+  endif()
+endfunction()
+
+# corvane_count_lines(<target>): has its sources count what is executed, when that is asked for. For a target among the tests that
+# compiles a source of the library anew.
+function(corvane_count_lines target)
+  if(CORVANE_COVERAGE)
+    # Threads that count at once must not lose each other's counts: below zero they are refused when they are read.
+    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
   endif()
 endfunction()
 
