@@ -86,7 +86,7 @@ bool ZTransfer::ZTransferImpl::SetRedirects() {
   const long protocols = isHttps ? CURLPROTO_HTTPS : CURLPROTO_HTTP | CURLPROTO_HTTPS;
   return SetOption("Transfer", CURLOPT_FOLLOWLOCATION, 1L) &&
          SetOption("Transfer", CURLOPT_MAXREDIRS, static_cast<long>(m_settings.additions.mostRedirects)) &&
-         SetOption("Transfer", CURLOPT_REDIR_PROTOCOLS, protocols);
+         SetOption("Transfer", kRedirectProtocolsOption, protocols);
 }
 
 // Without redirects the answer came from where the request went. May be asked while libcurl calls.
@@ -114,7 +114,7 @@ void ZTransfer::ZTransferImpl::KeepRedirectsSecure(std::string_view line) {
   if (m_settings.additions.mostRedirects == 0 || !IsStatusLine(line)) return;
   const char* url = nullptr;
   if (curl_easy_getinfo(m_request.easy, CURLINFO_EFFECTIVE_URL, &url) != CURLE_OK || !IsHttps(url)) return;
-  SetEasyOption(CURLOPT_REDIR_PROTOCOLS, static_cast<long>(CURLPROTO_HTTPS));
+  SetEasyOption(kRedirectProtocolsOption, static_cast<long>(CURLPROTO_HTTPS));
 }
 
 bool ZTransfer::ZTransferImpl::SetRequestHeaders() {

@@ -6,7 +6,6 @@
 #include <memory>
 #include <new>
 
-#define CURL_DISABLE_DEPRECATION  // the information values in doubles serve every libcurl since 7.4
 #include <curl/curl.h>
 
 #include <Corvane/Base/Result.h>
@@ -17,6 +16,18 @@
 // What the area's sources share of the way in which libcurl wants its strings and tells its results.
 
 namespace Corvane {
+
+// What newer libcurls call deprecated and we keep; the compiler tells of everything else. The sizes in doubles serve every libcurl,
+// and so do the masks of protocols: the lists of names that are to replace them came with 7.85, and a libcurl that was built
+// without one of the protocols refuses such a list as a whole.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+constexpr CURLINFO kContentLength = CURLINFO_CONTENT_LENGTH_DOWNLOAD;
+constexpr CURLINFO kDownloadedSize = CURLINFO_SIZE_DOWNLOAD;
+constexpr CURLINFO kUploadedSize = CURLINFO_SIZE_UPLOAD;
+constexpr CURLoption kProtocolsOption = CURLOPT_PROTOCOLS;
+constexpr CURLoption kRedirectProtocolsOption = CURLOPT_REDIR_PROTOCOLS;
+#pragma GCC diagnostic pop
 
 constexpr ZResult CodeOf(CURLcode result) noexcept {
   return TRANSFER_E_CURL_BASE | (static_cast<unsigned int>(result) & 0xFFFFu);

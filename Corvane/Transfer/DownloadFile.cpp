@@ -106,8 +106,7 @@ RequestedPart::End ZTransfer::ZTransferImpl::FinishPart(const RequestedPart& par
   end.answer = {m_request.IsHttp(), true, m_request.header, Source().fileVersion};
   end.code = m_outcome.Code();
   end.hasContent = m_request.contentSizeKnown;
-  if (!IsFailure(end.code) && !end.hasContent)
-    end.contentLength = m_request.Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
+  if (!IsFailure(end.code) && !end.hasContent) end.contentLength = m_request.Info(kContentLength, 0.0);
   if (const auto refusal = part.Refuse(end)) FailAs(refusal->code, refusal->text);
   return end;
 }

@@ -84,7 +84,7 @@ void ZTransfer::ZTransferImpl::PostFileSteps(const ZString& url, const ZString& 
   if (output.IsOpen()) destination.emplace(m_request, body);
   unsigned long long size = 0;
   ZFile::GetSize(inputFile, size);
-  if (!SetOption("PostFile", CURLOPT_INFILE, input.Get())) return;
+  if (!SetOption("PostFile", CURLOPT_READDATA, input.Get())) return;
   if (!SetOption("PostFile", CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size))) return;
   Post(url, static_cast<long>(size));
   input.Close();

@@ -65,7 +65,7 @@ bool ZTransfer::ZTransferImpl::SetRequestOptions() {
 
 bool ZTransfer::ZTransferImpl::SetHeaderOptions(const ZString& scheme) {
   if (!SetOption("Transfer", CURLOPT_HEADERFUNCTION, &HeaderCallback)) return false;
-  if (!SetOption("Transfer", CURLOPT_WRITEHEADER, this)) return false;
+  if (!SetOption("Transfer", CURLOPT_HEADERDATA, this)) return false;
   return !scheme.StartsWith(L"https") || !IsFailure(ApplyExtraHttpsSettings());
 }
 

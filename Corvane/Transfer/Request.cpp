@@ -97,7 +97,7 @@ void Request::UpdateTransferTime() {
 
 void Request::ReadContentSize() {
   double length = 0.0;
-  if (curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length) != CURLE_OK) return;
+  if (curl_easy_getinfo(easy, kContentLength, &length) != CURLE_OK) return;
   // libcurl tells an unknown length as -1; no length that it knows reaches 2^63.
   const bool known = length >= 0.0 && length < 9223372036854775808.0;
   contentSize = known ? static_cast<unsigned long long>(length) + body->Position() : kUnknownSize;
@@ -106,7 +106,7 @@ void Request::ReadContentSize() {
 // Without content libcurl has not been asked yet, and tells the whole.
 std::optional<unsigned long long> Request::ResourceSize() const {
   if (!contentSizeKnown) {
-    const double length = Info(CURLINFO_CONTENT_LENGTH_DOWNLOAD, 0.0);
+    const double length = Info(kContentLength, 0.0);
     return length >= 0.0 ? std::optional(Truncated<unsigned long long>(length)) : std::nullopt;
   }
   const unsigned long long size = contentSize;
@@ -120,8 +120,8 @@ void Request::UpdateTransferSize() {
     transferRate = 0;
     return;
   }
-  const double uploaded = Info(CURLINFO_SIZE_UPLOAD, 0.0);
-  const double downloaded = Info(CURLINFO_SIZE_DOWNLOAD, 0.0);
+  const double uploaded = Info(kUploadedSize, 0.0);
+  const double downloaded = Info(kDownloadedSize, 0.0);
   const long requestBytes = Info(CURLINFO_REQUEST_SIZE, 0L);
   const long headerBytes = Info(CURLINFO_HEADER_SIZE, 0L);
   const double size = downloaded + uploaded + static_cast<double>(headerBytes) + static_cast<double>(requestBytes);

@@ -45,7 +45,7 @@ Exchange::Exchange(Connections& connections) : m_connections(connections), m_eas
   Set(CURLOPT_XFERINFOFUNCTION, &ProgressCallback);
   Set(CURLOPT_XFERINFODATA, this);
   Set(CURLOPT_NOSIGNAL, 1L);  // the library runs on the host's threads
-  Set(CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS | CURLPROTO_FTP));
+  Set(kProtocolsOption, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS | CURLPROTO_FTP));
   Set(CURLOPT_WRITEFUNCTION, &WriteCallback);
   Set(CURLOPT_WRITEDATA, this);
   Set(CURLOPT_HEADERFUNCTION, &HeaderCallback);
@@ -61,7 +61,7 @@ Exchange::Exchange(Connections& connections) : m_connections(connections), m_eas
   Set(CURLOPT_PIPEWAIT, 1L);
   const long limit = LimitOf(static_cast<unsigned long>(settings.timeout.count()), 0);
   Set(CURLOPT_CONNECTTIMEOUT, limit);
-  if (limit != 0) Set(CURLOPT_FTP_RESPONSE_TIMEOUT, limit);
+  if (limit != 0) Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, limit);
   Set(CURLOPT_SSL_VERIFYHOST, settings.verifyHost ? 2L : 0L);
   Set(CURLOPT_SSL_VERIFYPEER, settings.verifyPeer ? 1L : 0L);
   if (!settings.caDir.empty()) Set(CURLOPT_CAPATH, settings.caDir.c_str());

@@ -71,7 +71,7 @@ std::size_t EasyHandle::Write(std::string_view block, std::size_t itemSize) cons
 }
 
 std::size_t EasyHandle::Header(std::string_view line) const {
-  return Call(CURLOPT_HEADERFUNCTION, CURLOPT_WRITEHEADER, line, 1);
+  return Call(CURLOPT_HEADERFUNCTION, CURLOPT_HEADERDATA, line, 1);
 }
 
 void EasyHandle::SetErrorText(std::string_view text) const {

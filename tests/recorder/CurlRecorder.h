@@ -10,7 +10,6 @@
 #include <variant>
 #include <vector>
 
-#define CURL_DISABLE_DEPRECATION  // the library asks for the information values in doubles, so the tests script them
 #include <curl/curl.h>
 
 namespace CorvaneTest {

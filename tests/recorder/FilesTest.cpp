@@ -277,7 +277,7 @@ TEST_F(APostedFile, WhoseSizeCannotBeReadCountsAsEmpty) {
 
 TEST_F(APostedFile, IsReadByLibcurlItself) {
   curl.perform = [](const EasyHandle& handle) {
-    auto* const file = static_cast<std::FILE*>(const_cast<void*>(handle.Get(CURLOPT_INFILE).pointer));
+    auto* const file = static_cast<std::FILE*>(const_cast<void*>(handle.Get(CURLOPT_READDATA).pointer));
     char buffer[16] = {};
     EXPECT_EQ(std::fread(buffer, 1, sizeof buffer, file), 6u);
     EXPECT_STREQ(buffer, "posted");

@@ -60,7 +60,7 @@ TEST_F(ZTransferOptions, TextsAndObjectsStayInPlaceDuringTheRequest) {
       const OptionCall call = handle.Get(option);
       EXPECT_EQ(static_cast<const char*>(call.pointer), call.text) << option;
     }
-    EXPECT_EQ(handle.Get(CURLOPT_WRITEDATA).pointer, handle.Get(CURLOPT_WRITEHEADER).pointer);
+    EXPECT_EQ(handle.Get(CURLOPT_WRITEDATA).pointer, handle.Get(CURLOPT_HEADERDATA).pointer);
     return CURLE_OK;
   };
   EXPECT_EQ(transfer.PostData(L"https://host/", L"some data"), kFinished);
