@@ -49,6 +49,13 @@ if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   # pkg-config leaves out the folders that the compiler searches anyway only when it sees them by these names.
   set(pkgconfig_prefix /usr)
 endif()
+set(pkgconfig_needs_of_zn "")
+set(pkgconfig_needs_of_zps "")
+if(NOT CORVANE_SHARED)
+  # What `pkg-config --static` adds.
+  set(pkgconfig_needs_of_zn "Requires.private: libcurl libcrypto\n")
+  set(pkgconfig_needs_of_zps "Requires.private: libcurl\nLibs.private: ${CMAKE_THREAD_LIBS_INIT}\n")
+endif()
 foreach(name IN ITEMS zn zps)
   configure_file("${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in" "${PROJECT_BINARY_DIR}/cmake/${name}.pc" @ONLY)
   install(

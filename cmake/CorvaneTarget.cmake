@@ -4,8 +4,8 @@
 # A folder that sets CORVANE_COMPILE_QUICKLY has its own targets compiled without optimisation, and what they execute is not
 # counted: they are what tests.
 #
-# corvane_configure_library(<target>): in addition, soname and install rules of a shared library whose public headers are
-# in its file set HEADERS.
+# corvane_configure_library(<target>): in addition, soname and, with CORVANE_INSTALL, install rules of a library whose public headers are in its file
+# set HEADERS.
 
 include_guard(GLOBAL)
 include(CheckCXXCompilerFlag)
@@ -133,11 +133,16 @@ function(corvane_count_lines target)
 endfunction()
 
 function(corvane_configure_library target)
-  set_target_properties(${target} PROPERTIES VERSION 1.0 SOVERSION 1.0)
+  set_target_properties(${target} PROPERTIES VERSION 1.0 SOVERSION 1.0
+                                             ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+  if(NOT CORVANE_INSTALL)
+    return()
+  endif()
   install(
     TARGETS ${target}
     EXPORT CorvaneTargets
     RUNTIME COMPONENT runtime
     LIBRARY COMPONENT runtime NAMELINK_COMPONENT devel
+    ARCHIVE COMPONENT devel
     FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT devel)
 endfunction()
