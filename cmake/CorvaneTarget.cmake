@@ -4,8 +4,8 @@
 # A folder that sets CORVANE_COMPILE_QUICKLY has its own targets compiled without optimisation, and what they execute is not
 # counted: they are what tests.
 #
-# corvane_configure_library(<target>): in addition, soname and, with CORVANE_INSTALL, install rules of a library whose public headers are in its file
-# set HEADERS.
+# corvane_configure_library(<target>): in addition, soname and, with CORVANE_INSTALL, install rules of a library whose public
+# headers are in its file set HEADERS.
 
 include_guard(GLOBAL)
 include(CheckCXXCompilerFlag)
