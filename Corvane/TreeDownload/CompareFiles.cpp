@@ -17,7 +17,7 @@ class TreeRun::AnswerJob final : public Job {
  public:
   AnswerJob(TreeRun& run, const Wanted& file) : m_run(run), m_file(file) {}
 
-  std::optional<Order> Ask() override {
+  Order Ask() override {
     Order order;
     order.url = m_run.m_tree->UrlOf(m_file.folder, m_run.FileOf(m_file).name);
     order.withoutContent = true;

@@ -137,18 +137,15 @@ Exchange* Connections::FreeExchange() {
 void Connections::Start(Errand errand) {
   Exchange* const exchange = FreeExchange();
   exchange->errand = std::move(errand);
-  if (!StartOrder(*exchange)) exchange->errand.job.reset();
+  StartOrder(*exchange);
 }
 
-// False when the job has nothing to ask for.
-bool Connections::StartOrder(Exchange& exchange) {
-  const std::optional<Order> order = exchange.errand.job->Ask();
-  if (!order) return false;
+void Connections::StartOrder(Exchange& exchange) {
+  const Order order = exchange.errand.job->Ask();
   exchange.redirects = 0;
-  exchange.Prepare(*order);
-  m_hasFtp = m_hasFtp || order->url.starts_with("ftp:");
+  exchange.Prepare(order);
+  m_hasFtp = m_hasFtp || order.url.starts_with("ftp:");
   Send(exchange);
-  return true;
 }
 
 void Connections::Send(Exchange& exchange) {
@@ -198,8 +195,8 @@ void Connections::End(Exchange& exchange, CURLcode code) {
   if (!target.empty() && Redirect(exchange, target, ending)) return;
   switch (exchange.errand.job->Finish(ending)) {
     case Next::Again:
-      if (StartOrder(exchange)) return;
-      break;
+      StartOrder(exchange);
+      return;
     case Next::Later:
       Repeat(exchange, ending);
       break;

@@ -90,7 +90,7 @@ class Connections {
   void StartDue();
   void StartNew(JobSource& source);
   void Start(Errand errand);
-  bool StartOrder(Exchange& exchange);
+  void StartOrder(Exchange& exchange);
   void Send(Exchange& exchange);
   // Whether any request has ended.
   bool CollectEnded();

@@ -20,7 +20,7 @@ class TreeRun::ChecksumsJob final : public Job {
  public:
   ChecksumsJob(TreeRun& run, std::size_t folder, Checksum::Kind kind) : m_run(run), m_folder(folder), m_kind(kind) {}
 
-  std::optional<Order> Ask() override {
+  Order Ask() override {
     m_text.clear();
     Order order;
     order.url = m_run.m_tree->UrlOf(m_folder, Name());

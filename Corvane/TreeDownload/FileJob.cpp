@@ -49,7 +49,7 @@ TreeRun::FileJob::FileJob(TreeRun& run, const Wanted& file) : m_run(run), m_file
   m_url = m_run.m_tree->UrlOf(m_file.folder, m_run.FileOf(m_file).name);
 }
 
-std::optional<Order> TreeRun::FileJob::Ask() {
+Order TreeRun::FileJob::Ask() {
   m_buffer.clear();
   m_part.Close();
   m_requested.reset();

@@ -16,7 +16,7 @@ class TreeRun::FileJob final : public Job {
  public:
   FileJob(TreeRun& run, const Wanted& file);
 
-  std::optional<Order> Ask() override;
+  Order Ask() override;
   bool Take(const Reply& reply, const char* data, std::size_t bytes) override;
   Corvane::Next Finish(const Ending& ending) override;
 

@@ -60,8 +60,8 @@ class Job {
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
 
-  // Called before each request. None when there is nothing to ask for any more: the job is done.
-  virtual std::optional<Order> Ask() = 0;
+  // Called before each request.
+  virtual Order Ask() = 0;
   // Whether a redirect is followed; what is never followed has been refused before.
   [[nodiscard]] virtual bool Follows(const std::string& /*url*/) { return true; }
   // Called by libcurl, with each block of acceptable content; not to throw anything but std::bad_alloc. False ends the request.

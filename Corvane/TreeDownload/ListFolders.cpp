@@ -28,7 +28,7 @@ class TreeRun::FolderJob final : public Job {
  public:
   FolderJob(TreeRun& run, std::size_t folder) : m_run(run), m_folder(folder) {}
 
-  std::optional<Order> Ask() override {
+  Order Ask() override {
     m_page.clear();
     Order order;
     order.url = m_run.m_tree->UrlOf(m_folder);

@@ -62,11 +62,6 @@ ZTreeDownload::Statistics Progress::Snapshot() const {
   return statistics;
 }
 
-bool Progress::IsFailed() const noexcept {
-  const ZResult status = Status();
-  return IsFailure(status) && status != TRANSFER_E_IN_PROGRESS;
-}
-
 void Progress::Fail(ZResult code, ZString text) {
   ZResult expected = TRANSFER_E_IN_PROGRESS;
   if (m_status.compare_exchange_strong(expected, code)) m_text.Set(std::move(text));

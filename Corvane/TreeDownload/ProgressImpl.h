@@ -32,7 +32,6 @@ class Progress {
   void Fail(ZResult code, ZString text);
   // With the code's own message; without any text where there is no memory for it.
   void FailShortOfMemory() noexcept;
-  [[nodiscard]] bool IsFailed() const noexcept;
   // The failure, else what the run is at.
   [[nodiscard]] ZResult Status() const noexcept { return m_status; }
   [[nodiscard]] const ZString& Text() const { return m_text.ForThisThread(); }
