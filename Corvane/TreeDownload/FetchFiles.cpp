@@ -30,9 +30,8 @@ void TreeRun::MakeFolders() {
   for (std::size_t number = 0; number < m_tree->FolderCount() && MayGoOn(); ++number) {
     const TreeFolder& folder = m_tree->Folder(number);
     const bool isWanted = folder.isListed && (m_settings.include.empty() || folder.includesAll);
-    if (!isWanted || m_local.Open(*m_tree, number, true) != nullptr) continue;
-    // That something is in the way has been told.
-    if (errno == ENOTDIR) continue;
+    // Of one that cannot be entered has been told.
+    if (!isWanted || m_closedFolders.count(number) != 0 || m_local.Open(*m_tree, number, true) != nullptr) continue;
     FailFolder(number, TRANSFER_E_DOWNLOAD, ZGetErrorMsg(ResultFromErrno(errno)), Action::Refuse, Reason::None);
   }
 }
