@@ -318,6 +318,26 @@ TEST_F(Additions, MoveTheTimeLimitWithTheBytesSent) {
   EXPECT_EQ(transfer.PostData(L"http://h/", L"123456789"), kFinished);
 }
 
+// What is not throttled has no sleep behind which the limit is set again.
+TEST_F(Additions, MoveTheTimeLimitFurtherWithoutTheThrottle) {
+  const ScriptedTime time;
+  ZTransfer transfer;
+  ZTransferOptions options;
+  options.limitFollowsUpload = true;
+  EXPECT_EQ(transfer.SetOptions(options), 0u);
+  EXPECT_EQ(transfer.UseThrottling(false), 0u);
+  curl.perform = [&](const EasyHandle& handle) {
+    using Progress = int (*)(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
+    const auto progress = reinterpret_cast<Progress>(handle.Get(CURLOPT_XFERINFOFUNCTION).function);
+    void* const object = const_cast<void*>(handle.Get(CURLOPT_XFERINFODATA).pointer);
+    curl.Clear();
+    EXPECT_EQ(progress(object, 0, 0, 9, 4), 0);
+    EXPECT_THAT(curl.ValuesOf(CURLOPT_TIMEOUT), ElementsAre("310"));
+    return CURLE_OK;
+  };
+  EXPECT_EQ(transfer.PostData(L"http://h/", L"123456789"), kFinished);
+}
+
 TEST_F(Additions, ThatLibcurlRefusesFailTheOperation) {
   ZTransfer transfer;
   EXPECT_EQ(transfer.SetOptions(Everything()), 0u);

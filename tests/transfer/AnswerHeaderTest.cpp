@@ -30,6 +30,7 @@ const HeaderCase kHeaders[] = {
     {"a weak tag", "HTTP/1.1 200 OK\r\nETag: W/\"a\"\r\n\r\n", 200, ""},
     {"a tag without quotes", "HTTP/1.1 200 OK\r\nETag: a\r\n\r\n", 200, ""},
     {"half a tag", "HTTP/1.1 200 OK\r\nETag: \"\r\n\r\n", 200, ""},
+    {"a tag without its end", "HTTP/1.1 200 OK\r\nETag: \"a\r\n\r\n", 200, ""},
     {"an empty tag", "HTTP/1.1 200 OK\r\nETag: \"\"\r\n\r\n", 200, "\"\""},
     {"two tags that differ", "HTTP/1.1 200 OK\r\nETag: \"a\"\r\nETag: \"b\"\r\n\r\n", 200, ""},
     {"three tags, the last two the same", "HTTP/1.1 200 OK\r\nETag: \"a\"\r\nETag: \"b\"\r\nETag: \"b\"\r\n\r\n", 200,

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <chrono>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -142,13 +142,13 @@ TEST_F(ATrace, IsUnicodeWhateverTheServerSends) {
 
 // A header line may be large, and hold whatever makes a search begin again.
 TEST_F(ATrace, IsMadeInTimeThatGrowsWithTheLineOnly) {
-  const auto begin = std::chrono::steady_clock::now();
+  const std::clock_t begin = std::clock();  // of this process: others may be busy
   for (const char* piece : {"//", "://", "//a:b", "//a:b@", "//a:b/@", "[a:", " //:"}) {
     std::string line = "X: ";
     while (line.size() < 300000) line += piece;
     lines.Take(Kind::ResponseLine, line + "\r\n");
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10)) << "minutes, if each began again";
+  EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 30) << "minutes, if each began again";
 }
 
 }  // namespace
