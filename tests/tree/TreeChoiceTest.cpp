@@ -1,16 +1,15 @@
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <set>
 
-#include "tests/support/ScriptedFtpServer.h"
 #include "tests/tree/TreeTesting.h"
 
-// What a host chooses: which files, how deep, what is deleted, what is verified, and a plan of it all.
+// What a host chooses: which files, how deep, what is verified, and a plan of it all.
 namespace CorvaneTest {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using Paths = std::set<std::string>;
 
@@ -75,128 +74,6 @@ TEST_F(TreeChoice, NothingIsDeletedUnasked) {
   EXPECT_EQ(ReadFile(Target() / "other"), "mine");
 }
 
-class TreeDelete : public TreeChoice {
- protected:
-  TreeDelete() {
-    Download();
-    client.options.deleteOthers = true;
-    before = ReadTree(Target());
-  }
-  bool IsAsBefore() const { return HoldsTree(Target(), before); }
-
-  TreeFiles before;
-};
-
-TEST_F(TreeDelete, TakesWhatTheServerDoesNotList) {
-  WriteFile(Target() / "other", "x");
-  WriteFile(Target() / "gone/deep/file", "x");
-  const TreeResult result = Download();
-  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
-  EXPECT_EQ(result.PathsWith(Action::Delete), (Paths{"other", "gone/deep/file"}));
-  EXPECT_EQ(result.statistics.filesDeleted, 2U);
-  EXPECT_TRUE(IsAsBefore());
-}
-
-TEST_F(TreeDelete, IsShownByThePlanAndNotDone) {
-  WriteFile(Target() / "other", "x");
-  const TreeResult result = Plan();
-  EXPECT_EQ(result.PathsWith(Action::Delete), (Paths{"other"}));
-  EXPECT_TRUE(fs::exists(Target() / "other"));
-}
-
-TEST_F(TreeDelete, LeavesAllWhenAPageFailed) {
-  WriteFile(Target() / "other", "x");
-  for (const char* const page : {"docs/", "docs/deep/", "iso/", ""}) {
-    site.Answer(page, Status(403));
-    EXPECT_TRUE(Corvane::IsFailure(Download().code)) << page;
-    EXPECT_TRUE(fs::exists(Target() / "other")) << page;
-    site.Answer(page, Content("<html>Welcome</html>"));
-    EXPECT_TRUE(Corvane::IsFailure(Download().code)) << page;
-    EXPECT_TRUE(fs::exists(Target() / "other")) << page;
-    ContentOptions cut;
-    cut.stopAfter = 40;
-    site.Answer(page, Content(IndexPage({"a.txt"}), cut));
-    EXPECT_TRUE(Corvane::IsFailure(Download().code)) << page;
-    EXPECT_TRUE(fs::exists(Target() / "other")) << page;
-    site.Answer(page, nullptr);
-  }
-}
-
-TEST_F(TreeDelete, LeavesAllWhenTheServerListsNoFile) {
-  site.Answer("", Content(IndexPage({})));
-  const TreeResult result = Download();
-  EXPECT_THAT(result.error, HasSubstr("Nothing is deleted: the server lists no file at all."));
-  EXPECT_TRUE(IsAsBefore());
-}
-
-TEST_F(TreeDelete, LeavesAllWhenMoreThanHalfWouldGo) {
-  for (int i = 0; i < 6; ++i) WriteFile(Target() / ("other" + std::to_string(i)), "x");
-  const TreeResult result = Download();
-  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_E_DOWNLOAD));
-  EXPECT_THAT(result.error, HasSubstr("Nothing is deleted: 6 of 11 files would go, and at most 5 may."));
-  EXPECT_TRUE(fs::exists(Target() / "other0"));
-
-  client.options.mostDeletes = 6;
-  EXPECT_THAT(Download().code, IsCode(Corvane::TRANSFER_S_FINISHED));
-  EXPECT_TRUE(IsAsBefore());
-}
-
-TEST_F(TreeDelete, TakesHalf) {
-  for (int i = 0; i < 5; ++i) WriteFile(Target() / ("other" + std::to_string(i)), "x");
-  EXPECT_THAT(Download().code, IsCode(Corvane::TRANSFER_S_FINISHED));
-  EXPECT_TRUE(IsAsBefore());
-}
-
-TEST_F(TreeDelete, TakesNoMoreThanAllowed) {
-  client.options.mostDeletes = 0;
-  WriteFile(Target() / "other", "x");
-  EXPECT_THAT(Download().error, HasSubstr("1 of 6 files would go, and at most 0 may."));
-}
-
-TEST_F(TreeDelete, LeavesWhatThePatternsLeaveOut) {
-  WriteFile(Target() / "keep.me", "x");
-  WriteFile(Target() / "gone/keep.me", "x");
-  WriteFile(Target() / "gone/other", "x");
-  client.options.exclude = {L"keep.me"};
-  EXPECT_EQ(Download().PathsWith(Action::Delete), (Paths{"gone/other"}));
-  EXPECT_TRUE(fs::exists(Target() / "gone/keep.me"));
-  client.options.exclude = {};
-  client.options.include = {L"*.txt"};
-  EXPECT_THAT(Download().PathsWith(Action::Delete), IsEmpty());
-}
-
-TEST_F(TreeDelete, LeavesWhatIsDeeperThanAskedFor) {
-  client.options.mostDepth = 1;
-  WriteFile(Target() / "docs/deep/other", "x");
-  WriteFile(Target() / "docs/new/other", "x");
-  WriteFile(Target() / "gone", "x");
-  EXPECT_EQ(Download().PathsWith(Action::Delete), (Paths{"gone"}));
-}
-
-TEST_F(TreeDelete, TakesALinkAndNotWhatItPointsAt) {
-  WriteFile(folder / "outside/file", "mine");
-  fs::create_directory_symlink(folder / "outside", Target() / "link");
-  fs::create_symlink(folder / "outside/file", Target() / "docs/link");
-  EXPECT_EQ(Download().PathsWith(Action::Delete), (Paths{"link", "docs/link"}));
-  EXPECT_EQ(ReadFile(folder / "outside/file"), "mine");
-}
-
-TEST(TreeDeleteOverFtp, LeavesWhatTheListingShowsAndCannotBeFetched) {
-  ScriptedFtpServer ftp({{"/pub/file", "1"}});
-  ftp.SetListing("/pub",
-                 "-rw-r--r-- 1 u g 1 Jan 6 2020 file\r\n"
-                 "lrwxrwxrwx 1 u g 4 Jan 6 2020 link -> file\r\n"
-                 "prw-r--r-- 1 u g 0 Jan 6 2020 fifo\r\n");
-  TempDir folder;
-  for (const char* const name : {"link", "fifo", "file"}) WriteFile(folder / name, "x");
-  TreeClient client;
-  client.options.deleteOthers = true;
-  const TreeResult result = client.Download(ftp.Url("/pub/"), folder.Path());
-  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
-  EXPECT_EQ(result.PathsWith(Action::LeaveOut), (Paths{"link", "fifo"}));
-  EXPECT_THAT(result.PathsWith(Action::Delete), IsEmpty());
-}
-
 TEST_F(TreeChoice, APlanChangesNothingAndAsksForNoContent) {
   const TreeResult result = Plan();
   EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
@@ -236,6 +113,19 @@ TEST_F(TreeChoice, AServerThatRefusesQuestionsIsAskedForWhatIsModified) {
   EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
   EXPECT_EQ(result.ActionOf("a.txt"), Action::Keep);
   EXPECT_EQ(result.ReasonOf("a.txt"), Reason::NotModified);
+}
+
+TEST_F(TreeChoice, AQuestionIsRepeatedLikeARequest) {
+  Download();
+  std::atomic<int> answers{0};
+  site.Answer("b.iso", [&](Connection& peer, const Request& request) {
+    if (answers++ == 0) return Status(503)(peer, request);
+    Content("22", {.headers = {{"Last-Modified", "Mon, 06 Jan 2020 10:00:00 GMT"}}})(peer, request);
+  });
+  const TreeResult result = Download();
+  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
+  EXPECT_EQ(result.ReasonOf("b.iso"), Reason::SameAsAnswered);
+  EXPECT_EQ(answers, 2);
 }
 
 TEST_F(TreeChoice, AFileWithoutATimeIsFetchedEachTime) {
@@ -290,6 +180,29 @@ TEST_F(TreeVerify, TakesNoFileWhoseListDoesNotCome) {
   const TreeResult result = Download();
   EXPECT_TRUE(Corvane::IsFailure(result.code));
   EXPECT_FALSE(fs::exists(Target() / "docs/a.txt"));
+  EXPECT_TRUE(fs::exists(Target() / "a.txt"));
+}
+
+TEST_F(TreeVerify, AsksForAListAgainThatMayStillCome) {
+  site.SetFile("SHA256SUMS", std::string(kOf333) + "  a.txt\n");
+  std::atomic<int> answers{0};
+  site.Answer("SHA256SUMS", [&](Connection& peer, const Request& request) {
+    (answers++ == 0 ? Status(503) : Content(std::string(kOf333) + "  a.txt\n"))(peer, request);
+  });
+  const TreeResult result = Download();
+  EXPECT_EQ(result.error, "a.txt: The file has not the checksum that the server lists for it.");
+}
+
+TEST_F(TreeVerify, TakesNoFileWhoseListHasNoEnd) {
+  site.SetFile("docs/SHA256SUMS", "");
+  site.Answer("docs/SHA256SUMS", [](Connection& peer, const Request& request) {
+    ContentOptions untilClose;
+    untilClose.framing = ContentOptions::Framing::kUntilClose;
+    Content(std::string((std::size_t{64} << 20) + 1, 'x'), untilClose)(peer, request);
+  });
+  const TreeResult result = Download();
+  EXPECT_THAT(result.code, IsCode(CurlFailure(kWriteError)));
+  EXPECT_EQ(Narrow(result.items.at("docs/a.txt").text), "The list of its checksum could not be fetched.");
   EXPECT_TRUE(fs::exists(Target() / "a.txt"));
 }
 

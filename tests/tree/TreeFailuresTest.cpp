@@ -119,20 +119,37 @@ TEST_F(TreeFailure, OfTheConnectionIsTriedAgain) {
   EXPECT_THAT(Download().code, IsCode(Corvane::TRANSFER_S_FINISHED));
 }
 
+// As nginx shows it, where sizes are exact.
+Responder ListOfA(const std::string& size) {
+  return Content(
+      "<html><head><title>Index of /</title></head>\r\n<body>\r\n<h1>Index of /</h1><hr><pre><a "
+      "href=\"../\">../</a>\r\n"
+      "<a href=\"a\">a</a>                                                  22-Nov-2020 04:50                   " +
+      size + "\r\n</pre><hr></body>\r\n</html>\r\n");
+}
+
 TEST_F(TreeFailure, IsAFileThatIsLongerOrShorterThanListed) {
-  // nginx shows sizes that are exact.
-  const auto list = [](const std::string& size) {
-    return Content(
-        "<html><head><title>Index of /</title></head>\r\n<body>\r\n<h1>Index of /</h1><hr><pre><a "
-        "href=\"../\">../</a>\r\n"
-        "<a href=\"a\">a</a>                                                  22-Nov-2020 04:50                   " +
-        size + "\r\n</pre><hr></body>\r\n</html>\r\n");
-  };
   for (const char* const size : {"2", "0"}) {
-    site.Answer("", list(size));
+    site.Answer("", ListOfA(size));
     const TreeResult result = Download();
     EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_E_SIZE_MISMATCH)) << size;
     EXPECT_THAT(result.error, StartsWith("a: The server sends 1 bytes, and lists "));
+    EXPECT_TRUE(HoldsTree(Target(), {}));
+  }
+}
+
+TEST_F(TreeFailure, IsSuchAFileAlsoWhenNoLengthIsAnnounced) {
+  ContentOptions untilClose;
+  untilClose.framing = ContentOptions::Framing::kUntilClose;
+  site.Answer("a", Content("1", untilClose));
+  const std::pair<const char*, const char*> kTexts[] = {
+      {"2", "a: The file is 1 bytes long, and the server lists 2."},
+      {"0", "a: The server sends more than the 0 bytes that it lists."}};
+  for (const auto& [size, text] : kTexts) {
+    site.Answer("", ListOfA(size));
+    const TreeResult result = Download();
+    EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_E_SIZE_MISMATCH)) << size;
+    EXPECT_EQ(result.error, text);
     EXPECT_TRUE(HoldsTree(Target(), {}));
   }
 }
@@ -200,6 +217,18 @@ TEST_F(TreeFailure, IsWhatStandsInTheWay) {
   EXPECT_EQ(result.PathsWith(Action::Refuse), (std::set<std::string>{"a", "b/", "b/c", "b/d"}));
   EXPECT_EQ(result.ReasonOf("a"), Reason::InTheWay);
   EXPECT_TRUE(HoldsTree(Target(), {{"a/", ""}, {"b", "a file"}, {"z", "4444"}}));
+}
+
+TEST_F(TreeFailure, IsWhatComesIntoTheWayMeanwhile) {
+  site.Answer("a", [&](Connection& peer, const Request& request) {
+    std::filesystem::create_directories(Target() / "a");
+    Content("1")(peer, request);
+  });
+  const TreeResult result = Download();
+  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_E_DOWNLOAD));
+  EXPECT_EQ(result.error, "a: " + MessageOf(Corvane::ResultFromErrno(EISDIR)));
+  EXPECT_FALSE(std::filesystem::exists(Target() / ".corvane"));
+  EXPECT_TRUE(HoldsTree(Target(), {{"a/", ""}, {"b/c", "22"}, {"b/d", "333"}, {"z", "4444"}}));
 }
 
 TEST_F(TreeFailure, IsAUrlThatIsNone) {

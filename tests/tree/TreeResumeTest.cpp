@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <atomic>
+
 #include "tests/cli/VersionedFile.h"
 #include "tests/support/ScriptedFtpServer.h"
 #include "tests/tree/TreeTesting.h"
@@ -172,17 +174,60 @@ INSTANTIATE_TEST_SUITE_P(Change, TreeResumeOfAChangedFile, testing::ValuesIn(Cha
                          [](const auto& change) { return std::string(change.param.name); });
 
 TEST_F(TreeResume, OfAFileThatChangesAgainAndAgainEnds) {
-  client.options.mostRetries = 5;
-  int version = 0;
+  std::atomic<unsigned int> version{0};
   site.Answer("file", [&](Connection& peer, const Request& request) {
-    ++version;
+    const unsigned int now = ++version;
     ContentOptions options;
-    options.headers = WithTag("", '"' + std::to_string(version) + '"').headers;
+    options.headers = WithTag("", '"' + std::to_string(now) + '"').headers;
     options.stopAfter = kBreak;
-    Content(MakePattern(kLength, static_cast<std::uint64_t>(version)), options)(peer, request);
+    Content(MakePattern(kLength, now), options)(peer, request);
   });
-  EXPECT_TRUE(Corvane::IsFailure(Download().code));
+  client.options.mostRetries = 5;
+  EXPECT_THAT(Download().code, IsCode(CurlFailure(kPartialFile)));
   EXPECT_FALSE(fs::exists(Target() / "file"));
+  // With more patience it is seen for what it is.
+  client.options.mostRetries = 100;
+  const TreeResult result = Download();
+  EXPECT_THAT(result.code, IsCode(CurlFailure(kRangeError)));
+  EXPECT_EQ(result.error, "file: The file on the server changes while it is fetched.");
+  EXPECT_FALSE(fs::exists(Target() / "file"));
+}
+
+// A server that sends of each range only the beginning, and says so.
+Responder InPieces(const Version& version, std::size_t most) {
+  return [version, most](Connection& peer, const Request& request) {
+    const std::optional<std::string> range = request.Header("Range");
+    ContentOptions whole;
+    whole.headers = version.headers;
+    if (!range) return Content(version.content, whole)(peer, request);
+    const std::size_t first = std::stoull(range->substr(range->find('=') + 1));
+    const std::string piece = version.content.substr(first, most);
+    std::vector<HeaderField> headers = version.headers;
+    headers.push_back({"Content-Range", "bytes " + std::to_string(first) + '-' +
+                                            std::to_string(first + piece.size() - 1) + '/' +
+                                            std::to_string(version.content.size())});
+    Status(206, piece, headers)(peer, request);
+  };
+}
+
+TEST_F(TreeResume, TakesTheRestInPieces) {
+  BreakOff();
+  site.Answer("file", InPieces(WithTag(content, "\"one\""), 100032));
+  TreeResult result = Download();
+  EXPECT_THAT(result.code, IsCode(CurlFailure(kPartialFile)));
+  EXPECT_EQ(result.error, "file: The server sent only 300000 of the file's 500000 bytes. The rest is still missing.");
+  client.options.mostRetries = 1;
+  result = Download();
+  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result;
+  EXPECT_EQ(result.items.at("file").attempts, 2U);
+  EXPECT_EQ(result.statistics.receivedBytes, kLength - 300000);
+  EXPECT_TRUE(HoldsTree(Target(), {{"file", content}}));
+}
+
+TEST_F(TreeResume, IsToldByAPlanBeforehand) {
+  BreakOff();
+  EXPECT_EQ(client.Plan(server.Url("/"), Target()).ActionOf("file"), Action::Continue);
+  EXPECT_EQ(Download().ActionOf("file"), Action::Continue);
 }
 
 TEST_F(TreeResume, AFileThatIsNoLongerListedLeavesNothing) {
@@ -218,7 +263,7 @@ TEST_F(TreeResume, TheOldFileStaysUntilTheNewOneIsWhole) {
 }
 
 TEST_F(TreeResume, OfAPartThatSomebodyHasSpoiltBeginsAnew) {
-  for (const char* const spoil : {"record", "cut record", "part", "folder"}) {
+  for (const char* const spoil : {"record", "cut record", "endless record", "part", "folder"}) {
     fs::remove_all(Target());
     BreakOff();
     for (const fs::directory_entry& entry : fs::directory_iterator(Target() / ".corvane")) {
@@ -227,6 +272,8 @@ TEST_F(TreeResume, OfAPartThatSomebodyHasSpoiltBeginsAnew) {
       if (spoil == std::string("record") && isRecord) WriteFile(entry.path(), "something else");
       if (spoil == std::string("cut record") && isRecord)
         fs::resize_file(entry.path(), fs::file_size(entry.path()) - 1);
+      if (spoil == std::string("endless record") && isRecord)
+        WriteFile(entry.path(), ReadFile(entry.path()) + std::string(std::size_t{1} << 20, '\n'));
       if (spoil == std::string("part") && !isRecord) fs::resize_file(entry.path(), 10);
       if (spoil == std::string("folder") && !isRecord) {
         fs::remove(entry.path());
