@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "tests/servers/MirrorTree.h"
+#include "tests/support/Daemons.h"
+#include "tests/support/Pki.h"
 #include "tests/tree/TreeTesting.h"
 
 // Whole trees from real servers.
@@ -80,6 +84,32 @@ TEST_P(TreeFrom, GivesFilesTheTimesThatTheServerTells) {
               StatusOf(m_server.RootDir() / "pub" / path).st_mtim.tv_sec)
         << path;
   }
+}
+
+// One connection carries them all, many at once.
+TEST(TreeOverHttp2, GoesOverOneConnection) {
+  NginxOptions options;
+  options.tls = ThePki().server;
+  options.http2 = true;
+  NginxServer server(options);
+  TreeFiles source;
+  for (int i = 0; i < 300; ++i) source["many/" + std::to_string(i)] = MakePattern(1000, static_cast<std::uint64_t>(i));
+  WriteTree(server.RootDir(), source);
+  TreeClient client;
+  ASSERT_EQ(client.tree.SetSSL(true, true, WidePath(ThePki().caFile), L""), 0U);
+  ZTreeDownload::Statistics most;
+  client.onItem = [&](const ZTreeDownload::Item&) {
+    const ZTreeDownload::Statistics now = client.tree.GetStatistics();
+    most.inFlight = std::max(most.inFlight, now.inFlight);
+    most.connections = std::max(most.connections, now.connections);
+  };
+  const TempDir folder;
+  const TreeResult result = client.Download(server.HttpsUrl("/"), folder / "target");
+  EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << result << server.Log();
+  EXPECT_TRUE(HoldsTree(folder / "target", source));
+  EXPECT_EQ(most.connections, 1U);
+  EXPECT_EQ(most.inFlight, 100U);
+  EXPECT_TRUE(server.WaitForAccess("\"GET /many/299 HTTP/2.0\" 200 "));
 }
 
 INSTANTIATE_TEST_SUITE_P(Server, TreeFrom,
