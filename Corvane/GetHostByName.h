@@ -33,7 +33,7 @@ class CORVANE_ZN_API ZGetHostByName {
   // a name that it cannot express is not found. Neither asks the resolver.
   explicit ZGetHostByName(char const* name);
   explicit ZGetHostByName(ZString const& name);
-  virtual ~ZGetHostByName();  // takes the entry along
+  virtual ~ZGetHostByName();                       // takes the entry along
   ZGetHostByName(const ZGetHostByName&) = delete;  // the entry points into the object's own buffer
   ZGetHostByName& operator=(const ZGetHostByName&) = delete;
 

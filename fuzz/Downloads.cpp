@@ -72,8 +72,7 @@ Outcome DownloadToSink(ZTransfer& transfer, const ZString& url, unsigned long lo
   // With the status of a whole it takes a length, too.
   const ZString fields = header.Lower();
   const bool hasRange = fields.Find(L"content-range:") != ZString::npos;
-  const bool isPart =
-      hasRange && (transfer.GetHttpStatus() != 200 || fields.Find(L"content-length:") != ZString::npos);
+  const bool isPart = hasRange && (transfer.GetHttpStatus() != 200 || fields.Find(L"content-length:") != ZString::npos);
   Require(sink.received == 0 || offset == 0 || isPart, "only a part is handed on");
   return outcome;
 }
