@@ -46,9 +46,9 @@ using CorvaneTest::NextFunction;
 
 CORVANE_TEST_STANDS_IN CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
   std::va_list arguments;
-  va_start(arguments, option);
+  va_start(arguments, option);  // NOLINT(clang-diagnostic-varargs): as libcurl declares it
   CURLcode result = CURLE_OK;
-  if (option >= CURLOPTTYPE_OFF_T) {
+  if (option >= CURLOPTTYPE_OFF_T) {  // NOLINT(bugprone-branch-clone): each reads another type
     result = CorvaneTest::SetOption(handle, option, va_arg(arguments, curl_off_t));
   } else if (option >= CURLOPTTYPE_FUNCTIONPOINT) {
     result = CorvaneTest::SetOption(handle, option, va_arg(arguments, void (*)()));

@@ -229,7 +229,7 @@ CORVANE_TEST_STANDS_IN CURLcode curl_easy_setopt(CURL* handle, CURLoption option
   call.handle = handle;
   call.option = option;
   std::va_list arguments;
-  va_start(arguments, option);
+  va_start(arguments, option);  // NOLINT(clang-diagnostic-varargs): as libcurl declares it
   CURLcode result = CURLE_OK;
   if (option >= CURLOPTTYPE_OFF_T) {
     const curl_off_t number = va_arg(arguments, curl_off_t);

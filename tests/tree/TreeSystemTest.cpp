@@ -230,8 +230,8 @@ Responder ListOf(const std::map<std::string, std::string>& sizes) {
       "<html><head><title>Index of /</title></head>\r\n<body>\r\n<h1>Index of /</h1><hr><pre><a "
       "href=\"../\">../</a>\r\n";
   for (const auto& [name, size] : sizes) {
-    const std::string field = std::string(20 - size.size(), ' ') + size;
-    page += "<a href=\"" + name + "\">" + name + "</a>     22-Nov-2020 04:50" + field + "\r\n";
+    page.append("<a href=\"").append(name).append("\">").append(name).append("</a>     22-Nov-2020 04:50");
+    page.append(20 - size.size(), ' ').append(size).append("\r\n");
   }
   return Content(page + "</pre><hr></body>\r\n</html>\r\n");
 }
