@@ -1,8 +1,6 @@
 #include <Corvane/Transfer/RequestedPartImpl.h>
 
-#include <charconv>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include <Corvane/NumberTextImpl.h>
@@ -18,11 +16,7 @@ constexpr long kWhole = 200;
 // the length (RFC 9112, section 6.3).
 std::optional<unsigned long long> AnnouncedLength(std::string_view header) {
   const std::optional<std::string_view> value = FieldOf(header, "Content-Length");
-  if (!value || FieldOf(header, "Transfer-Encoding")) return std::nullopt;
-  unsigned long long length = 0;
-  const char* const end = value->data() + value->size();
-  const auto [stopped, error] = std::from_chars(value->data(), end, length);
-  return error == std::errc() && stopped == end ? std::optional(length) : std::nullopt;
+  return value && !FieldOf(header, "Transfer-Encoding") ? NumberOf(*value) : std::nullopt;
 }
 
 // A Content-Range means nothing in an answer that says that it is the whole (RFC 9110, section 14.4). Servers that forget the status 206

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <Corvane/NumberTextImpl.h>
 #include <Corvane/TreeDownload/PageTextImpl.h>
 #include <Corvane/TreeDownload/PageTimeImpl.h>
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include <Corvane/NumberTextImpl.h>
 #include <Corvane/TreeDownload/PageBuilderImpl.h>
 #include <Corvane/TreeDownload/PageLinesImpl.h>
 #include <Corvane/TreeDownload/PageTextImpl.h>

@@ -1,5 +1,6 @@
 #include <string_view>
 
+#include <Corvane/NumberTextImpl.h>
 #include <Corvane/TreeDownload/PageBuilderImpl.h>
 #include <Corvane/TreeDownload/PageLinesImpl.h>
 #include <Corvane/TreeDownload/PageTimeImpl.h>

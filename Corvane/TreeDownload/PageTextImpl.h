@@ -1,8 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <charconv>
-#include <optional>
 #include <string_view>
 
 namespace Corvane {
@@ -31,14 +29,6 @@ constexpr std::string_view TrimBlanks(std::string_view text) noexcept {
 
 constexpr bool IsAllDigits(std::string_view text) noexcept {
   return !text.empty() && std::all_of(text.begin(), text.end(), IsAsciiDigit);
-}
-
-// The number that the digits are; nothing when `text` is anything else, or more than fits.
-inline std::optional<unsigned long long> NumberOf(std::string_view text) noexcept {
-  unsigned long long number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
 }
 
 }  // namespace Corvane

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string_view>
 
+#include <Corvane/NumberTextImpl.h>
 #include <Corvane/TreeDownload/PageTextImpl.h>
 
 namespace Corvane {

@@ -1,8 +1,8 @@
 #include <Corvane/TreeDownload/PartRecordImpl.h>
 
-#include <charconv>
 #include <utility>
 
+#include <Corvane/NumberTextImpl.h>
 #include <Corvane/TreeDownload/EscapingImpl.h>
 
 namespace Corvane {
@@ -27,12 +27,6 @@ bool TakeExactly(std::string_view& text, std::string_view line) {
   return true;
 }
 
-std::optional<unsigned long long> NumberIn(const std::string& text) {
-  unsigned long long number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
-}
-
 }  // namespace
 
 std::string TextOf(const PartRecord& record) {
@@ -53,7 +47,7 @@ std::optional<PartRecord> ParsePartRecord(std::string_view text) {
   std::optional<std::string> validator = url ? TakeValue(text, "validator") : std::nullopt;
   const std::optional<std::string> size = validator ? TakeValue(text, "size") : std::nullopt;
   if (!size) return std::nullopt;
-  PartRecord record{*std::move(path), *std::move(url), *std::move(validator), NumberIn(*size)};
+  PartRecord record{*std::move(path), *std::move(url), *std::move(validator), NumberOf(*size)};
   return TextOf(record) == whole ? std::optional(std::move(record)) : std::nullopt;
 }
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
-#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include <optional>
 #include <string_view>
 
+#include "apps/corvane/AnyCase.h"
 #include "apps/corvane/Failure.h"
 #include "apps/corvane/Files.h"
 #include "apps/corvane/Text.h"
@@ -39,10 +39,6 @@ constexpr Reserved kReserved[] = {
 };
 
 [[noreturn]] void Refuse(const std::string& text) { throw Failure(ExitCode::kUsage, text); }
-
-bool IsSameName(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
 
 // RFC 9110, section 5.6.2.
 bool IsToken(std::string_view name) {
@@ -74,7 +70,7 @@ std::optional<std::string> ProblemOf(const ZString& header) {
   if (!IsToken(name))
     return "the name before the colon is no name of a header; give NAME: VALUE without blanks in NAME";
   const auto* const reserved = std::find_if(std::begin(kReserved), std::end(kReserved),
-                                            [&](const Reserved& entry) { return IsSameName(entry.name, name); });
+                                            [&](const Reserved& entry) { return IsSame(entry.name, name); });
   if (reserved == std::end(kReserved)) return std::nullopt;
   return fmt::format("the program sends {} by itself; {}", reserved->name, reserved->remedy);
 }

@@ -1,11 +1,11 @@
 #include "apps/corvane/Explain/HttpAnswer.h"
 
 #include <fmt/core.h>
-#include <strings.h>
 
 #include <algorithm>
 #include <optional>
 
+#include "apps/corvane/AnyCase.h"
 #include "apps/corvane/Text.h"
 
 namespace CorvaneCli {
@@ -37,12 +37,7 @@ std::string_view TrimmedLine(std::string_view text) {
 }
 
 // libcurl takes it in any case.
-constexpr std::string_view kStatusLine = "http/";
-
-// `beginning` is in lower case.
-bool BeginsWith(std::string_view line, std::string_view beginning) noexcept {
-  return line.size() >= beginning.size() && strncasecmp(line.data(), beginning.data(), beginning.size()) == 0;
-}
+constexpr std::string_view kStatusLine = "HTTP/";
 
 // Takes the next line off `text`, "\n" included; the last one may lack it. False at the end.
 bool TakeLine(std::string_view& text, std::string_view& line) noexcept {

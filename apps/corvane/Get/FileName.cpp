@@ -1,10 +1,9 @@
 #include "apps/corvane/Get/FileName.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cstddef>
 
+#include "apps/corvane/AnyCase.h"
 #include "apps/corvane/Get/SafeName.h"
 #include "apps/corvane/Utf8.h"
 
@@ -12,14 +11,6 @@ namespace CorvaneCli {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r\n";
-
-bool IsSame(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
-bool BeginsWith(std::string_view text, std::string_view beginning) {
-  return IsSame(text.substr(0, beginning.size()), beginning);
-}
 
 // Behind scheme and host.
 std::string_view PathOf(std::string_view url) {
