@@ -1,8 +1,8 @@
 # corvane_configure_target(<target>): the settings that every target built here shares. All of them are PRIVATE, so
 # that a consumer never inherits our warnings or hardening.
 #
-# A folder that sets CORVANE_COMPILE_QUICKLY has its own targets compiled without optimisation, and what they execute is not
-# counted: they are what tests.
+# A folder that sets CORVANE_COMPILE_QUICKLY has its own targets compiled without optimisation and several sources at once, and what
+# they execute is not counted: they are what tests.
 #
 # corvane_configure_library(<target>): in addition, soname and, with CORVANE_INSTALL, install rules of a library whose public
 # headers are in its file set HEADERS.
@@ -71,6 +71,7 @@ function(corvane_configure_target target)
   if(CORVANE_COMPILE_QUICKLY)
     # Last of all options, so that it holds. The fortified functions need the optimiser.
     target_compile_options(${target} PRIVATE -O0 -U_FORTIFY_SOURCE)
+    corvane_join_sources(${target})
   endif()
 endfunction()
 
@@ -130,6 +131,13 @@ function(corvane_count_lines target)
     # Threads that count at once must not lose each other's counts: below zero they are refused when they are read.
     target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
   endif()
+endfunction()
+
+# corvane_join_sources(<target>): has several of its sources compiled as one when CORVANE_JOIN_SOURCES is ON. Most of what the
+# compiler does for a test it does for the headers of GoogleTest, and for the program for those of its libraries, once for each
+# source. Each still has to compile alone: in the debug preset and for the analyses it does.
+function(corvane_join_sources target)
+  set_target_properties(${target} PROPERTIES UNITY_BUILD "${CORVANE_JOIN_SOURCES}" UNITY_BUILD_BATCH_SIZE 6)
 endfunction()
 
 function(corvane_configure_library target)

@@ -22,7 +22,7 @@ namespace {
 
 using Corvane::ZString;
 
-constexpr std::size_t kMostBytes = std::size_t{1} << 20;
+constexpr std::size_t kMostFileBytes = std::size_t{1} << 20;
 
 struct Reserved {
   const char* name;
@@ -91,7 +91,7 @@ int ReadLimited(const Descriptor& file, std::string& text) {
     if (count < 0) return errno;
     if (count == 0) return 0;
     text.append(block.data(), static_cast<std::size_t>(count));
-    if (text.size() > kMostBytes) return EFBIG;
+    if (text.size() > kMostFileBytes) return EFBIG;
   }
 }
 

@@ -17,7 +17,6 @@ namespace CorvaneCli {
 namespace {
 
 constexpr int kMostNames = 10000;
-constexpr std::size_t kMostRecordBytes = 65536;
 // Never through a link, and without waiting for the other end of a pipe.
 constexpr int kCarefully = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
 

@@ -9,7 +9,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kMostBytes = 65536;
 constexpr int kMostDepth = 8;
 constexpr const char* kVersionKey = "corvane";
 constexpr unsigned int kVersion = 1;
@@ -57,7 +56,7 @@ std::string Format(const PartRecord& record) {
 }
 
 std::optional<PartRecord> ParsePartRecord(std::string_view text) {
-  if (text.size() > kMostBytes) return std::nullopt;
+  if (text.size() > kMostRecordBytes) return std::nullopt;
   const Json object = Parse(text);
   if (!object.is_object() || !IsThisVersion(object)) return std::nullopt;
   const Json& url = Member(object, "url");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,8 +20,10 @@ struct PartRecord {
 // that are not UTF-8 become U+FFFD.
 [[nodiscard]] std::string Format(const PartRecord& record);
 
+inline constexpr std::size_t kMostRecordBytes = 65536;
+
 // What Format wrote; keys that it does not know are ignored. nullopt for anything else, in particular what another program or
-// another version of the format left, what is larger than 64 KiB or nested deeply, and texts with control characters: a validator
+// another version of the format left, what is larger than that or nested deeply, and texts with control characters: a validator
 // goes into a request. Throws only std::bad_alloc.
 [[nodiscard]] std::optional<PartRecord> ParsePartRecord(std::string_view text);
 

@@ -17,7 +17,7 @@ namespace CorvaneCli {
 namespace {
 
 constexpr std::size_t kDigits = 64;
-constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
+constexpr std::size_t kReadBytes = std::size_t{1} << 20;
 
 void Require(int result) {
   if (result != 1) throw std::runtime_error("OpenSSL cannot compute a SHA-256 checksum; check its configuration");
@@ -70,7 +70,7 @@ std::optional<std::string> ParseSha256(std::string_view text) {
 
 std::variant<std::string, int> Sha256OfFile(int descriptor, int stop) {
   Sha256 sum;
-  std::vector<char> piece(kPieceBytes);
+  std::vector<char> piece(kReadBytes);
   for (off_t position = 0;;) {
     if (IsReadable(stop)) return ECANCELED;
     const ssize_t count = pread(descriptor, piece.data(), piece.size(), position);

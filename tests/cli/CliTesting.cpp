@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "tests/support/Sockets.h"
 
@@ -56,6 +57,15 @@ std::vector<std::string> NamesIn(const std::filesystem::path& folder) {
   for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::set<std::string> MatchesIn(const std::string& text, const std::string& expression) {
+  std::set<std::string> found;
+  const std::regex compiled(expression);
+  for (std::sregex_iterator match(text.begin(), text.end(), compiled), end; match != end; ++match) {
+    found.insert((*match)[1]);
+  }
+  return found;
 }
 
 std::string RefusedUrl(const std::string& scheme) {

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ namespace CorvaneTest {
 
 // The names in a folder, in order.
 [[nodiscard]] std::vector<std::string> NamesIn(const std::filesystem::path& folder);
+
+// What the first group of the expression matches, each once.
+[[nodiscard]] std::set<std::string> MatchesIn(const std::string& text, const std::string& expression);
 
 // A URL on which nobody listens.
 [[nodiscard]] std::string RefusedUrl(const std::string& scheme = "http");

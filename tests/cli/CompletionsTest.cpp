@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <memory>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -19,15 +18,6 @@ using testing::HasSubstr;
 using testing::Not;
 using Options = std::set<std::string>;
 
-Options MatchesIn(const std::string& text, const char* pattern) {
-  Options found;
-  const std::regex expression(pattern);
-  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match) {
-    found.insert((*match)[1]);
-  }
-  return found;
-}
-
 // The long options in the help of all commands, without their dashes.
 Options AllOptions() {
   Options all;
@@ -37,9 +27,9 @@ Options AllOptions() {
   return all;
 }
 
-const std::filesystem::path kFolder = CORVANE_SOURCE_DIR "/packaging/completions";
+const std::filesystem::path kCompletions = CORVANE_SOURCE_DIR "/packaging/completions";
 
-std::string Completion(const std::string& name) { return ReadFile(kFolder / name); }
+std::string Completion(const std::string& name) { return ReadFile(kCompletions / name); }
 
 TEST(Completions, NameExactlyTheOptionsThatThereAre) {
   EXPECT_EQ(MatchesIn(Completion("corvane.bash"), "--([a-z0-9-]+)"), AllOptions());
@@ -133,13 +123,13 @@ void ExpectCompletions(Shell& shell) {
 
 TEST(Bash, CompletesAtATerminal) {
   Shell shell({"bash", "--norc", "--noprofile", "-i"},
-              "source '" + (kFolder / "corvane.bash").string() + "'; set +o history");
+              "source '" + (kCompletions / "corvane.bash").string() + "'; set +o history");
   ExpectCompletions(shell);
 }
 
 TEST(Zsh, CompletesAtATerminal) {
-  Shell shell({"zsh", "-f", "-i"},
-              "fpath=('" + kFolder.string() + "' $fpath); autoload -Uz compinit; compinit -u -D; setopt no_nomatch");
+  Shell shell({"zsh", "-f", "-i"}, "fpath=('" + kCompletions.string() +
+                                       "' $fpath); autoload -Uz compinit; compinit -u -D; setopt no_nomatch");
   ExpectCompletions(shell);
 }
 
@@ -151,7 +141,7 @@ std::string FishOffers(const std::string& line, const TempDir& folder) {
   options.environment = {{"HOME", home}, {"XDG_CONFIG_HOME", home}, {"XDG_DATA_HOME", home}, {"LC_ALL", "C.UTF-8"}};
   const ProgramResult result =
       RunProgram({"fish", "--no-config", "-c", "source $argv[1]; complete --do-complete $argv[2]",
-                  (kFolder / "corvane.fish").string(), line},
+                  (kCompletions / "corvane.fish").string(), line},
                  options);
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
   EXPECT_EQ(result.err, "");

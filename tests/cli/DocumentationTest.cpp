@@ -21,23 +21,14 @@ using Names = std::set<std::string>;
 
 constexpr const char* kCommands[] = {"get", "post", "mirror", "sync", "resolve"};
 
-Names MatchesIn(const std::string& text, const std::string& pattern) {
-  Names found;
-  const std::regex expression(pattern);
-  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match) {
-    found.insert((*match)[1]);
-  }
-  return found;
-}
-
 // The options in the help of a command as they are shown there: "-q, --quiet", "    --json".
 Names OptionsOf(const std::string& command) {
   return MatchesIn(RunCorvane({command, "--help-all"}).out, "\n  ((?:-[a-zA-Z], |    )--[a-z0-9-]+)");
 }
 
-const std::filesystem::path kFolder = CORVANE_SOURCE_DIR "/docs/man";
+const std::filesystem::path kManual = CORVANE_SOURCE_DIR "/docs/man";
 
-std::string Page(const std::string& name) { return ReadFile(kFolder / name); }
+std::string Page(const std::string& name) { return ReadFile(kManual / name); }
 
 // Those that have an entry in a page, in the same form.
 Names EntriesOf(const std::string& page) {
@@ -90,7 +81,7 @@ TEST(Manual, TellsInTheOverviewMoreOfWhatThreeCommandsShare) {
 
 std::vector<std::string> AllPages() {
   std::vector<std::string> pages;
-  for (const auto& entry : std::filesystem::directory_iterator(kFolder)) pages.push_back(entry.path().filename());
+  for (const auto& entry : std::filesystem::directory_iterator(kManual)) pages.push_back(entry.path().filename());
   std::sort(pages.begin(), pages.end());
   return pages;
 }
@@ -101,7 +92,7 @@ TEST(Manual, HasNoMistakesInItsForm) {
   ASSERT_EQ(pages.size(), 12U);
   command.insert(command.end(), pages.begin(), pages.end());
   ProgramOptions options;
-  options.workingDirectory = kFolder;  // pages name each other
+  options.workingDirectory = kManual;  // pages name each other
   const ProgramResult result = RunProgram(command, options);
   EXPECT_EQ(result.exitCode, 0) << result.Describe();
   EXPECT_EQ(result.out + result.err, "");
@@ -111,7 +102,7 @@ TEST(Manual, FitsIntoItsColumns) {
   for (const std::string& page : AllPages()) {
     for (const std::size_t columns : {std::size_t{78}, std::size_t{120}}) {
       const ProgramResult result = RunProgram(
-          {"mandoc", "-T", "ascii", "-O", "width=" + std::to_string(columns), (kFolder / page).string()}, {});
+          {"mandoc", "-T", "ascii", "-O", "width=" + std::to_string(columns), (kManual / page).string()}, {});
       EXPECT_EQ(result.exitCode, 0) << result.Describe();
       EXPECT_GT(result.out.size(), 1000U) << page;
       // Bold and underlined characters are printed twice.

@@ -11,6 +11,9 @@
 
 namespace CorvaneTest {
 
+// Lasts far longer at 200 KiB a second than the program lives.
+inline constexpr std::size_t kLarge = 4 << 20;
+
 // A file on a server whose time lies a day, less `later`, in the past: no answer is of the same second as the file, and the times of
 // two versions differ when `later` does.
 void Publish(const std::filesystem::path& file, const std::string& content, std::chrono::seconds later = {});

@@ -25,10 +25,8 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr std::size_t kLarge = 4 << 20;
-
 // Neither server can be slow for one client alone, so what is to be killed slows itself down.
-const std::vector<std::string> kSlow = {"--limit", "200k"};
+const std::vector<std::string> kLimited = {"--limit", "200k"};
 
 enum class FtpDaemon { kVsftpd, kPyftpdlib };
 
@@ -60,7 +58,7 @@ TEST_P(GetFromFtpServer, FilesAndPipesGetEveryByte) {
 TEST_P(GetFromFtpServer, ContinuesWhatAKillLeftBySizeAndTime) {
   const std::string content = MakePattern(kLarge);
   Publish(Root() / "f", content);
-  const KilledDownload download(Url("/f"), kSlow);
+  const KilledDownload download(Url("/f"), kLimited);
   ASSERT_LT(download.PartSize(), content.size());
   EXPECT_THAT(download.Validator(), StartsWith("SIZE " + std::to_string(kLarge) + " MDTM "));
   const ProgramResult result = download.Resume({"-v", "--json"});
@@ -75,7 +73,7 @@ TEST_P(GetFromFtpServer, ContinuesWhatAKillLeftBySizeAndTime) {
 TEST_P(GetFromFtpServer, BeginsAnewWhenTheFileHasAnotherTime) {
   std::string content = MakePattern(kLarge);
   Publish(Root() / "f", content);
-  const KilledDownload download(Url("/f"), kSlow);
+  const KilledDownload download(Url("/f"), kLimited);
   std::reverse(content.begin(), content.begin() + 1000);
   Publish(Root() / "f", content, std::chrono::minutes(1));
   const ProgramResult result = download.Resume();
@@ -88,7 +86,7 @@ TEST_P(GetFromFtpServer, BeginsAnewWhenTheFileHasAnotherSize) {
   const std::string content = MakePattern(kLarge);
   for (const std::size_t size : {kLarge / 2 * 3, kLarge - 1, std::size_t{1000}}) {
     Publish(Root() / "f", content);
-    const KilledDownload download(Url("/f"), kSlow);
+    const KilledDownload download(Url("/f"), kLimited);
     const fs::file_time_type time = fs::last_write_time(Root() / "f");
     WriteFile(Root() / "f", MakePattern(size));
     fs::last_write_time(Root() / "f", time);

@@ -24,8 +24,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr std::size_t kLarge = 4 << 20;
-
 // To this client the servers below send 200 KiB a second, to every other as fast as they can: what is to be killed takes some twenty
 // seconds, what goes on with it none.
 const std::vector<std::string> kSlow = {"--user-agent", "slow"};

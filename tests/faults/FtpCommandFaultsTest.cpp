@@ -12,7 +12,6 @@ constexpr unsigned int kNoType = 17;
 constexpr unsigned int kNotRetrieved = 19;
 constexpr unsigned int kNoRest31 = 31;
 
-const Told kWhole = {.upTo = kContentSize};
 const Told kWholeOfUnknownSize = {.upTo = kContentSize, .size = kUnknownSize};
 
 // libcurl takes 421 for the end of an idle connection, wherever it comes, and leaves no words.
@@ -36,9 +35,9 @@ const std::vector<FtpFault> kLoginFaults = {
     {.name = "430 to PASS", .arm = Replying("PASS", "430 Not now"), .told = Denied("430")},
     {.name = "999 to USER", .arm = Replying("USER", "999 What"), .told = Denied("999")},
     // Where the login led is not known then: such a connection is not used again.
-    {.name = "550 to PWD", .arm = Replying("PWD", "550 No"), .told = kWhole},
-    {.name = "451 to PWD", .arm = Replying("PWD", "451 Not now"), .told = kWhole},
-    {.name = "a directory without quotes to PWD", .arm = Replying("PWD", "257 here"), .told = kWhole},
+    {.name = "550 to PWD", .arm = Replying("PWD", "550 No"), .told = kFtpWhole},
+    {.name = "451 to PWD", .arm = Replying("PWD", "451 Not now"), .told = kFtpWhole},
+    {.name = "a directory without quotes to PWD", .arm = Replying("PWD", "257 here"), .told = kFtpWhole},
     {.name = "550 to CWD",
      .arm = Replying("CWD", "550 No"),
      .told = Failing(kAccessDenied, "Server denied you to change to the given directory")},
@@ -47,10 +46,10 @@ const std::vector<FtpFault> kLoginFaults = {
      .told = Failing(kAccessDenied, "Server denied you to change to the given directory")},
     {.name = "a greeting in several lines",
      .arm = Replying("USER", "331-Well\r\n331-then\r\n 331 not yet\r\n331 The password"),
-     .told = kWhole},
+     .told = kFtpWhole},
     {.name = "a greeting whose lines have no code",
      .arm = Replying("USER", "331-Hello\r\nyou\r\nthere\r\n331 The password"),
-     .told = kWhole},
+     .told = kFtpWhole},
 };
 
 TEST(FtpFaults, OfTheLogin) { EXPECT_EQ(RunCells(CellsOf(kLoginFaults, kFtpOpsWithLogin)), 12 * 7U); }
@@ -69,7 +68,7 @@ const std::vector<FtpFault> kBannerFaults = {
      .isGoodElsewhere = true},
     {.name = "a banner in several lines",
      .arm = [](FtpFaultSite&) {},
-     .told = kWhole,
+     .told = kFtpWhole,
      .banner = "220-Hello\r\n 220 not yet\r\n220-\r\n220 Ready",
      .isGoodElsewhere = true},
 };
@@ -77,8 +76,8 @@ const std::vector<FtpFault> kBannerFaults = {
 TEST(FtpFaults, OfTheBanner) { EXPECT_EQ(RunCells(CellsOf(kBannerFaults, kFtpOpsWithLogin)), 3 * 7U); }
 
 const std::vector<FtpFault> kCommandFaults = {
-    {.name = "500 to EPSV", .arm = Replying("EPSV", "500 What"), .told = kWhole},
-    {.name = "425 to EPSV", .arm = Replying("EPSV", "425 Not now"), .told = kWhole},
+    {.name = "500 to EPSV", .arm = Replying("EPSV", "500 What"), .told = kFtpWhole},
+    {.name = "425 to EPSV", .arm = Replying("EPSV", "425 Not now"), .told = kFtpWhole},
     {.name = "no passive mode at all",
      .arm = [](FtpFaultSite& site) { site.RefusePassive(); },
      .told = Failing(kWeirdPasvReply, "Bad PASV/EPSV response: 502")},
@@ -99,8 +98,8 @@ const std::vector<FtpFault> kCommandFaults = {
     {.name = "451 to TYPE",
      .arm = Replying("TYPE", "451 Not now"),
      .told = Failing(kNoType, "Couldn't set desired mode")},
-    {.name = "500 to QUIT", .arm = Replying("QUIT", "500 Stay"), .told = kWhole},
-    {.name = "450 to QUIT", .arm = Replying("QUIT", "450 Not now"), .told = kWhole},
+    {.name = "500 to QUIT", .arm = Replying("QUIT", "500 Stay"), .told = kFtpWhole},
+    {.name = "450 to QUIT", .arm = Replying("QUIT", "450 Not now"), .told = kFtpWhole},
 };
 
 TEST(FtpFaults, OfCommands) { EXPECT_EQ(RunCells(CellsOf(kCommandFaults, kFtpOps)), 10 * 8U); }
@@ -147,9 +146,9 @@ const std::vector<FtpFault> kFileFaults = {
                       .verdict = Ending{Corvane::TRANSFER_E_SIZE_MISMATCH,
                                         "Download file size mismatch, File: * Size: 600 Expected size: 1000"}}},
                     {{Op::kTreeFile}, Mismatched("The server sends 600 bytes, and lists 1000.")}}},
-    {.name = "550 to MDTM", .arm = Replying("MDTM", "550 No"), .told = kWhole},
-    {.name = "450 to MDTM", .arm = Replying("MDTM", "450 Not now"), .told = kWhole},
-    {.name = "words to MDTM", .arm = Replying("MDTM", "213 yesterday"), .told = kWhole},
+    {.name = "550 to MDTM", .arm = Replying("MDTM", "550 No"), .told = kFtpWhole},
+    {.name = "450 to MDTM", .arm = Replying("MDTM", "450 Not now"), .told = kFtpWhole},
+    {.name = "words to MDTM", .arm = Replying("MDTM", "213 yesterday"), .told = kFtpWhole},
     {.name = "550 to RETR",
      .arm = Replying("RETR", "550 No"),
      .told = Failing(kRemoteFileNotFound, "RETR response: 550")},
@@ -162,11 +161,11 @@ const std::vector<FtpFault> kFileFaults = {
      .told = Failing(kNotRetrieved, "RETR response: 226")},
     {.name = "500 to REST",
      .arm = Replying("REST", "500 What"),
-     .told = kWhole,
+     .told = kFtpWhole,
      .exceptions = {{kFtpResumed, Failing(kNoRest31, "Couldn't use REST")}}},
     {.name = "450 to REST",
      .arm = Replying("REST", "450 Not now"),
-     .told = kWhole,
+     .told = kFtpWhole,
      .exceptions = {{kFtpResumed, Failing(kNoRest31, "Couldn't use REST")}}},
 };
 
@@ -192,7 +191,7 @@ TEST(FtpFaults, OfBusyListings) { EXPECT_EQ(RunCells(CellsOf(kBusyFaults, kPages
 TEST(FtpFaults, OfListings) { EXPECT_EQ(RunCells(CellsOf(kListFaults, kPages)), 2 * 2U); }
 
 const std::vector<FtpFault> kMlsdFaults = {
-    {.name = "504 to MLSD", .arm = Replying("MLSD", "504 What"), .told = kWhole},
+    {.name = "504 to MLSD", .arm = Replying("MLSD", "504 What"), .told = kFtpWhole},
     {.name = "550 to MLSD", .arm = Replying("MLSD", "550 No"), .told = Failing(kNotRetrieved, "RETR response: 550")},
     {.name = "450 to MLSD",
      .arm = Replying("MLSD", "450 Nothing"),

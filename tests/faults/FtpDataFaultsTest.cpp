@@ -35,7 +35,6 @@ std::function<void(FtpFaultSite&)> Data(std::size_t upTo, void (Connection::*end
 }
 
 const std::string kNotOk = "server did not report OK, got ";
-const Told kWhole = {.upTo = kContentSize};
 const Told kCutOff = Broken(kPartialFile, "transfer closed with 400 bytes remaining to read", kCut);
 const Told kReset = Broken(kReceiveError, "Recv failure: Connection reset by peer", kCut);
 
@@ -64,10 +63,10 @@ const std::vector<FtpFault> kDataFaults = {
     {.name = "all data, and 550",
      .arm = Data(kContentSize, &Connection::Close, "550 No\r\n"),
      .told = Broken(kPartialFile, kNotOk + "550", kContentSize)},
-    {.name = "all data, and 250", .arm = Data(kContentSize, &Connection::Close, "250 Done\r\n"), .told = kWhole},
+    {.name = "all data, and 250", .arm = Data(kContentSize, &Connection::Close, "250 Done\r\n"), .told = kFtpWhole},
     {.name = "all data, and 226 in several lines",
      .arm = Data(kContentSize, &Connection::Close, "226-That\r\n 226 was\r\n226 all\r\n"),
-     .told = kWhole},
+     .told = kFtpWhole},
     {.name = "226 before the data",
      .arm =
          [](FtpFaultSite& site) {
@@ -78,7 +77,7 @@ const std::vector<FtpFault> kDataFaults = {
              data.Close();
            });
          },
-     .told = kWhole},
+     .told = kFtpWhole},
     {.name = "more data than SIZE has told",
      .arm =
          [](FtpFaultSite& site) {
@@ -89,7 +88,7 @@ const std::vector<FtpFault> kDataFaults = {
              control.Send(kDone);
            });
          },
-     .told = kWhole,
+     .told = kFtpWhole,
      .exceptions = {{{Op::kMirrorPage, Op::kTreePage},
                      {.upTo = kContentSize + 2, .content = ListingOfOneFile() + "\n\n"}}}},
 };
@@ -107,7 +106,7 @@ const std::vector<FtpFault> kNoDataFaults = {
              return control.Send("229 Entering (|||" + std::to_string(nobody->Port()) + "|)\r\n");
            });
          },
-     .told = kWhole},
+     .told = kFtpWhole},
     {.name = "nobody at any port",
      .arm =
          [](FtpFaultSite& site) {

@@ -15,6 +15,9 @@
 namespace CorvaneTest {
 
 // Nothing is posted over FTP, and no status is there to be detected.
+// All that the server has arrives.
+inline const Told kFtpWhole = {.upTo = kContentSize};
+
 inline const Ops kFtpOps = {Op::kGet,        Op::kFile,          Op::kFileResumed, Op::kMirrorPage,
                             Op::kMirrorFile, Op::kMirrorResumed, Op::kTreePage,    Op::kTreeFile};
 // A tree's file comes over the connection on which the page came, so that it meets no login.

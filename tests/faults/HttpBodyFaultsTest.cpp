@@ -15,7 +15,6 @@ Told BrokenChunk(const std::string& text) {
   return {.status = 200, .curl = kReceiveError, .text = text, .upTo = kCut, .size = kUnknownSize};
 }
 
-const Told kWhole = {.status = 200, .upTo = kContentSize};
 const Told kCutOff = {
     .status = 200, .curl = kPartialFile, .text = "transfer closed with 400 bytes remaining to read", .upTo = kCut};
 const Told kCutOffChunks = {.status = 200,

@@ -69,6 +69,8 @@ struct HttpFault {
   bool hasTrailers = false;  // the header text holds more than what was sent before the content
 };
 
+// All that the server has arrives.
+inline const Told kWhole = {.status = 200, .upTo = kContentSize};
 // An answer that was acceptable, and is not the part that a resume asks for.
 inline const Told kNoRest = {.status = 206,  // by what the library finds
                              .curl = kRangeError,

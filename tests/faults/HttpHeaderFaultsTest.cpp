@@ -29,7 +29,6 @@ std::string Lines(std::size_t bytes) {
   return lines;
 }
 
-const Told kWhole = {.status = 200, .upTo = kContentSize};
 const Told kWholeOfUnknownSize = {.status = 200, .upTo = kContentSize, .size = kUnknownSize};
 const Told kNoLength = {.status = 200, .curl = kWeirdReply, .text = "Invalid Content-Length: value"};
 const Told kTooManyLines = {.status = 200, .curl = kReceiveError, .text = "Too large response headers: * > *"};
@@ -109,7 +108,7 @@ const std::vector<HttpFault> kLineFaults = {
 
 TEST(HttpFaults, OfHeaderLines) { EXPECT_EQ(RunCells(CellsOf(kLineFaults, kAllOps)), 9 * 12U); }
 
-const std::vector<HttpFault> kLengthFaults = {
+const std::vector<HttpFault> kHeaderLengthFaults = {
     {.name = "a negative length", .answer = WithLength("Content-Length: -1\r\n"), .told = kNoLength},
     {.name = "letters for a length", .answer = WithLength("Content-Length: all\r\n"), .told = kNoLength},
     {.name = "an empty length", .answer = WithLength("Content-Length:\r\n"), .told = kNoLength},
@@ -160,7 +159,7 @@ const std::vector<HttpFault> kLengthFaults = {
      .exceptions = {{kResumed, kNoRest}}},
 };
 
-TEST(HttpFaults, OfTheLength) { EXPECT_EQ(RunCells(CellsOf(kLengthFaults, kAllOps)), 10 * 12U); }
+TEST(HttpFaults, OfTheLength) { EXPECT_EQ(RunCells(CellsOf(kHeaderLengthFaults, kAllOps)), 10 * 12U); }
 
 }  // namespace
 }  // namespace CorvaneTest

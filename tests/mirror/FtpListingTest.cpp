@@ -10,7 +10,6 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr const char* kLongName = "a-rather-long-file-name-that-a-server-shortens-when-it-shows-its-directory.iso";
 constexpr unsigned long long kLargest = ~0ULL;
 
 std::string UnixLine(const std::string& size, const std::string& name) {
@@ -27,12 +26,12 @@ struct ListingCase {
   Entries entries;
 };
 
-void ExpectEntries(const std::vector<ListingCase>& cases) {
+void ExpectLineEntries(const std::vector<ListingCase>& cases) {
   for (const ListingCase& c : cases) EXPECT_EQ(ParseFtp(c.listing), c.entries) << c.name;
 }
 
 TEST(FtpListing, TakesRegularFilesFromUnixLines) {
-  ExpectEntries({
+  ExpectLineEntries({
       {"a file", UnixLine("12345", "file.txt"), {{"file.txt", 12345}}},
       {"blanks in the name", UnixLine("1", "my  own file.txt"), {{"my  own file.txt", 1}}},
       {"tabs between the fields", "-rw-r--r--\t1\tme\tus\t7\tNov\t20\t10:00\ta\tb", {{"a\tb", 7}}},
@@ -49,7 +48,7 @@ TEST(FtpListing, TakesRegularFilesFromUnixLines) {
 }
 
 TEST(FtpListing, SkipsUnixLinesOfAnythingElse) {
-  ExpectEntries({
+  ExpectLineEntries({
       {"the group is missing", "-rw-r--r-- 1 1000 12345 Nov 20 10:00 file.txt", {}},
       {"the group is missing and the name has a blank: its first word is the time's",
        "-rw-r--r-- 1 1000 5 Nov 20 10:00 my file",
@@ -69,7 +68,7 @@ TEST(FtpListing, SkipsUnixLinesOfAnythingElse) {
 }
 
 TEST(FtpListing, TakesFilesFromDosLines) {
-  ExpectEntries({
+  ExpectLineEntries({
       {"a file", DosLine("12345", "file.txt"), {{"file.txt", 12345}}},
       {"blanks in the name", DosLine("1", "my  own file.txt"), {{"my  own file.txt", 1}}},
       {"blanks before the line", "  \t" + DosLine("7", "a"), {{"a", 7}}},
@@ -89,7 +88,7 @@ TEST(FtpListing, TakesFilesFromDosLines) {
 }
 
 TEST(FtpListing, ReadsSizesAsNumbersWithoutErrors) {
-  ExpectEntries({
+  ExpectLineEntries({
       {"not a number", UnixLine("large", "a"), {{"a", 0}}},
       {"a negative number", UnixLine("-5", "a"), {{"a", 0}}},
       {"a number and more", UnixLine("12K", "a"), {{"a", 12}}},
@@ -192,8 +191,6 @@ TEST(FtpListing, ReadsAListingInTheDosFormat) {
 }
 
 TEST(FtpListing, TakesNothingFromAPage) { EXPECT_EQ(ParseFtp(Fixture("nginx.http")), Entries()); }
-
-constexpr int kMillion = 1000000;
 
 TEST(FtpListing, ReadsAMillionEntries) {
   std::string lines;

@@ -14,8 +14,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace std::string_literals;
 
-constexpr const char* kLongName = "a-rather-long-file-name-that-a-server-shortens-when-it-shows-its-directory.iso";
-
 // A page of any server but IIS, with this text as its listing.
 std::string Page(const std::string& listing) {
   return "HTTP/1.1 200 OK\r\nServer: nginx\r\n\r\n<html><body><pre>" + listing + "</pre></body></html>";
@@ -37,12 +35,12 @@ struct PageCase {
   Entries entries;
 };
 
-void ExpectEntries(const std::vector<PageCase>& cases) {
+void ExpectPageEntries(const std::vector<PageCase>& cases) {
   for (const PageCase& c : cases) EXPECT_EQ(ParseHttp(Page(c.listing)), c.entries) << c.name;
 }
 
 TEST(HttpListing, TakesAnchorsWhoseTextEndsTheirTarget) {
-  ExpectEntries({
+  ExpectPageEntries({
       {"target and text alike", R"(<a href="a.txt">a.txt</a>)", {{"a.txt", 0}}},
       {"in capitals", R"(<A HREF="A.txt">A.txt</A>)", {{"A.txt", 0}}},
       {"in apostrophes", R"(<a href='a.txt'>a.txt</a>)", {{"a.txt", 0}}},
@@ -70,7 +68,7 @@ TEST(HttpListing, TakesAnchorsWhoseTextEndsTheirTarget) {
 
 TEST(HttpListing, SkipsAnchorsThatShowSomethingElse) {
   const std::string after = R"(<a href="z">z</a>)";
-  ExpectEntries({
+  ExpectPageEntries({
       {"a name before the target", R"(<a name="top" href="a.txt">a.txt</a>)" + after, {{"z", 0}}},
       {"a shortened text", R"(<a href="long-name.txt">long-na..&gt;</a>)" + after, {{"z", 0}}},
       {"a sort link", R"(<a href="?C=N;O=D">Name</a>)" + after, {{"z", 0}}},
@@ -91,7 +89,7 @@ TEST(HttpListing, SkipsAnchorsThatShowSomethingElse) {
 TEST(HttpListing, EndsAtAnAnchorThatIsNotQuotedAsDirectoryPagesAre) {
   const std::string before = R"(<a href="a">a</a>)";
   const std::string after = R"(<a href="z">z</a>)";
-  ExpectEntries({
+  ExpectPageEntries({
       {"no quotes", before + "<a href=b>b</a>" + after, {{"a", 0}}},
       {"no quotes here or later", before + "<a href=b>b</a>", {{"a", 0}}},
       {"the quote is not closed", before + R"(<a href="b>b</a>)" + after, {{"a", 0}}},
@@ -205,7 +203,7 @@ TEST(HttpListing, KeepsTheLaterSizeOfANameThatComesTwice) {
 // --- hostile names
 
 TEST(HttpListing, KeepsNamesInsideTheTargetDirectory) {
-  ExpectEntries({
+  ExpectPageEntries({
       {"upwards", R"(<a href="../../x">x</a>)", {{"x", 0}}},
       {"upwards, shown", R"(<a href="../../x">../../x</a>)", {{"x", 0}}},
       {"absolute", R"(<a href="/etc/x">/etc/x</a>)", {{"x", 0}}},
@@ -306,8 +304,6 @@ TEST(HttpListing, ReadsHeaderAndPageAsOneTextWhereverTheHeaderEnds) {
 }
 
 // A parser that searches the rest of the page for an absent kind of quote at each anchor needs hours for these.
-
-constexpr int kMillion = 1000000;
 
 std::string MillionAnchors(char quote) {
   std::string anchors;

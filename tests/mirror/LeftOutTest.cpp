@@ -19,8 +19,6 @@ using testing::IsEmpty;
 using testing::Pair;
 using namespace std::string_literals;
 
-constexpr const char* kLongName = "a-rather-long-file-name-that-a-server-shortens-when-it-shows-its-directory.iso";
-
 Listing ReadPage(const std::string& text) { return ParseHttpListing(Wide(text)); }
 Listing ReadLines(const std::string& text) { return ParseFtpListing(Wide(text)); }
 

@@ -7,6 +7,11 @@
 // What the tests of the listing parsers share.
 namespace CorvaneTest {
 
+inline constexpr int kMillion = 1000000;
+// In the fixtures.
+inline constexpr const char* kLongName =
+    "a-rather-long-file-name-that-a-server-shortens-when-it-shows-its-directory.iso";
+
 using Entries = std::map<std::string, unsigned long long>;  // size by name
 
 // The files that a parser takes from a text in UTF-8. Fails the test when the name of an entry is more than a plain

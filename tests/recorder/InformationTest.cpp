@@ -13,8 +13,6 @@
 namespace CorvaneTest {
 namespace {
 
-constexpr unsigned long long kUnknown = std::numeric_limits<unsigned long long>::max();
-
 // --- The response code. ---
 
 class TheResponseCode : public TransferTest {

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <limits>
 #include <set>
 #include <string>
 #include <thread>
@@ -17,8 +16,6 @@
 
 namespace CorvaneTest {
 namespace {
-
-constexpr unsigned long long kUnknown = std::numeric_limits<unsigned long long>::max();
 
 // --- Construction and destruction. ---
 

@@ -14,7 +14,7 @@
 namespace CorvaneTest {
 namespace {
 
-ScriptedFiles* s_current = nullptr;
+ScriptedFiles* s_currentFiles = nullptr;
 
 // Sets errno to the failure and tells whether there is one.
 bool Fails(int failure) {
@@ -32,13 +32,13 @@ std::string LettersOf(int flags) {
 }  // namespace
 
 ScriptedFiles::ScriptedFiles() {
-  if (s_current != nullptr) throw std::logic_error("the files are scripted already");
-  s_current = this;
+  if (s_currentFiles != nullptr) throw std::logic_error("the files are scripted already");
+  s_currentFiles = this;
 }
 
-ScriptedFiles::~ScriptedFiles() { s_current = nullptr; }
+ScriptedFiles::~ScriptedFiles() { s_currentFiles = nullptr; }
 
-ScriptedFiles* ScriptedFiles::Current() { return s_current; }
+ScriptedFiles* ScriptedFiles::Current() { return s_currentFiles; }
 
 }  // namespace CorvaneTest
 

@@ -15,15 +15,15 @@ namespace {
 constexpr long long kMicrosecondsPerSecond = 1000000;
 constexpr long long kStart = 1600000000 * kMicrosecondsPerSecond;
 
-std::atomic<ScriptedTime*> s_current{nullptr};
+std::atomic<ScriptedTime*> s_currentTime{nullptr};
 
 }  // namespace
 
 ScriptedTime::ScriptedTime() : m_now(kStart), m_steady(77 * kMicrosecondsPerSecond) {
-  if (s_current.exchange(this) != nullptr) throw std::logic_error("the time is scripted already");
+  if (s_currentTime.exchange(this) != nullptr) throw std::logic_error("the time is scripted already");
 }
 
-ScriptedTime::~ScriptedTime() { s_current = nullptr; }
+ScriptedTime::~ScriptedTime() { s_currentTime = nullptr; }
 
 void ScriptedTime::Advance(std::chrono::microseconds by) {
   if (by.count() < 0) throw std::logic_error("time does not pass backwards");
@@ -31,7 +31,7 @@ void ScriptedTime::Advance(std::chrono::microseconds by) {
   m_steady += by.count();
 }
 
-ScriptedTime* ScriptedTime::Current() { return s_current; }
+ScriptedTime* ScriptedTime::Current() { return s_currentTime; }
 
 }  // namespace CorvaneTest
 

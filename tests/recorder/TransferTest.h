@@ -22,6 +22,7 @@ using testing::IsEmpty;
 using Fields = Corvane::ZMap<ZString, ZString, Corvane::ZLtstr>;
 
 inline constexpr ZResult kCurl = Corvane::TRANSFER_E_CURL_BASE;
+inline constexpr unsigned long long kUnknown = ~0ULL;  // a size that nobody has told
 inline constexpr ZResult kFinished = Corvane::TRANSFER_S_FINISHED;
 
 // A recorder whose requests succeed with an empty answer, and a logger.

@@ -204,11 +204,6 @@ class FtpResumeRun final : public ResumeRun {
   const ZString m_url = Wide(m_ftp.Url(m_there));
 };
 
-template <class Kind>
-std::unique_ptr<Run> Make() {
-  return std::make_unique<Kind>();
-}
-
 }  // namespace
 
 std::vector<RunKind> DownloadRuns() {
@@ -222,16 +217,16 @@ std::vector<RunKind> DownloadRuns() {
   cut.insert(Target::kTruncate);
   std::set<Target> checked = resumed;
   checked.insert(Target::kRead);
-  return {{"Download", &Make<TextRun>, {}},
-          {"DownloadOverTls", &Make<TlsRun>, {Target::kStatus}},
-          {"Sink", &Make<SinkRun>, {}},
-          {"ResumedSink", &Make<ResumedSinkRun>, {}},
-          {"File", &Make<FileRun>, fresh},
-          {"RefusedFile", &Make<RefusedFileRun>, refused},
-          {"ResumedFile", &Make<ResumeRun>, resumed},
-          {"FileWithAStaleTail", &Make<StaleTailRun>, cut},
-          {"CheckedResume", &Make<CheckedResumeRun>, checked},
-          {"ResumedFtpFile", &Make<FtpResumeRun>, resumed}};
+  return {{"Download", &MakeRun<TextRun>, {}},
+          {"DownloadOverTls", &MakeRun<TlsRun>, {Target::kStatus}},
+          {"Sink", &MakeRun<SinkRun>, {}},
+          {"ResumedSink", &MakeRun<ResumedSinkRun>, {}},
+          {"File", &MakeRun<FileRun>, fresh},
+          {"RefusedFile", &MakeRun<RefusedFileRun>, refused},
+          {"ResumedFile", &MakeRun<ResumeRun>, resumed},
+          {"FileWithAStaleTail", &MakeRun<StaleTailRun>, cut},
+          {"CheckedResume", &MakeRun<CheckedResumeRun>, checked},
+          {"ResumedFtpFile", &MakeRun<FtpResumeRun>, resumed}};
 }
 
 }  // namespace CorvaneTest

@@ -160,11 +160,6 @@ class FtpRun final : public MirrorRun {
   const ZString m_url = Wide(m_server.Url("/dir/"));
 };
 
-template <class Kind>
-std::unique_ptr<Run> Make() {
-  return std::make_unique<Kind>();
-}
-
 }  // namespace
 
 std::vector<RunKind> MirrorRuns() {
@@ -174,9 +169,9 @@ std::vector<RunKind> MirrorRuns() {
   std::set<Target> resumed = fresh;
   resumed.insert({Target::kSeek, Target::kRemove});
   resumed.erase(Target::kMakeFolder);
-  return {{"MirrorOverHttp", &Make<HttpRun>, fresh},
-          {"ResumedMirror", &Make<ResumedRun>, resumed},
-          {"MirrorOverFtp", &Make<FtpRun>, fresh}};
+  return {{"MirrorOverHttp", &MakeRun<HttpRun>, fresh},
+          {"ResumedMirror", &MakeRun<ResumedRun>, resumed},
+          {"MirrorOverFtp", &MakeRun<FtpRun>, fresh}};
 }
 
 }  // namespace CorvaneTest

@@ -86,9 +86,9 @@ class DataRun final : public PostRun {
   const ZString m_data = Wide(posted);
 };
 
-class FileRun final : public PostRun {
+class UploadRun final : public PostRun {
  public:
-  FileRun() : PostRun(MakePattern(30000, 9)) {}
+  UploadRun() : PostRun(MakePattern(30000, 9)) {}
   void Prepare() override {
     PostRun::Prepare();
     // A server waits for the rest of a body that libcurl could not read.
@@ -107,19 +107,14 @@ class FileRun final : public PostRun {
   const ZString m_out = WidePath(room / "out");
 };
 
-template <class Kind>
-std::unique_ptr<Run> Make() {
-  return std::make_unique<Kind>();
-}
-
 }  // namespace
 
 std::vector<RunKind> PostRuns() {
-  return {{"PostedField", &Make<FieldRun>, {}},
-          {"PostedFields", &Make<FieldsRun>, {}},
-          {"PostedData", &Make<DataRun>, {}},
+  return {{"PostedField", &MakeRun<FieldRun>, {}},
+          {"PostedFields", &MakeRun<FieldsRun>, {}},
+          {"PostedData", &MakeRun<DataRun>, {}},
           {"PostedFile",
-           &Make<FileRun>,
+           &MakeRun<UploadRun>,
            {Target::kOpen, Target::kRead, Target::kWrite, Target::kStatus, Target::kClose, Target::kControl,
             Target::kStream}}};
 }

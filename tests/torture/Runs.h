@@ -69,6 +69,11 @@ struct RunKind {
   std::set<Target> calls;
 };
 
+template <class Kind>
+std::unique_ptr<Run> MakeRun() {
+  return std::make_unique<Kind>();
+}
+
 std::vector<RunKind> DownloadRuns();
 std::vector<RunKind> PostRuns();
 std::vector<RunKind> MirrorRuns();

@@ -230,11 +230,6 @@ class PlanRun final : public ExactTreeRun, private ZTreeDownload::Observer {
   std::map<std::string, Action> m_actions;
 };
 
-template <class Kind>
-std::unique_ptr<Run> Make() {
-  return std::make_unique<Kind>();
-}
-
 }  // namespace
 
 std::vector<RunKind> TreeRuns() {
@@ -246,11 +241,11 @@ std::vector<RunKind> TreeRuns() {
   std::set<Target> exact = fresh;
   exact.insert(Target::kRead);
   const std::set<Target> plan = {Target::kOpen, Target::kStatus, Target::kClose, Target::kReadFolder, Target::kSocket};
-  return {{"TreeOverHttp", &Make<HttpTreeRun>, fresh},
-          {"ResumedTree", &Make<ResumedTreeRun>, resumed},
-          {"TreeOverFtp", &Make<FtpTreeRun>, fresh},
-          {"ExactTree", &Make<ExactTreeRun>, exact},
-          {"Plan", &Make<PlanRun>, plan}};
+  return {{"TreeOverHttp", &MakeRun<HttpTreeRun>, fresh},
+          {"ResumedTree", &MakeRun<ResumedTreeRun>, resumed},
+          {"TreeOverFtp", &MakeRun<FtpTreeRun>, fresh},
+          {"ExactTree", &MakeRun<ExactTreeRun>, exact},
+          {"Plan", &MakeRun<PlanRun>, plan}};
 }
 
 }  // namespace CorvaneTest

@@ -54,13 +54,13 @@ TEST(ContentRange, TellsFirstLastAndTotal) {
   for (const RangeCase& c : kRanges) EXPECT_EQ(ParseContentRange(c.value), c.range) << c.value;
 }
 
-struct HeaderCase {
+struct AnnouncedCase {
   const char* name;
   const char* header;
   std::optional<ContentRange> range;
 };
 
-const HeaderCase kHeaders[] = {
+const AnnouncedCase kAnnounced[] = {
     {"none", "HTTP/1.1 206 Partial Content\r\n\r\n", std::nullopt},
     {"one", "HTTP/1.1 206 X\r\nContent-Range: bytes 1-2/3\r\n\r\n", ContentRange{1, 2, 3}},
     {"in any case", "HTTP/2 206\r\ncontent-RANGE:bytes 1-2/3\r\n\r\n", ContentRange{1, 2, 3}},
@@ -84,7 +84,7 @@ const HeaderCase kHeaders[] = {
 };
 
 TEST(ContentRange, OfAnAnswerIsWhatItsLinesAgreeOn) {
-  for (const HeaderCase& c : kHeaders) EXPECT_EQ(AnnouncedRange(c.header), c.range) << c.name;
+  for (const AnnouncedCase& c : kAnnounced) EXPECT_EQ(AnnouncedRange(c.header), c.range) << c.name;
 }
 
 }  // namespace

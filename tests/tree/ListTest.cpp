@@ -11,7 +11,7 @@ namespace {
 using Corvane::Page;
 using namespace std::string_literals;
 
-void ExpectLines(const std::vector<PageCase>& cases) {
+void ExpectListLines(const std::vector<PageCase>& cases) {
   for (const PageCase& c : cases) {
     const Page page = ReadListLines(c.text);
     EXPECT_EQ(Described(page), c.entries) << c.name;
@@ -20,7 +20,7 @@ void ExpectLines(const std::vector<PageCase>& cases) {
 }
 
 TEST(List, ReadsTheUnixFormat) {
-  ExpectLines({
+  ExpectListLines({
       {"a file", "-rw-r--r--    1 1000     1000        12345 Nov 20 10:00 a\r\n", {"a 12345 -"}, {}},
       {"a year", "-rw-r--r-- 1 u g 12345 Nov 20  2025 a\r\n", {"a 12345 -"}, {}},
       {"a folder", "drwxr-xr-x 2 u g 4096 Nov 20 10:00 a\r\n", {"a/ - -"}, {}},
@@ -58,7 +58,7 @@ TEST(List, ReadsTheUnixFormat) {
 // As lftp takes them; libcurl's own reader of such lines drops blanks that a name begins with.
 TEST(List, OneBlankAloneSeparatesTheName) {
   const std::string line = "-rw-r--r-- 1 u g 12 Nov 20 10:00 ";
-  ExpectLines({
+  ExpectListLines({
       {"blanks first", line + "  a\r\n", {"  a 12 -"}, {}},
       {"blanks last", line + "a  \r\n", {"a   12 -"}, {}},
       {"blanks within", line + "a  b\r\n", {"a  b 12 -"}, {}},
@@ -71,7 +71,7 @@ TEST(List, OneBlankAloneSeparatesTheName) {
 }
 
 TEST(List, ReadsTheDosFormat) {
-  ExpectLines({
+  ExpectListLines({
       {"a file", "11-20-26  10:00AM                12345 a b\r\n", {"a b 12345 -"}, {}},
       {"four digits of the year", "11-20-2026  10:00AM                12345 a\r\n", {"a 12345 -"}, {}},
       {"a folder", "11-20-26  10:00AM       <DIR>          a b\r\n", {"a b/ - -"}, {}},
@@ -91,7 +91,7 @@ TEST(List, ReadsTheDosFormat) {
 }
 
 TEST(List, LeavesOutWhatIsNoFileAndNoFolder) {
-  ExpectLines({
+  ExpectListLines({
       {"a link", "lrwxrwxrwx 1 u g 4 Nov 20 10:00 a b -> c -> d\r\n", {}, {"a b"}},
       {"a link without a target", "lrwxrwxrwx 1 u g 4 Nov 20 10:00 a\r\n", {}, {"a"}},
       {"a device", "crw-rw-rw- 1 u g 1, 3 Nov 20 10:00 null\r\n", {}, {"null"}},

@@ -11,7 +11,7 @@ namespace {
 using Corvane::Page;
 using namespace std::string_literals;
 
-void ExpectLines(const std::vector<PageCase>& cases) {
+void ExpectMlsdLines(const std::vector<PageCase>& cases) {
   for (const PageCase& c : cases) {
     const Page page = ReadMlsdLines(c.text);
     EXPECT_EQ(Described(page), c.entries) << c.name;
@@ -20,7 +20,7 @@ void ExpectLines(const std::vector<PageCase>& cases) {
 }
 
 TEST(Mlsd, ReadsFacts) {
-  ExpectLines({
+  ExpectMlsdLines({
       {"all of them", "type=file;size=12;modify=20261122045030; a\r\n", {"a 12 1795323030/1"}, {}},
       {"in capitals", "TYPE=File;Size=12;MODIFY=20261122045030; a\r\n", {"a 12 1795323030/1"}, {}},
       {"others, too", "unix.mode=0644;type=file;x.y=;perm=r; a\r\n", {"a - -"}, {}},
@@ -35,7 +35,7 @@ TEST(Mlsd, ReadsFacts) {
 }
 
 TEST(Mlsd, NamesBeginBehindTheFirstBlank) {
-  ExpectLines({
+  ExpectMlsdLines({
       {"blanks", "type=file; a b \r\n", {"a b  - -"}, {}},
       {"blanks first", "type=file;   a\r\n", {"  a - -"}, {}},
       {"what separates facts", "type=file; a; type=dir; b\r\n", {"a; type=dir; b - -"}, {}},
@@ -46,7 +46,7 @@ TEST(Mlsd, NamesBeginBehindTheFirstBlank) {
 }
 
 TEST(Mlsd, LeavesOutWhatIsNoFileAndNoFolder) {
-  ExpectLines({
+  ExpectMlsdLines({
       {"a link", "type=OS.unix=slink:/target; a\r\n", {}, {"a"}},
       {"a link of another server", "type=OS.unix=symlink; a\r\n", {}, {"a"}},
       {"a device", "type=OS.unix=chr-1/3; null\r\n", {}, {"null"}},

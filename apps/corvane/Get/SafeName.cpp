@@ -12,7 +12,7 @@ namespace CorvaneCli {
 namespace {
 
 // File systems take 255; the rest is for ".part.json" and the like.
-constexpr std::size_t kMostBytes = 200;
+constexpr std::size_t kMostNameBytes = 200;
 constexpr std::size_t kLongestExtension = 16;
 constexpr std::string_view kNotAtTheEnd = " \t.";
 
@@ -44,12 +44,12 @@ void CutTo(std::size_t most, std::string& utf8) {
 }
 
 void Shorten(std::string& name) {
-  if (name.size() <= kMostBytes) return;
+  if (name.size() <= kMostNameBytes) return;
   const std::size_t dot = name.rfind('.');
   const bool hasExtension = dot != std::string::npos && dot > 0 && name.size() - dot <= kLongestExtension;
   const std::string extension = hasExtension ? name.substr(dot) : std::string();
   name.resize(name.size() - extension.size());
-  CutTo(kMostBytes - extension.size(), name);
+  CutTo(kMostNameBytes - extension.size(), name);
   name += extension;
   TrimEnd(name);
 }

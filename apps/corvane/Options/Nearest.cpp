@@ -6,7 +6,7 @@
 namespace CorvaneCli {
 namespace {
 
-constexpr std::size_t kMostNames = 3;
+constexpr std::size_t kMostSuggestions = 3;
 constexpr std::size_t kLongestName = 40;  // longer than any; what is typed may be of any length
 
 // The number of slips between two words (the optimal string alignment distance).
@@ -48,7 +48,7 @@ std::vector<std::string> NearestNames(std::string_view typed, const std::vector<
       nearest.push_back(name);
     }
   }
-  if (nearest.size() > kMostNames) nearest.resize(kMostNames);
+  if (nearest.size() > kMostSuggestions) nearest.resize(kMostSuggestions);
   return nearest;
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 using Corvane::ZTreeDownload;
 
-constexpr std::size_t kPieceBytes = std::size_t{1} << 16;
+constexpr std::size_t kJsonPieceBytes = std::size_t{1} << 16;
 
 Json StatisticsOf(const ZTreeDownload::Statistics& statistics) {
   return {{"folders", statistics.folders},
@@ -72,7 +72,7 @@ class Pieces {
     std::string piece;
     piece.swap(m_head);
     const std::deque<ZTreeDownload::Item>& items = m_journal.Items();
-    for (; m_next < items.size() && piece.size() < kPieceBytes; ++m_next) {
+    for (; m_next < items.size() && piece.size() < kJsonPieceBytes; ++m_next) {
       piece += m_next == 0 ? "\n    " : ",\n    ";
       piece += Dump(FileOf(items[m_next]), -1);
     }
