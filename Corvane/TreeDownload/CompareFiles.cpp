@@ -69,21 +69,41 @@ void TreeRun::CompareFiles() {
 
 void TreeRun::CompareFolder(std::size_t number) {
   const LocalTree::Folder here = m_local.IsOpen() ? m_local.Open(*m_tree, number, false) : nullptr;
-  const bool isMissing = here == nullptr && (!m_local.IsOpen() || errno == ENOENT);
-  if (here == nullptr && !isMissing) {
-    const ZString text = errno == ENOTDIR ? ZString(L"Something that is no folder stands in its place.")
-                                          : ZGetErrorMsg(ResultFromErrno(errno));
-    m_closedFolders.insert(number);
-    FailFolder(number, TRANSFER_E_DOWNLOAD, text, Action::Refuse, Reason::InTheWay);
-  }
+  const int error = here == nullptr && m_local.IsOpen() ? errno : 0;
+  if (error != 0 && error != ENOENT) return RefuseFolder(number, error);
   const TreeFolder& folder = m_tree->Folder(number);
   for (std::size_t i = 0; i < folder.files.size() && MayGoOn(); ++i) {
     const TreeFile& file = folder.files[i];
-    FileHere local{isMissing ? FileHere::Kind::None : FileHere::Kind::Other};
-    if (here != nullptr) local = LocalTree::Look(*here, file.name.c_str());
+    const FileHere local = here != nullptr ? LocalTree::Look(*here, file.name.c_str()) : FileHere();
     const Wanted wanted{static_cast<std::uint32_t>(number), static_cast<std::uint32_t>(i)};
-    Decide(wanted, DecideByListing(local, file.there));
+    if (local.error != 0) {
+      RefuseFile(wanted, Reason::None, ZGetErrorMsg(ResultFromErrno(local.error)));
+    } else {
+      Decide(wanted, DecideByListing(local, file.there));
+    }
   }
+}
+
+// One that cannot be entered. Its files are told, too: they are on the server, and will not be here.
+void TreeRun::RefuseFolder(std::size_t number, int error) {
+  const bool isInTheWay = error == ENOTDIR;
+  const Reason reason = isInTheWay ? Reason::InTheWay : Reason::None;
+  const ZString cause = ZGetErrorMsg(ResultFromErrno(error));
+  m_closedFolders.insert(number);
+  FailFolder(number, TRANSFER_E_DOWNLOAD, isInTheWay ? L"Something that is no folder stands in its place." : cause,
+             Action::Refuse, reason);
+  const ZString text = isInTheWay ? ZString(L"Something that is no folder stands in the place of its folder.")
+                                  : ZString(L"Its folder cannot be entered: %1").Arg(cause);
+  const std::size_t count = m_tree->Folder(number).files.size();
+  for (std::size_t i = 0; i < count && MayGoOn(); ++i)
+    RefuseFile({static_cast<std::uint32_t>(number), static_cast<std::uint32_t>(i)}, reason, text);
+}
+
+void TreeRun::RefuseFile(const Wanted& file, Reason reason, const ZString& text) {
+  Item item = ItemOf(file);
+  item.action = Action::Refuse;
+  item.reason = reason;
+  FailFile(std::move(item), TRANSFER_E_DOWNLOAD, text);
 }
 
 void TreeRun::Decide(const Wanted& file, const Decision& decision) {
@@ -105,12 +125,8 @@ void TreeRun::Decide(const Wanted& file, const Decision& decision) {
         return;
       }
       return Want(wanted);
-    case Verdict::Refuse: {
-      Item item = ItemOf(wanted);
-      item.action = Action::Refuse;
-      FailFile(std::move(item), TRANSFER_E_DOWNLOAD, L"Something that is no file stands in its place.");
-      return;
-    }
+    case Verdict::Refuse:
+      return RefuseFile(wanted, decision.reason, L"Something that is no file stands in its place.");
   }
 }
 

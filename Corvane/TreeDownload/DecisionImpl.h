@@ -15,6 +15,7 @@ struct FileHere {
   Kind kind = Kind::None;
   unsigned long long size = 0;  // bytes
   long long time = 0;           // seconds since the epoch
+  int error = 0;                // errno when it cannot be looked at, and is Other then
 };
 
 // What the server tells of a file, in a listing or in an answer.

@@ -70,7 +70,10 @@ LocalTree::Folder LocalTree::Open(const Tree& tree, std::size_t folder, bool cre
 FileHere LocalTree::Look(const Descriptor& folder, const char* name) noexcept {
   struct stat status {};
   if (fstatat(folder.Get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    return {errno == ENOENT ? FileHere::Kind::None : FileHere::Kind::Other};
+    if (errno == ENOENT) return {};
+    FileHere unseen{FileHere::Kind::Other};
+    unseen.error = errno;
+    return unseen;
   }
   if (!S_ISREG(status.st_mode)) return {FileHere::Kind::Other};
   return {FileHere::Kind::File, static_cast<unsigned long long>(status.st_size), status.st_mtim.tv_sec};

@@ -97,6 +97,8 @@ class TreeRun final : public ConnectionsOwner {
   // CompareFiles.cpp
   void CompareFiles();
   void CompareFolder(std::size_t folder);
+  void RefuseFolder(std::size_t folder, int error);
+  void RefuseFile(const Wanted& file, Reason reason, const ZString& text);
   void Decide(const Wanted& file, const Decision& decision);
   void TakeAnswer(const Wanted& file, const FileThere& there);
   void KeepFile(const Wanted& file, Reason reason);

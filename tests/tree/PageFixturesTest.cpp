@@ -12,6 +12,7 @@ namespace {
 
 using Corvane::Page;
 using Corvane::PageEntry;
+using namespace std::string_literals;
 using testing::IsEmpty;
 
 std::vector<std::string> Fixtures(const std::string& folder, const std::vector<std::string>& servers) {
@@ -162,6 +163,24 @@ TEST(PageFixtures, WhatIsNoPageOfADirectoryIsNoListing) {
     const Page page = ReadFixture(fixture);
     EXPECT_FALSE(page.isListing) << fixture;
     EXPECT_THAT(page.entries, IsEmpty()) << fixture;
+  }
+}
+
+// What looks like nginx's page up to its columns: a size that means something else must not be compared with.
+TEST(PageColumns, AreReadOnlyWhereTheyHaveNginxsExactForm) {
+  const auto described = [](const std::string& columns) {
+    return Described(
+        ReadPage("<html><head><title>Index of /pub/dir/</title></head><body>\n<h1>Index of /pub/dir/</h1><hr><pre>"
+                 "<a href=\"../\">../</a>\n<a href=\"a\">a</a>   " +
+                 columns + "\n</pre></body></html>"));
+  };
+  const auto field = [](const std::string& size) { return ' ' + std::string(19 - size.size(), ' ') + size; };
+  EXPECT_THAT(described("22-Nov-2026 04:50" + field("5")), testing::ElementsAre("a 5 1795323000/60"));
+  for (const std::string& other :
+       {"22/Nov/2026 04:50" + field("5"), "22-Nov-2026T04:50" + field("5"), "22-Nov-2026 04.50" + field("5"),
+        "2-Nov-2026 04:50" + field("5"), "22-Nox-2026 04:50" + field("5"), "32-Nov-2026 04:50" + field("5"),
+        "22-Nov-2026 04:50" + field("5") + ' ', "22-Nov-2026 04:50 5"s, "22-Nov-2026 04:50"s, "22-Nov"s, ""s}) {
+    EXPECT_THAT(described(other), testing::ElementsAre("a - -")) << other;
   }
 }
 

@@ -215,7 +215,10 @@ TEST_F(TreeFailure, IsWhatStandsInTheWay) {
   const TreeResult result = Download();
   EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_E_DOWNLOAD));
   EXPECT_EQ(result.PathsWith(Action::Refuse), (std::set<std::string>{"a", "b/", "b/c", "b/d"}));
-  EXPECT_EQ(result.ReasonOf("a"), Reason::InTheWay);
+  for (const char* const path : {"a", "b/", "b/c", "b/d"}) EXPECT_EQ(result.ReasonOf(path), Reason::InTheWay) << path;
+  EXPECT_EQ(result.TextOf("a"), "Something that is no file stands in its place.");
+  EXPECT_EQ(result.TextOf("b/"), "Something that is no folder stands in its place.");
+  EXPECT_EQ(result.TextOf("b/c"), "Something that is no folder stands in the place of its folder.");
   EXPECT_TRUE(HoldsTree(Target(), {{"a/", ""}, {"b", "a file"}, {"z", "4444"}}));
 }
 

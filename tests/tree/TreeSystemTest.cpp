@@ -131,9 +131,23 @@ TEST_F(TreeOnAnUnwillingSystem, AFolderThatCannotBeOpenedIsToldOnceAndLeftAlone)
   const TreeResult result = Download();
   EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_E_DOWNLOAD));
   ExpectText(result, "b/", EACCES);
-  EXPECT_EQ(result.ActionOf("b/"), Action::Refuse);
+  EXPECT_EQ(result.PathsWith(Action::Refuse), (std::set<std::string>{"b/", "b/c"}));
+  EXPECT_EQ(result.ReasonOf("b/"), Reason::None);
+  EXPECT_EQ(result.ReasonOf("b/c"), Reason::None);
+  EXPECT_EQ(result.TextOf("b/c"), "Its folder cannot be entered: " + MessageOf(Corvane::ResultFromErrno(EACCES)));
   EXPECT_EQ(result.statistics.foldersFailed, 1U);
   EXPECT_EQ(ReadFile(Target() / "b/other"), "x");
+}
+
+TEST_F(TreeOnAnUnwillingSystem, AFileThatCannotBeLookedAtIsNamedWithTheCause) {
+  ASSERT_THAT(Download().code, IsCode(Corvane::TRANSFER_S_FINISHED));
+  Refusals refusals;
+  refusals.look["c"] = EACCES;
+  const TreeResult result = Download();
+  ExpectText(result, "b/c", EACCES);
+  EXPECT_EQ(result.ActionOf("b/c"), Action::Refuse);
+  EXPECT_EQ(result.ReasonOf("b/c"), Reason::None);
+  EXPECT_TRUE(HoldsTree(Target(), {{"a", "1"}, {"b/c", "22"}, {"d/e", "333"}}));
 }
 
 TEST_F(TreeOnAnUnwillingSystem, AFolderThatCannotBeMadeLeavesTheOthersAlone) {

@@ -9,6 +9,8 @@ namespace CorvaneTest {
 
 namespace fs = std::filesystem;
 
+std::string TreeResult::TextOf(const std::string& path) const { return Narrow(items.at(path).text); }
+
 std::set<std::string> TreeResult::PathsWith(Action action) const {
   std::set<std::string> paths;
   for (const auto& [path, item] : items) {

@@ -36,6 +36,7 @@ struct TreeResult {
   [[nodiscard]] Action ActionOf(const std::string& path) const { return items.at(path).action; }
   [[nodiscard]] Reason ReasonOf(const std::string& path) const { return items.at(path).reason; }
   [[nodiscard]] Corvane::ZResult ResultOf(const std::string& path) const { return items.at(path).result; }
+  [[nodiscard]] std::string TextOf(const std::string& path) const;
   [[nodiscard]] std::set<std::string> PathsWith(Action action) const;
 };
 std::ostream& operator<<(std::ostream& stream, const TreeResult& result);
