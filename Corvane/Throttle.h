@@ -24,8 +24,11 @@ namespace Corvane {
 // All transfers of the process feed one instance, which hosts reach through ZTransfer::SetThrottling, StartMulti and
 // FinishMulti. An object of one's own is of use for other data.
 //
-// Thread safety: all operations from any thread. Throttle sleeps while it holds the object's lock, on purpose: every other
-// thread that reports data meanwhile waits too, so that it is the combined rate that is limited.
+// The bytes of a period are counted in 32 bits, and wrap at 4 GiB: a limit that allows more in 180 seconds (23,301 KiB per
+// second) is not kept, and a link that brings more in the 10 seconds may be taken for a slow one.
+//
+// Thread safety: all operations but RestartThrottling from any thread. Throttle sleeps while it holds the object's lock, on
+// purpose: every other thread that reports data meanwhile waits too, so that it is the combined rate that is limited.
 // Errors: none. Only an exception of the host's logger passes out of Throttle, after the lock is released.
 class CORVANE_ZN_API ZThrottle {
  public:
