@@ -28,8 +28,8 @@ struct ZTransferOptions {
 
   // Request headers, each "NAME: VALUE", sent to HTTP servers in this order. They replace what libcurl would send under the same
   // name; an empty value sends an empty field. Refused are a name that is no token (RFC 9110, section 5.6.2), a character below
-  // the blank or DEL in a value, a name that comes twice, and the fields that the library and libcurl need for themselves: Range,
-  // If-Range, User-Agent, Content-Length, Transfer-Encoding, Connection.
+  // the blank, but for the tab, or DEL in a value, a name that comes twice, and the fields that the library and libcurl need for
+  // themselves: Range, If-Range, User-Agent, Content-Length, Transfer-Encoding, Connection.
   ZStringList headers;
 
   // The field User-Agent; empty: none is sent. The same characters are refused as in a header's value.
@@ -92,8 +92,9 @@ class ZTransferTrace {
   // Called on the transferring thread, without any lock. `line` has no line end; the one after a header's last is empty. It may hold
   // any character that a server sends, those that move a terminal's cursor, too; ill-formed UTF-8 is U+FFFD in it.
   // "***" stands for what may be a secret: passwords in URLs, the password sent to an FTP server, the values of Authorization,
-  // Proxy-Authorization, Cookie and Set-Cookie, and those of all fields of ZTransferOptions::headers, sent or received; and for all
-  // that is sent to a server of another protocol than HTTP and FTP. Queries of URLs are shown as they are.
+  // Proxy-Authorization, Cookie and Set-Cookie, and those of all fields of ZTransferOptions::headers, sent or received; and for
+  // all that is sent to a server of another protocol than HTTP and FTP, or for a URL without a scheme. Queries of URLs are shown
+  // as they are.
   // Must not start an operation of the same object. An exception ends the operation no sooner; it is passed to the operation's
   // caller, and no further line of that operation is told.
   virtual void Line(Kind kind, const ZString& line) = 0;
