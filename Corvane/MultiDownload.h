@@ -45,8 +45,9 @@ struct LeftOut {
 // Names that a server lists are taken as plain file names: nothing outside the target directory is created, changed or
 // removed.
 //
-// Thread safety: Download runs on the calling thread, one at a time per object. While it runs, other threads may call
-// the getters, Wait and Abort at any time; setters, Attach and Detach are refused with BASE_E_BUSY.
+// Thread safety: Download runs on the calling thread, one at a time per object; a second one is refused with
+// BASE_E_BUSY. While it runs, other threads may call the getters, Wait and Abort at any time; setters, Attach and
+// Detach are refused with BASE_E_BUSY.
 // Errors: result codes, see TransferErrorCodes.h. An exception from a host's observer or logger ends the run, leaves
 // the object idle and reaches the caller of Download, as std::bad_alloc does.
 class CORVANE_ZN_API ZMultiDownload {
@@ -131,9 +132,9 @@ class CORVANE_ZN_API ZMultiDownload {
   [[nodiscard]] unsigned long long GetTransferSize() const;
   // Mean rate in KiB per second up to the end of the last transfer.
   [[nodiscard]] unsigned int GetTransferRate() const;
-  // TRANSFER_E_NOT_STARTED before anything was fetched, and after an abort during the listing. TRANSFER_E_SIZE_MISMATCH
-  // tells that the LAST file fetched has not the expected size; a mismatch before it is replaced by the next file's
-  // result.
+  // TRANSFER_E_NOT_STARTED before the first run, while the listing is fetched, and after an abort during the listing;
+  // then TRANSFER_S_FINISHED as long as nothing has failed. TRANSFER_E_SIZE_MISMATCH tells that the LAST file fetched
+  // has not the expected size; a mismatch before it is replaced by the next file's result.
   [[nodiscard]] ZResult GetStatus() const;
   // The text for GetStatus; a copy of the calling thread's, valid as ZTransfer::GetError's.
   [[nodiscard]] const ZString& GetError() const;
@@ -148,8 +149,10 @@ class CORVANE_ZN_API ZMultiDownload {
 
   // --- Control, from any thread. ---
 
-  // Asks the running Download to end, which it does within about a second. Returns at once, always 0. Without a running
-  // Download nothing happens.
+  // Asks the running Download to end, which it does within about a second, or at the end of the throttle's sleep. Its
+  // code is TRANSFER_E_ABORTED; but TRANSFER_E_NOT_STARTED while the listing is fetched, and TRANSFER_E_CONNECT while
+  // a file has no answer yet. Returns at once, always 0. Without a running Download nothing happens, and an abort
+  // that comes while one is just beginning may be lost.
   ZResult Abort();
   // Waits until no Download runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs, or when the one
   // that ran has ended and another has begun since. Not for observers, which would wait for themselves.
@@ -167,9 +170,12 @@ class CORVANE_ZN_API ZMultiDownload {
   // join the path before it. A fragment ("#top") is dropped.
   // With `resume`, files that are complete are skipped and partial ones continued; without, all are fetched afresh.
   // Needs the expected sizes to tell complete from partial: a file whose size is not known is always fetched again.
-  // Stops at the first file that cannot be fetched; files fetched until then stay, with their times. A listing of more
-  // than 134,217,728 bytes gives TRANSFER_E_CURL_BASE | 63 and none of its files. A folder, device, FIFO or socket in
-  // the place of a file gives TRANSFER_E_DOWNLOAD and stays.
+  // Before the first file is fetched, those here that are stale, larger than expected, of unknown size or, without
+  // `resume`, partial are removed; so they are gone also when the run then stops, or fails for want of space.
+  // Stops at the first file that cannot be fetched; files fetched until then stay, with their times. A listing of
+  // more than 134,217,728 bytes gives TRANSFER_E_CURL_BASE | 63 and none of its files. A folder, device, FIFO or
+  // socket in the place of a file gives TRANSFER_E_DOWNLOAD and stays. A symbolic link there is the user's own: one
+  // that leads to a file which is kept, overwritten or continued is followed, of any other the link is removed.
   ZResult Download(const ZString& url, const ZString& dir, bool resume);
 
  private:
