@@ -16,7 +16,7 @@ constexpr ZResult TRANSFER_S_FINISHED = 0x00010000;
 constexpr ZResult TRANSFER_E_SYSTEM_INIT = 0x80011000;
 // "Download not started yet": nothing has run on the object since its construction or reset.
 constexpr ZResult TRANSFER_E_NOT_STARTED = 0x80011001;
-// "Download is currently in progress": told to observers, never stored as an object's status.
+// "Download is currently in progress": told to observers, and the status of a ZTreeDownload while it runs; no operation returns it.
 constexpr ZResult TRANSFER_E_IN_PROGRESS = 0x80011002;
 // "Download aborted by user": Abort was called. Start the operation again when it is wanted after all.
 constexpr ZResult TRANSFER_E_ABORTED = 0x80011003;
@@ -33,7 +33,8 @@ constexpr ZResult TRANSFER_E_POST = 0x8001138B;
 constexpr ZResult TRANSFER_E_DISK_SPACE = 0x8001138C;
 // "Invalid URL": correct the URL; nothing was fetched.
 constexpr ZResult TRANSFER_E_INVALID_URL = 0x8001138D;
-// "Download file size mismatch": the file is not as long as was expected. Fetch it afresh, or resume it if it is shorter.
+// "Download file size mismatch": the file is not as long as was expected or, of a tree, has another checksum. Fetch it
+// afresh, or resume it if it is shorter.
 constexpr ZResult TRANSFER_E_SIZE_MISMATCH = 0x8001138E;
 
 // A failure n of libcurl (libcurl-errors(3)) is reported as TRANSFER_E_CURL_BASE | (n & 0xFFFF). These codes have no message in

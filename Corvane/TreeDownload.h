@@ -61,8 +61,8 @@ struct ZTreeOptions {
   // As ZTransferOptions::userAgent.
   ZString userAgent;
 
-  // The most folders of the tree. This and the next two are limits against servers that never end: reaching one is a failure, and nothing
-  // is deleted then.
+  // The most folders of the tree. This and the next two are limits against servers that never end: going beyond one is a failure, and
+  // nothing is deleted then.
   unsigned int mostFolders = 100000;
   unsigned int mostEntries = 10000000;              // the most files and folders of the tree; see `mostFolders`
   unsigned long long mostPageBytes = 128ULL << 20;  // the most bytes of one folder's page; see `mostFolders`
@@ -82,8 +82,8 @@ struct ZTreeOptions {
 // Servers are not trusted: nothing outside the directory is created, changed or removed, and no symbolic link in it is followed.
 //
 // Thread safety: one run at a time per object, on the thread that calls Download or Plan; the library starts no thread. While it
-// runs, other threads may call the getters, Wait and Abort at any time; settings are refused with BASE_E_BUSY. Two runs into one
-// directory, also of different processes, exclude each other.
+// runs, other threads may call the getters, Wait and Abort at any time; settings are refused with BASE_E_BUSY. Two runs of Download
+// into one directory, also of different processes, exclude each other.
 // Errors: result codes, see TransferErrorCodes.h. An exception from a host's observer or logger ends the run, leaves the object
 // idle and reaches the caller of the run.
 class CORVANE_ZN_API ZTreeDownload {
@@ -123,7 +123,7 @@ class CORVANE_ZN_API ZTreeDownload {
     Action action = Action::Fetch;           // what a plan would do, or a run has done
     Reason reason = Reason::None;            // why
     std::optional<unsigned long long> size;  // bytes on the server; of a deleted file here
-    ZResult result = 0;                      // 0, or the code of the failure; in a plan only asking can fail
+    ZResult result = 0;                      // 0, or the code of the failure, in a plan, too
     ZString text;                            // what there is to say about a failure; empty without one
     unsigned int attempts = 0;               // requests made for the file's content
     long httpStatus = 0;                     // of the last one, of a folder's page, too; 0 without an answer of HTTP
@@ -152,7 +152,7 @@ class CORVANE_ZN_API ZTreeDownload {
     Phase phase = Phase::Idle;             // what the run is at
     std::size_t folders = 0;               // listed, the directory itself included
     std::size_t filesKnown = 0;            // listed, without those that the patterns leave out
-    std::size_t filesToFetch = 0;          // of these; grows until Phase::Fetching
+    std::size_t filesToFetch = 0;          // of these; 0 until all are compared
     std::size_t filesFetched = 0;          // from their beginning
     std::size_t filesResumed = 0;          // continued
     std::size_t filesKept = 0;             // up to date before
@@ -192,11 +192,11 @@ class CORVANE_ZN_API ZTreeDownload {
     const long long seconds = SecondsOf(limit);
     return seconds < 0 ? ResultFromErrno(EINVAL) : SetTimeout(static_cast<unsigned long>(seconds));
   }
-  // How servers of https are verified, also where a redirect leads to: that the certificate names the host, and that it is signed by
-  // one of the certificates in the directory `caDir` (hashed as by openssl-rehash(1)) or the file `caFile` (PEM); with two empty
-  // names by one of those that libcurl knows by itself. Until this is called both are checked. Returns 0; BASE_E_BUSY;
-  // BASE_E_INVALID_NAME for a path that the locale cannot express or that is not there; the code of ENOMEM. After a failure
-  // everything is as it was.
+  // How servers of https are verified, also where a redirect leads to: that the certificate names the host, and that it is signed
+  // by one of the certificates in the directory `caDir` (hashed as by openssl-rehash(1)) or the file `caFile` (PEM); with two
+  // empty names by one of those that libcurl knows by itself, which it may also accept when one name is given. Until this is
+  // called both are checked. Returns 0; BASE_E_BUSY; BASE_E_INVALID_NAME for a path that the locale cannot express or that is not
+  // there; the code of ENOMEM. After a failure everything is as it was.
   [[nodiscard]] ZResult SetSSL(bool verifyHost, bool verifyPeer, const ZString& caFile, const ZString& caDir);
   // As ZTransfer::SetCredentials.
   [[nodiscard]] ZResult SetCredentials(const ZString& user, const ZString& password);
@@ -223,8 +223,9 @@ class CORVANE_ZN_API ZTreeDownload {
 
   // --- Control, from any thread. ---
 
-  // Asks the run to end, which it does within a second with TRANSFER_E_ABORTED, or at the end of the throttle's sleep. What is
-  // under way stays to be continued. Returns at once, always 0. Without a run nothing happens.
+  // Asks the run to end, which it does within a second, or at the end of the throttle's sleep, with TRANSFER_E_ABORTED, or with
+  // the code of what had failed before. What is under way stays to be continued. Returns at once, always 0. Without a run nothing
+  // happens.
   ZResult Abort();
   // Waits until no run is on, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none is. Not for observers.
   bool Wait(unsigned long milliseconds);
@@ -236,9 +237,10 @@ class CORVANE_ZN_API ZTreeDownload {
 
   // --- The operations. ---
 
-  // Makes `dir` hold what `url` holds. `dir` is made when it is missing. A URL without a scheme is taken as http; only http, https and
-  // ftp are taken. Returns TRANSFER_S_FINISHED when every file is here and up to date. Else the code of the first failure; what
-  // could be fetched is here all the same, and the same call makes good what is missing:
+  // Makes `dir` hold what `url` holds. `dir` is made when it is missing. A URL without a scheme is taken as http; only http,
+  // https and ftp are taken. A query goes with the request for the directory's own page alone; a fragment is dropped. Returns
+  // TRANSFER_S_FINISHED when every file is here and up to date. Else the code of the first failure; what could be fetched is here
+  // all the same, and the same call makes good what is missing:
   //   TRANSFER_E_INVALID_URL     the URL; nothing was fetched
   //   TRANSFER_E_CONNECT         an answer outside 200 to 299
   //   TRANSFER_E_CURL_BASE | n   libcurl's failure n
@@ -247,11 +249,13 @@ class CORVANE_ZN_API ZTreeDownload {
   //   TRANSFER_E_DOWNLOAD        a page is no listing, a limit was reached, something is in the way, or the local side failed; the
   //                              text tells which
   //   TRANSFER_E_ABORTED         Abort was called
+  //   BASE_E_INVALID_NAME        the directory's name is empty, or one that the locale cannot express
   //   BASE_E_IN_USE              a run is on, of this object or, by the lock in DIR/.corvane, of another one
   ZResult Download(const ZString& url, const ZString& dir);
 
   // Tells the observers what Download would do, by the same decisions: asks for pages, and for files without their content, and
-  // changes nothing here.
+  // changes nothing here. Takes no lock, so that it may be asked while another object's run is on in `dir`. Returns
+  // TRANSFER_S_FINISHED, or the code of the first failure.
   ZResult Plan(const ZString& url, const ZString& dir);
 
  private:
