@@ -150,9 +150,9 @@ class CORVANE_ZN_API ZMultiDownload {
   // --- Control, from any thread. ---
 
   // Asks the running Download to end, which it does within about a second, or at the end of the throttle's sleep. Its
-  // code is TRANSFER_E_ABORTED; but TRANSFER_E_NOT_STARTED while the listing is fetched, and TRANSFER_E_CONNECT while
-  // a file has no answer yet. Returns at once, always 0. Without a running Download nothing happens, and an abort
-  // that comes while one is just beginning may be lost.
+  // code is TRANSFER_E_ABORTED; but TRANSFER_E_NOT_STARTED while the listing is fetched, and over HTTP
+  // TRANSFER_E_CONNECT while a file has no answer yet. Returns at once, always 0. Without a running Download nothing
+  // happens, and an abort that comes while one is just beginning may be lost.
   ZResult Abort();
   // Waits until no Download runs, up to `milliseconds`, 0xFFFFFFFF: without limit. True when none runs, or when the one
   // that ran has ended and another has begun since. Not for observers, which would wait for themselves.

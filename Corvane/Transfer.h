@@ -195,9 +195,9 @@ class CORVANE_ZN_API ZTransfer {
   // Aborts a running operation, waits for its end, and sets what the getters tell back to the state after construction. Settings
   // and observers stay. Always 0. Not for observers: they would wait for themselves.
   ZResult Reset();
-  // Asks the running operation to end; it does so within about a second, with TRANSFER_E_ABORTED, but a DownloadFile for which no answer
-  // had come yet with TRANSFER_E_CONNECT, as without any answer. One that sleeps for the throttle, 10 seconds at a time at most, ends when
-  // it wakes up. Returns at once, always 0.
+  // Asks the running operation to end; it does so within about a second, with TRANSFER_E_ABORTED, but a DownloadFile over HTTP
+  // for which no answer had come yet with TRANSFER_E_CONNECT, as without any answer. One that sleeps for the throttle, 10 seconds
+  // at a time at most, ends when it wakes up. Returns at once, always 0.
   // Without a running operation nothing happens. An abort that comes while an operation is just beginning may be lost, and one
   // that comes with the last block of the body too late: the operation then ends with TRANSFER_S_FINISHED, and all has come. A
   // PostData that waits for another thread's operation is not running yet: the abort ends the operation that it waits for, and it
