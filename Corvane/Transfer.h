@@ -77,7 +77,8 @@ class CORVANE_ZN_API ZTransfer {
 
   // The limit in seconds for connecting, and for the transfer a sliding one: each block of body data moves it to this long after
   // the time already spent (plus 10 seconds after UseThrottling(false)). 300 at first. Uploads and header lines do not move it.
-  // 0: no limit of the library's; libcurl's own for connecting, 300 seconds, then still holds.
+  // 0: no limit of the library's; libcurl's own for connecting, 300 seconds, then still holds. For the reply of an FTP
+  // server to a command libcurl has a limit of its own, which holds always (2 minutes in libcurl 7.88).
   // 2,147,483 seconds (24 days), which is what libcurl takes, stand for anything longer, and are the longest that an operation
   // lasts unless there is no limit. Limits follow a clock that nobody sets.
   // Always returns 0; accepted also while an operation runs, from its next block on.

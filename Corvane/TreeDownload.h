@@ -184,7 +184,8 @@ class CORVANE_ZN_API ZTreeDownload {
   // --- Settings. They persist from run to run. ---
 
   // A request that moves no byte for so many seconds is given up, 300 at first, as is a connection that does not come about in this
-  // time; 0: no limit but libcurl's own for connecting, 300 seconds. Returns 0, or BASE_E_BUSY.
+  // time; 0: no limit but libcurl's own, for connecting 300 seconds, for the reply of an FTP server 2 minutes (in libcurl 7.88).
+  // Returns 0, or BASE_E_BUSY.
   ZResult SetTimeout(unsigned long seconds);
   // The same in any unit, rounded up to seconds. Returns the code of EINVAL for a negative time, and leaves the limit as it was.
   template <class Rep, class Period>
