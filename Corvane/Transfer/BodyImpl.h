@@ -17,6 +17,7 @@ struct Answer {
   bool isAcceptable = false;  // a status in 200 to 299, or no HTTP at all
   std::string_view header;    // all header lines received so far
   std::string fileVersion{};  // without HTTP: what stands for the file's version; empty when that is not known
+  long status = 0;            // of HTTP, as libcurl took it: a status line that is none by the book may say another one
 };
 
 // Where the body of an answer goes: into memory, into a file, or into a file that holds its beginning already.

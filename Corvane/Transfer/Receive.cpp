@@ -53,7 +53,10 @@ std::size_t ZTransfer::ZTransferImpl::ReceiveBody(const char* data, std::size_t 
     UpdateContentSize();
     m_request.contentSizeKnown = true;
     Body& body = *m_request.body;
-    if (body.WantsAnswer()) body.Judge({m_request.IsHttp(), CheckHeader(), m_request.header, Source().fileVersion});
+    if (body.WantsAnswer()) {
+      const AnswerSource source = Source();
+      body.Judge({m_request.IsHttp(), CheckHeader(), m_request.header, source.fileVersion, source.httpStatus});
+    }
   }
   if (!m_settings.observers.empty() && !m_request.isFirstDataNotified && total != 0) NotifyFirstData();
 

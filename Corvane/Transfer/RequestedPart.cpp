@@ -21,11 +21,11 @@ std::optional<unsigned long long> AnnouncedLength(std::string_view header) {
 
 // A Content-Range means nothing in an answer that says that it is the whole (RFC 9110, section 14.4). Servers that forget the status 206
 // are known all the same: they are believed when the body is just as long as the range.
-bool IsOfThisRange(std::string_view header, const ContentRange& range) {
-  if (StatusOf(header) != kWhole) return true;
+bool IsOfThisRange(const Answer& answer, const ContentRange& range) {
+  if (answer.status != kWhole) return true;
   std::optional<unsigned long long> end = range.total;
   if (range.last) end = *range.last + 1;
-  const std::optional<unsigned long long> length = AnnouncedLength(header);
+  const std::optional<unsigned long long> length = AnnouncedLength(answer.header);
   return end && length && *length == *end - range.first;
 }
 
@@ -43,7 +43,7 @@ void RequestedPart::Judge(const Answer& answer) {
   if (m_isRefused) return;
   if (answer.isHttp) {
     m_range = AnnouncedRange(answer.header);
-    m_isRangeMissing = !m_range || m_range->first != m_position || !IsOfThisRange(answer.header, *m_range);
+    m_isRangeMissing = !m_range || m_range->first != m_position || !IsOfThisRange(answer, *m_range);
   }
   if (!m_isChecked) return;
   // A server may leave If-Range aside and splice two versions together; the beginning of a shorter one may be the same.

@@ -119,7 +119,7 @@ bool TreeRun::FileJob::BeginContent(const Reply& reply) {
   }
   const std::optional<unsigned long long> whole =
       reply.contentLength ? std::optional(*reply.contentLength + m_requested->Position()) : std::nullopt;
-  m_requested->Judge({reply.isHttp, true, reply.header, VersionOf(reply, whole)});
+  m_requested->Judge({reply.isHttp, true, reply.header, VersionOf(reply, whole), reply.status});
   CountHere(m_requested->Held());
   return IsRoomFor(reply.contentLength.value_or(0));
 }

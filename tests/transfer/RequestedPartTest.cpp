@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <tuple>
 
 #include <Corvane/Transfer/FileVersionImpl.h>
 
@@ -21,7 +22,7 @@ class ARequestedPart : public testing::Test {
  protected:
   void Judge206(const std::string& fields) {
     header = "HTTP/1.1 206 Partial Content\r\n" + fields + "\r\n";
-    part.Judge({true, true, header, ""});
+    part.Judge({true, true, header, "", 206});
   }
 
   RequestedPart::End Ended(CURLcode code, bool hasContent = true) const {
@@ -52,6 +53,19 @@ TEST_F(ARequestedPart, TakesWhatWasAnnouncedAndIsWhole) {
   EXPECT_FALSE(part.Refuse(Ended(CURLE_OK)));
   EXPECT_TRUE(part.IsEndKnown(Ended(CURLE_OK)));
   EXPECT_FALSE(part.Admits(1));
+}
+
+// "HTTP/q.1 206" is 200 to libcurl, and to GetHttpStatus.
+TEST_F(ARequestedPart, IsJudgedByTheStatusThatLibcurlTook) {
+  const std::string line = "HTTP/q.1 206 Partial Content\r\n";
+  const std::string range = "Content-Range: bytes 5000000000-5000000009/5000000010\r\n";
+  for (const auto& [status, length, isTaken] :
+       {std::tuple{206, "", true}, std::tuple{200, "", false}, std::tuple{200, "Content-Length: 10\r\n", true}}) {
+    RequestedPart other{kPosition, kPosition};
+    header = line + range + length + "\r\n";
+    other.Judge({true, true, header, "", status});
+    EXPECT_EQ(other.Admits(4), isTaken) << status << length;
+  }
 }
 
 TEST_F(ARequestedPart, IsNotWholeBeforeTheResourceEnds) {
