@@ -31,7 +31,8 @@ struct ZSystemTrust {
 [[nodiscard]] CORVANE_ZN_API ZSystemTrust ZFindSystemTrust();
 
 // Whether `directory` holds a certificate under its hash which this process may read: for hosts that let somebody name
-// a directory. SetSSL takes any that exists, and with one that does not hold any every server is refused.
+// a directory. SetSSL takes any that exists; with one that does not hold any, libcurl knows none but those of its own default file, if
+// it was built with one.
 // Thread safety: any thread. Errors: false, also for a name that the locale cannot express; throws only std::bad_alloc.
 [[nodiscard]] CORVANE_ZN_API bool ZHoldsTrustedCertificates(const ZString& directory);
 

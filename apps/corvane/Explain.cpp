@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <initializer_list>
+#include <optional>
 #include <string_view>
 
 #include <Corvane/Base/ErrorDict.h>
@@ -200,9 +201,24 @@ Explanation ExplainLibraryCode(const Report& report, const Circumstances& circum
   }
 }
 
+std::string RemedyForTunnel(int status, const Report& report, const Circumstances& circumstances) {
+  if (status == 407) return RemedyForStatus(status, report, circumstances);
+  return status >= 500 ? "try again later" : "ask who runs it to let this host through";
+}
+
+// The answer is the proxy's: nothing came from the server.
+Explanation ExplainTunnel(int status, const Report& report, const Circumstances& circumstances) {
+  const std::string answer = LastHttpStatus(fmt::format("HTTP/1.1 {}\r\n", status), status);
+  return {IsAuthenticationStatus(status) ? ExitCode::kSecurity : ExitCode::kTransfer,
+          fmt::format("{} answered {} and let nothing through; {}", Describe(*circumstances.proxy), answer,
+                      RemedyForTunnel(status, report, circumstances))};
+}
+
 }  // namespace
 
 Explanation Explain(const Report& report, const Circumstances& circumstances) {
+  const std::optional<int> tunnel = TunnelStatusIn(report.causeText);
+  if (tunnel && circumstances.proxy) return ExplainTunnel(*tunnel, report, circumstances);
   int status = 0;
   const std::string answer = LastHttpStatus(report.header, status);
   const bool isRefusal = report.status == Corvane::TRANSFER_E_CONNECT || report.status == Corvane::TRANSFER_E_POST;

@@ -8,6 +8,7 @@
 #include <limits>
 #include <string>
 
+#include "apps/corvane/Explain/HttpAnswer.h"
 #include "apps/corvane/Files.h"
 #include "apps/corvane/HttpDate.h"
 #include "apps/corvane/Text.h"
@@ -55,11 +56,6 @@ std::optional<unsigned long long> FtpReplyIn(std::string_view text) {
                       text);
 }
 
-// What a proxy answered to CONNECT, which libcurl takes for a failure to receive.
-std::optional<unsigned long long> ConnectStatusIn(std::string_view text) {
-  return NumberBehind({"CONNECT tunnel failed, response ", "Received HTTP code "}, text);
-}
-
 // Whether the peer, or the network, broke the handshake off and did not merely dislike something about it. OpenSSL 1.1 has no words
 // of its own for the end of the stream.
 bool IsBrokenHandshake(std::string_view text) {
@@ -76,7 +72,7 @@ bool IsBrokenConnection(std::string_view text) {
 
 bool IsPassingCurlFailure(unsigned int number, std::string_view text) {
   if (const auto reply = FtpReplyIn(text)) return IsPassingFtpReply(*reply);
-  if (const auto status = ConnectStatusIn(text)) return IsPassingHttpStatus(static_cast<long>(*status));
+  if (const auto status = TunnelStatusIn(text)) return IsPassingHttpStatus(*status);
   if (number == kTlsConnect) return IsBrokenHandshake(text);
   if (number == kSend || number == kReceive) return IsBrokenConnection(text);
   return Has(kPassing, number);

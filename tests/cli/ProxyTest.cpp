@@ -89,6 +89,36 @@ TEST(ProxyAnswer, NamesTheProxyThatWantsALogin) {
                                            HasSubstr("password of the proxy into http_proxy")));
 }
 
+struct TunnelCase {
+  int status;
+  int exitCode;
+  const char* text;
+};
+
+// To the request for a tunnel nobody but the proxy answers.
+TEST(ProxyAnswer, ThatRefusesATunnelIsTheProxys) {
+  const TunnelCase cases[] = {
+      {407, 4,
+       "407 Proxy Authentication Required and let nothing through; put user and password of the proxy into "
+       "https_proxy"},
+      {403, 4, "403 Forbidden and let nothing through; ask who runs it to let this host through"},
+      {405, 1, "405 Method Not Allowed and let nothing through; ask who runs it to let this host through"},
+      {502, 1, "502 Bad Gateway and let nothing through; try again later"}};
+  const TempDir folder;
+  for (const TunnelCase& c : cases) {
+    const ScriptedServer proxy(KeepAlive(Status(c.status)));
+    const std::string place = proxy.Url("").substr(7);
+    const ProgramOptions options = With("https_proxy", "http://" + place);
+    const std::string expected = "the proxy " + place + " (https_proxy) answered " + c.text;
+    const ProgramResult get = RunCorvane({"get", "https://example.com/", "--retries", "0"}, options);
+    EXPECT_EQ(get.exitCode, c.exitCode) << get.Describe();
+    EXPECT_THAT(OnlyErrorLine(get), HasSubstr(expected));
+    const ProgramResult sync = RunCorvane({"sync", "https://example.com/", folder / "here", "--retries", "0"}, options);
+    EXPECT_EQ(sync.exitCode, c.exitCode) << sync.Describe();
+    EXPECT_THAT(sync.err, HasSubstr(expected));
+  }
+}
+
 TEST(ProxyAnswer, MayBeThatOfTheProxy) {
   const ScriptedServer proxy(KeepAlive(Status(502)));
   const std::string place = proxy.Url("").substr(7);

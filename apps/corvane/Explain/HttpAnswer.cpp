@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <charconv>
 #include <optional>
 
 #include "apps/corvane/AnyCase.h"
@@ -83,6 +84,17 @@ std::string LastHttpStatus(std::string_view header, int& status) {
     if (entry.status == status) return fmt::format("{} {}", status, entry.phrase);
   }
   return std::to_string(status);
+}
+
+std::optional<int> TunnelStatusIn(std::string_view text) noexcept {
+  for (const std::string_view beginning : {"CONNECT tunnel failed, response ", "Received HTTP code "}) {
+    int status = 0;
+    if (text.starts_with(beginning) &&
+        std::from_chars(text.data() + beginning.size(), text.data() + text.size(), status).ec == std::errc()) {
+      return status;
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace CorvaneCli

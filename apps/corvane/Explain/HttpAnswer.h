@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,9 @@ namespace CorvaneCli {
 
 // The value of the last header `name` (in lower case, with its colon), valid as long as `header`.
 [[nodiscard]] std::string_view LastHeader(std::string_view header, std::string_view name);
+
+// The status with which a proxy refused the tunnel for https, from libcurl's words for a failure to receive (code 56). nullopt when
+// they tell of something else.
+[[nodiscard]] std::optional<int> TunnelStatusIn(std::string_view text) noexcept;
 
 }  // namespace CorvaneCli

@@ -106,8 +106,8 @@ that the umask allows.)",
 known, as on most HTTP servers, is always fetched again.
 
 A list has a line for each file: its name, a tab, and a number. On the server,
-"stat --printf '%n\t%s\n' *" writes that of the sizes in bytes and
-"stat --printf '%n\t%Y\n' *" that of the times in seconds since 1970.
+"find -maxdepth 1 -type f -printf '%f\t%s\n'" writes that of the sizes in
+bytes, with "%Ts" for "%s" that of the times in seconds since 1970.
 
 Examples:
   corvane mirror ftp://example.com/pub/ pub --resume
