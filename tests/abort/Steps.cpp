@@ -8,6 +8,8 @@
 
 #include "tests/support/NextFunction.h"
 
+#pragma GCC diagnostic ignored "-Wvarargs"  // the stand-ins are declared as libcurl declares what they stand for
+
 namespace CorvaneTest {
 namespace {
 
@@ -46,7 +48,7 @@ using CorvaneTest::NextFunction;
 
 CORVANE_TEST_STANDS_IN CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
   std::va_list arguments;
-  va_start(arguments, option);  // NOLINT(clang-diagnostic-varargs): as libcurl declares it
+  va_start(arguments, option);
   CURLcode result = CURLE_OK;
   if (option >= CURLOPTTYPE_OFF_T) {  // NOLINT(bugprone-branch-clone): each reads another type
     result = CorvaneTest::SetOption(handle, option, va_arg(arguments, curl_off_t));

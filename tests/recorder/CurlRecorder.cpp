@@ -11,6 +11,8 @@
 #include "tests/recorder/Allocations.h"
 #include "tests/support/NextFunction.h"
 
+#pragma GCC diagnostic ignored "-Wvarargs"  // the stand-ins are declared as libcurl declares what they stand for
+
 namespace CorvaneTest {
 namespace {
 
@@ -229,7 +231,7 @@ CORVANE_TEST_STANDS_IN CURLcode curl_easy_setopt(CURL* handle, CURLoption option
   call.handle = handle;
   call.option = option;
   std::va_list arguments;
-  va_start(arguments, option);  // NOLINT(clang-diagnostic-varargs): as libcurl declares it
+  va_start(arguments, option);
   CURLcode result = CURLE_OK;
   if (option >= CURLOPTTYPE_OFF_T) {
     const curl_off_t number = va_arg(arguments, curl_off_t);
