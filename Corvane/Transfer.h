@@ -148,7 +148,8 @@ class CORVANE_ZN_API ZTransfer {
   [[nodiscard]] unsigned long long GetContentSize() const;
   // Bytes of the body received, plus, for a resumed download, the offset from which it resumed.
   [[nodiscard]] unsigned long long GetDownloadSize() const;
-  // Bytes moved in both directions, headers included.
+  // Bytes moved in both directions, headers included, as libcurl counts them: of a body whose chunked coding breaks it counts less
+  // than it has handed on.
   [[nodiscard]] unsigned long long GetTransferSize() const;
   // Mean rate in KiB per second, truncated.
   [[nodiscard]] unsigned int GetTransferRate() const;
