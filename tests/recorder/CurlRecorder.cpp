@@ -84,6 +84,7 @@ void EasyHandle::SetErrorText(std::string_view text) const {
 }
 
 CURLcode Deliver(const EasyHandle& handle, const Answer& answer) {
+  if (answer.status) CurlRecorder::Current()->info[CURLINFO_RESPONSE_CODE] = *answer.status;
   for (const std::string& line : answer.headers) {
     if (handle.Header(line) != line.size()) return CURLE_WRITE_ERROR;
   }

@@ -61,6 +61,7 @@ struct Answer {
   std::vector<std::string> blocks{};
   CURLcode result = CURLE_OK;
   std::string errorText{};
+  std::optional<long> status{};  // that libcurl tells from the header on; none: the one before
 };
 
 // Stands between the library and libcurl while it exists. The program defines libcurl's easy functions itself, which

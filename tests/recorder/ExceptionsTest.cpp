@@ -247,6 +247,7 @@ class MemoryThatRunsOut : public AThrowingHost {
   // Sends the answer with `spared` allocations inside the callbacks that succeed, and then `count` that fail.
   // Returns whether one failed.
   bool DeliverShort(const EasyHandle& handle, std::size_t spared, std::size_t count) {
+    curl.info[CURLINFO_RESPONSE_CODE] = 206L;
     const Allocations allocations(spared, count);
     const AllocationsCount uncounted(false);
     accepted = handle.Header("HTTP/1.1 206 Partial Content\r\n") != 0;

@@ -96,6 +96,7 @@ class TheContentSize : public TransferTest {
   // The size after a first block, for a download of `length` bytes as libcurl tells it; `resumed`: of a file of 100 bytes.
   unsigned long long Size(std::variant<long, double, CURLcode> length, bool resumed) {
     curl.info[CURLINFO_CONTENT_LENGTH_DOWNLOAD] = length;
+    curl.info[CURLINFO_RESPONSE_CODE] = resumed ? 206L : 200L;
     WriteFile(folder / "out", MakePattern(100));
     ZTransfer transfer;
     unsigned long long during = 0;

@@ -106,7 +106,8 @@ Scenario DownloadFile(const std::string& name, const TempDir& folder, long long 
     const long long first = std::stoll(position);
     const std::string range =
         "Content-Range: bytes " + position + "-" + std::to_string(first + 3) + "/" + std::to_string(first + 4) + "\r\n";
-    scenario.answer = {.headers = {"HTTP/1.1 206 Partial Content\r\n", range, "\r\n"}, .blocks = {"rest"}};
+    scenario.answer = {
+        .headers = {"HTTP/1.1 206 Partial Content\r\n", range, "\r\n"}, .blocks = {"rest"}, .status = 206};
   } else if (position != "0") {
     scenario.answer = {.blocks = {"rest"}};
   }
