@@ -8,7 +8,7 @@ namespace {
 
 std::string Letters(std::size_t count, char first) {
   std::string text;
-  for (std::size_t i = 0; i < count; ++i) text += static_cast<char>(first + i % 26);
+  for (std::size_t i = 0; i < count; ++i) text += static_cast<char>(first + static_cast<int>(i % 26));
   return text;
 }
 

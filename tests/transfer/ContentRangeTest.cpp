@@ -21,7 +21,7 @@ struct RangeCase {
   std::optional<ContentRange> range;
 };
 
-constexpr unsigned long long kLargest = 18446744073709551615ULL;
+constexpr unsigned long long kLargestNumber = 18446744073709551615ULL;
 
 const RangeCase kRanges[] = {
     {"bytes 88-199/200", ContentRange{88, 199, 200}},
@@ -33,7 +33,7 @@ const RangeCase kRanges[] = {
     {"bytes 88-199", ContentRange{88, 199, std::nullopt}},
     {"bytes 88-", ContentRange{88, std::nullopt, std::nullopt}},
     {"bytes 88-/200", ContentRange{88, std::nullopt, 200}},
-    {"bytes 0-18446744073709551614/18446744073709551615", ContentRange{0, kLargest - 1, kLargest}},
+    {"bytes 0-18446744073709551614/18446744073709551615", ContentRange{0, kLargestNumber - 1, kLargestNumber}},
     {"", std::nullopt},
     {"bytes", std::nullopt},
     {"bytes */200", std::nullopt},
