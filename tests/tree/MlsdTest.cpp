@@ -8,61 +8,54 @@
 namespace CorvaneTest {
 namespace {
 
-using Corvane::Page;
 using namespace std::string_literals;
 
-void ExpectMlsdLines(const std::vector<PageCase>& cases) {
-  for (const PageCase& c : cases) {
-    const Page page = ReadMlsdLines(c.text);
-    EXPECT_EQ(Described(page), c.entries) << c.name;
-    EXPECT_EQ(page.leftOutNames, c.leftOut) << c.name;
-  }
-}
-
 TEST(Mlsd, ReadsFacts) {
-  ExpectMlsdLines({
-      {"all of them", "type=file;size=12;modify=20261122045030; a\r\n", {"a 12 1795323030/1"}, {}},
-      {"in capitals", "TYPE=File;Size=12;MODIFY=20261122045030; a\r\n", {"a 12 1795323030/1"}, {}},
-      {"others, too", "unix.mode=0644;type=file;x.y=;perm=r; a\r\n", {"a - -"}, {}},
-      {"a folder", "type=dir;size=4096;modify=20261122045030; a\r\n", {"a/ - 1795323030/1"}, {}},
-      {"the folder itself and its parent", "type=cdir; .\r\ntype=PDIR; ..\r\n", {}, {}},
-      {"the folder itself by its path", "type=cdir; /pub/dir\r\n", {}, {}},
-      {"line ends of another system", "type=file; a\ntype=file; b\n", {"a - -", "b - -"}, {}},
-      {"no line end", "type=file; a", {"a - -"}, {}},
-      {"empty lines", "\r\n\ntype=file; a\r\n\r\n", {"a - -"}, {}},
-      {"a fact that is none", "type=file;size;; a\r\n", {"a - -"}, {}},
-  });
+  ExpectPages(ReadMlsdLines,
+              {
+                  {"all of them", "type=file;size=12;modify=20261122045030; a\r\n", {"a 12 1795323030/1"}, {}},
+                  {"in capitals", "TYPE=File;Size=12;MODIFY=20261122045030; a\r\n", {"a 12 1795323030/1"}, {}},
+                  {"others, too", "unix.mode=0644;type=file;x.y=;perm=r; a\r\n", {"a - -"}, {}},
+                  {"a folder", "type=dir;size=4096;modify=20261122045030; a\r\n", {"a/ - 1795323030/1"}, {}},
+                  {"the folder itself and its parent", "type=cdir; .\r\ntype=PDIR; ..\r\n", {}, {}},
+                  {"the folder itself by its path", "type=cdir; /pub/dir\r\n", {}, {}},
+                  {"line ends of another system", "type=file; a\ntype=file; b\n", {"a - -", "b - -"}, {}},
+                  {"no line end", "type=file; a", {"a - -"}, {}},
+                  {"empty lines", "\r\n\ntype=file; a\r\n\r\n", {"a - -"}, {}},
+                  {"a fact that is none", "type=file;size;; a\r\n", {"a - -"}, {}},
+              });
 }
 
 TEST(Mlsd, NamesBeginBehindTheFirstBlank) {
-  ExpectMlsdLines({
-      {"blanks", "type=file; a b \r\n", {"a b  - -"}, {}},
-      {"blanks first", "type=file;   a\r\n", {"  a - -"}, {}},
-      {"what separates facts", "type=file; a; type=dir; b\r\n", {"a; type=dir; b - -"}, {}},
-      {"bytes that are no UTF-8", "type=file; \xFF\r\n", {"\xFF - -"}, {}},
-      {"control characters", "type=file; a\rb\tc\x01\r\n", {"a\rb\tc\x01 - -"}, {}},
-      {"nothing is decoded", "type=file; a%20b&amp;\r\n", {"a%20b&amp; - -"}, {}},
-  });
+  ExpectPages(ReadMlsdLines, {
+                                 {"blanks", "type=file; a b \r\n", {"a b  - -"}, {}},
+                                 {"blanks first", "type=file;   a\r\n", {"  a - -"}, {}},
+                                 {"what separates facts", "type=file; a; type=dir; b\r\n", {"a; type=dir; b - -"}, {}},
+                                 {"bytes that are no UTF-8", "type=file; \xFF\r\n", {"\xFF - -"}, {}},
+                                 {"control characters", "type=file; a\rb\tc\x01\r\n", {"a\rb\tc\x01 - -"}, {}},
+                                 {"nothing is decoded", "type=file; a%20b&amp;\r\n", {"a%20b&amp; - -"}, {}},
+                             });
 }
 
 TEST(Mlsd, LeavesOutWhatIsNoFileAndNoFolder) {
-  ExpectMlsdLines({
-      {"a link", "type=OS.unix=slink:/target; a\r\n", {}, {"a"}},
-      {"a link of another server", "type=OS.unix=symlink; a\r\n", {}, {"a"}},
-      {"a device", "type=OS.unix=chr-1/3; null\r\n", {}, {"null"}},
-      {"no type", "size=12; a\r\n", {}, {"size=12; a"}},
-      {"no facts", " a\r\n", {}, {" a"}},
-      {"facts that are not ended", "type=file;size=12 a\r\n", {}, {"type=file;size=12 a"}},
-      {"a blank in a fact", "type=OS.unix=slink:/a b; c\r\n", {}, {"type=OS.unix=slink:/a b; c"}},
-      {"no name", "type=file;\r\n", {}, {"type=file;"}},
-      {"an empty name", "type=file; \r\n", {}, {""}},
-      {"another answer", "500 MLSD not understood\r\n", {}, {"500 MLSD not understood"}},
-      {"a path", "type=file; /pub/dir/a\r\n", {}, {"/pub/dir/a"}},
-      {"a way up", "type=dir; ..\r\ntype=file; .\r\n", {}, {"..", "."}},
-      {"a zero byte", "type=file; a\0b\r\n"s, {}, {"a\0b"s}},
-      {"the program's own", "type=dir; .corvane\r\n", {}, {".corvane"}},
-      {"a file and a folder", "type=file; a\r\ntype=dir; a\r\n", {"a/ - -"}, {"a"}},
-  });
+  ExpectPages(ReadMlsdLines,
+              {
+                  {"a link", "type=OS.unix=slink:/target; a\r\n", {}, {"a"}},
+                  {"a link of another server", "type=OS.unix=symlink; a\r\n", {}, {"a"}},
+                  {"a device", "type=OS.unix=chr-1/3; null\r\n", {}, {"null"}},
+                  {"no type", "size=12; a\r\n", {}, {"size=12; a"}},
+                  {"no facts", " a\r\n", {}, {" a"}},
+                  {"facts that are not ended", "type=file;size=12 a\r\n", {}, {"type=file;size=12 a"}},
+                  {"a blank in a fact", "type=OS.unix=slink:/a b; c\r\n", {}, {"type=OS.unix=slink:/a b; c"}},
+                  {"no name", "type=file;\r\n", {}, {"type=file;"}},
+                  {"an empty name", "type=file; \r\n", {}, {""}},
+                  {"another answer", "500 MLSD not understood\r\n", {}, {"500 MLSD not understood"}},
+                  {"a path", "type=file; /pub/dir/a\r\n", {}, {"/pub/dir/a"}},
+                  {"a way up", "type=dir; ..\r\ntype=file; .\r\n", {}, {"..", "."}},
+                  {"a zero byte", "type=file; a\0b\r\n"s, {}, {"a\0b"s}},
+                  {"the program's own", "type=dir; .corvane\r\n", {}, {".corvane"}},
+                  {"a file and a folder", "type=file; a\r\ntype=dir; a\r\n", {"a/ - -"}, {"a"}},
+              });
 }
 
 TEST(Mlsd, SizesAndTimesThatAreNone) {

@@ -50,6 +50,14 @@ std::vector<std::string> Described(const Page& page) {
   return lines;
 }
 
+void ExpectPages(Page (*read)(std::string_view), const std::vector<PageCase>& cases) {
+  for (const PageCase& c : cases) {
+    const Page page = read(c.text);
+    EXPECT_EQ(Described(page), c.entries) << c.name;
+    EXPECT_EQ(page.leftOutNames, c.leftOut) << c.name;
+  }
+}
+
 void ExpectAnchors(const std::vector<PageCase>& cases, std::string_view url) {
   for (const PageCase& c : cases) {
     const Page page = ReadPage(c.text, url);

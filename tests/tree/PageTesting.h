@@ -31,6 +31,7 @@ struct PageCase {
   std::vector<std::string> entries;
   std::vector<std::string> leftOut;
 };
+void ExpectPages(Corvane::Page (*read)(std::string_view), const std::vector<PageCase>& cases);
 void ExpectAnchors(const std::vector<PageCase>& cases, std::string_view url = "http://files.example/pub/dir/");
 
 // What is true of the folders that the fixtures show; see fixtures/make.
