@@ -54,7 +54,7 @@ std::wstring DecodeWithUtf8cpp(const std::string& bytes) {
 
 void DecodeOurs(benchmark::State& state, const std::string& sample) {
   const std::string bytes = Repeat(sample, static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     ZString text;
     AppendUtf8(text, bytes.data(), bytes.size());
     benchmark::DoNotOptimize(text.CStr());
@@ -64,7 +64,7 @@ void DecodeOurs(benchmark::State& state, const std::string& sample) {
 
 void DecodeNaively(benchmark::State& state, const std::string& sample) {
   const std::string bytes = Repeat(sample, static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     const std::wstring text = DecodeWithUtf8cpp(bytes);
     benchmark::DoNotOptimize(text.data());
   }

@@ -24,7 +24,11 @@ std::string Written(const ChecksumList& list, bool isTagged, Checksum::Kind kind
     std::string escaped;
     for (const char c : name) escaped += c == '\\' ? "\\\\" : c == '\n' ? "\\n" : c == '\r' ? "\\r" : std::string(1, c);
     if (escaped != name) text += '\\';
-    text += isTagged ? tag + escaped + ") = " + digits : digits + (name.size() % 2 == 0 ? " *" : "  ") + escaped;
+    if (isTagged) {
+      text.append(tag).append(escaped).append(") = ").append(digits);
+    } else {
+      text.append(digits).append(name.size() % 2 == 0 ? " *" : "  ").append(escaped);
+    }
     text += '\n';
   }
   return text;

@@ -51,7 +51,7 @@ void CheckName(const ZUrl& url, const ZString& name) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string_view rest = BytesOf(data, size);
   const ZUrl url(Wide(TakeLine(rest)));
-  const ZString text = url.ToString();
+  const ZString& text = url.ToString();
   const ZString again = ZUrl(text).ToString();
   Require(again == text || (again + L"/" == text && again[again.Length() - 1] == L'/'), "parsed again it is equal");
   const ZString name = Wide(rest.substr(0, rest.find('/')));

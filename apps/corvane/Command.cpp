@@ -126,7 +126,7 @@ Report MakeReport(const char* operation, const Target& target, const std::option
   return report;
 }
 
-void TakeBody(Corvane::ZString text, Report& report, Environment& environment) {
+void TakeBody(const Corvane::ZString& text, Report& report, Environment& environment) {
   constexpr wchar_t kReplacement = 0xFFFD;
   const bool mayHaveLost = text.Find(kReplacement) != Corvane::ZString::npos;
   report.body = ToUtf8(text);

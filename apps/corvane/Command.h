@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -34,7 +35,10 @@ struct Environment {
 // kLocal (kInterrupted) instead of `code`.
 [[nodiscard]] ExitCode PrintOutput(const std::string& output, ExitCode code, Environment& environment);
 
-// The same for what comes in pieces: `next` returns one with each call, and nullopt behind the last.
+// As much as is worth a write of its own.
+inline constexpr std::size_t kOutputPieceBytes = std::size_t{1} << 16;
+
+// The same for what comes in pieces of about kOutputPieceBytes: `next` returns one with each call, and nullopt behind the last.
 [[nodiscard]] ExitCode PrintPieces(const std::function<std::optional<std::string>()>& next, ExitCode code,
                                    Environment& environment);
 
@@ -55,7 +59,7 @@ void TellOfDirectoryUrl(const Target& target, const std::string& fragment, Envir
 [[nodiscard]] Report MakeReport(const char* operation, const Target& target, const std::optional<std::string>& output);
 
 // Puts decoded text into the report as its body, and tells when bytes may have been lost in decoding.
-void TakeBody(Corvane::ZString text, Report& report, Environment& environment);
+void TakeBody(const Corvane::ZString& text, Report& report, Environment& environment);
 
 // The command of the user as words for the shell, without -o, --resume and --header and with a blank at its end.
 [[nodiscard]] std::string CommandWords(const Environment& environment);

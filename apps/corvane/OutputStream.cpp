@@ -67,7 +67,7 @@ bool OutputStream::Finish() {
   return m_error == 0;
 }
 
-std::string OutputStream::Shown(std::string text) const { return m_isTerminal ? WithoutControls(text) : text; }
+std::string OutputStream::Shown(const std::string& text) const { return m_isTerminal ? WithoutControls(text) : text; }
 
 std::string OutputStream::Name() const { return m_output ? DisplayName(*m_output) : "the standard output"; }
 

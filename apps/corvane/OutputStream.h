@@ -38,7 +38,7 @@ class OutputStream {
 
  private:
   bool Send(std::string_view bytes);
-  [[nodiscard]] std::string Shown(std::string text) const;
+  [[nodiscard]] std::string Shown(const std::string& text) const;
 
   const std::optional<std::string> m_output;
   const Environment& m_environment;

@@ -30,7 +30,7 @@ TrustStore ChooseTrust(const CommonOptions& common, const Target& target) {
 }
 
 // More than libcurl's own 16 KiB: fewer and larger blocks cost less.
-constexpr unsigned long kReceiveBuffer = 256 * 1024;
+constexpr unsigned long kReceiveBuffer = 256UL * 1024;
 
 Corvane::ZTransferOptions OptionsOf(const RequestOptions& request) {
   Corvane::ZTransferOptions options;

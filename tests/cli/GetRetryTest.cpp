@@ -29,7 +29,7 @@ VersionedFile::Version Tagged(std::string content, const std::string& tag) {
 }
 
 // The first answers with these statuses, then the content.
-Responder FailingAtFirst(std::vector<int> statuses, std::vector<HeaderField> headers = {}) {
+Responder FailingAtFirst(std::vector<int> statuses, const std::vector<HeaderField>& headers = {}) {
   auto answers = std::make_shared<std::vector<int>>(std::move(statuses));
   auto mutex = std::make_shared<std::mutex>();
   return [=](Connection& peer, const Request& request) {

@@ -326,7 +326,7 @@ TEST(GetJson, SurvivesBytesThatAreNotUtf8) {
 // --- throttle options
 
 TEST(Throttle, LimitHoldsFromTheFirstByte) {
-  const ScriptedServer server(KeepAlive(Content(MakePattern(3 * 65536))));
+  const ScriptedServer server(KeepAlive(Content(MakePattern(std::size_t{3} * 65536))));
   const TempDir folder;
   const ProgramResult result =
       RunCorvane({"get", server.Url(), "-o", folder / "f", "--limit", "64k", "--log-file", folder / "log"});

@@ -49,7 +49,7 @@ struct HabitCase {
   std::string remedy;
 };
 
-const std::vector<HabitCase>& HabitCases() {
+const std::vector<HabitCase>& HabitCases() {  // NOLINT(readability-function-size): a table
   static const std::vector<HabitCase> cases = {
       {{"get", "-O", "-"}, "leave out -O"},
       {{"get", "-qO-"}, "leave out -O"},

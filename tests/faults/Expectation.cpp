@@ -92,8 +92,8 @@ class Derivation {
   }
 
   [[nodiscard]] Ending OwnEnd() const {
-    const Ending failed = m_told.curl != 0 ? Ending{CurlFailure(m_told.curl), m_told.text}
-                                           : Ending{TRANSFER_S_FINISHED, "Transfer has finished successfully"};
+    Ending failed = m_told.curl != 0 ? Ending{CurlFailure(m_told.curl), m_told.text}
+                                     : Ending{TRANSFER_S_FINISHED, "Transfer has finished successfully"};
     const std::string refused = "Failed to connect to the specified URL, ";
     switch (m_op) {
       case Op::kGet:

@@ -94,16 +94,16 @@ void ExpectOnTheWire(const PostCase& c) {
   EXPECT_THAT(server.Surplus(), IsEmpty());
 }
 
-PostCase Field(std::string name, ZString field, ZString value, std::string body) {
+PostCase Field(std::string name, const ZString& field, const ZString& value, std::string body) {
   return {std::move(name), [=](ZTransfer& t, const ZString& url) { return t.Post(url, field, value); },
           std::move(body)};
 }
 
-PostCase Map(std::string name, Fields fields, std::string body) {
+PostCase Map(std::string name, const Fields& fields, std::string body) {
   return {std::move(name), [=](ZTransfer& t, const ZString& url) { return t.Post(url, fields); }, std::move(body)};
 }
 
-PostCase DataOf(std::string name, std::wstring text, std::string body) {
+PostCase DataOf(std::string name, const std::wstring& text, std::string body) {
   return {std::move(name), [=](ZTransfer& t, const ZString& url) { return t.PostData(url, ZString(text)); },
           std::move(body)};
 }

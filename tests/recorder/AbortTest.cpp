@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/recorder/Scenarios.h"
@@ -94,33 +95,78 @@ TEST_F(AnAbort, ThatComesTooLateChangesNothing) {
   EXPECT_EQ(Outcome(transfer), "0x00010000 Transfer has finished successfully");
 }
 
+// Aborts while libcurl is given an option, before or after it takes it. The abort's limits must be those that hold.
+class AnAbortAtAnOption : public AnAbort {
+ protected:
+  // Calls abort for each option that is set from now on.
+  void CallAtOptions(bool before, std::function<void(const OptionCall&)> abort) {
+    if (before) {
+      curl.onOption = [abort = std::move(abort)](const OptionCall& call) { return abort(call), CURLE_OK; };
+    } else {
+      curl.afterOption = std::move(abort);
+    }
+  }
+
+  void CallNoMore() {
+    curl.onOption = nullptr;
+    curl.afterOption = nullptr;
+  }
+
+  static CURLcode EndWithin(const EasyHandle& handle, const std::string& when) {
+    EXPECT_EQ(handle.Number(CURLOPT_TIMEOUT), 1) << when;
+    EXPECT_EQ(handle.Number(CURLOPT_CONNECTTIMEOUT), 1) << when;
+    return CURLE_OPERATION_TIMEDOUT;
+  }
+
+  void ExpectAbortOf(const Scenario& scenario, std::size_t index, bool before) {
+    const std::string when = scenario.name + (before ? ", before " : ", after ") + scenario.options[index].text;
+    ZTransfer object;
+    if (scenario.configure) scenario.configure(object);
+    if (scenario.prepare) scenario.prepare();
+    std::size_t left = index + 1;
+    CallAtOptions(before, [&](const OptionCall&) {
+      if (left > 0 && --left == 0) object.Abort();
+    });
+    curl.perform = [&](const EasyHandle& handle) { return EndWithin(handle, when); };
+    const ZResult code = scenario.run(object, result);
+    CallNoMore();
+    EXPECT_EQ(left, 0u) << when;
+    EXPECT_EQ(code, Corvane::TRANSFER_E_ABORTED) << when;
+  }
+
+  void ExpectAbortOfABlock(bool throttle, bool before, int move) {
+    const std::string when = std::string(throttle ? "throttled" : "not throttled") +
+                             (before ? ", before " : ", after ") + std::to_string(move);
+    transfer.UseThrottling(throttle);
+    curl.perform = [&](const EasyHandle& handle) {
+      int left = move;
+      CallAtOptions(before, [&](const OptionCall& call) {
+        if (call.number != 1 && --left == 0) transfer.Abort();
+      });
+      EXPECT_EQ(handle.Write("block"), 5u) << when;
+      CallNoMore();
+      EXPECT_LE(left, 0) << when;
+      return EndWithin(handle, when);
+    };
+    EXPECT_EQ(transfer.Download(L"http://h/", result), Corvane::TRANSFER_E_ABORTED) << when;
+  }
+};
+
 // The set-up writes the limits itself. Whatever the order, the abort's must be the last.
-TEST_F(AnAbort, DuringTheSetUpIsNotUndoneByIt) {
+TEST_F(AnAbortAtAnOption, OfTheSetUpIsNotUndoneByIt) {
   for (const Scenario& scenario : AllScenarios(folder)) {
     for (std::size_t index = 0; index < scenario.options.size(); ++index) {
-      for (const bool before : {true, false}) {
-        const std::string when = scenario.name + (before ? ", before " : ", after ") + scenario.options[index].text;
-        ZTransfer object;
-        if (scenario.configure) scenario.configure(object);
-        if (scenario.prepare) scenario.prepare();
-        std::size_t left = index + 1;
-        const auto abort = [&](const OptionCall&) {
-          if (left > 0 && --left == 0) object.Abort();
-        };
-        if (!before) curl.afterOption = abort;
-        if (before) curl.onOption = [&](const OptionCall& call) { return abort(call), CURLE_OK; };
-        curl.perform = [&](const EasyHandle& handle) {
-          EXPECT_EQ(handle.Number(CURLOPT_TIMEOUT), 1) << when;
-          EXPECT_EQ(handle.Number(CURLOPT_CONNECTTIMEOUT), 1) << when;
-          return CURLE_OPERATION_TIMEDOUT;
-        };
-        const ZResult code = scenario.run(object, result);
-        curl.onOption = nullptr;
-        curl.afterOption = nullptr;
-        EXPECT_EQ(left, 0u) << when;
-        EXPECT_EQ(code, Corvane::TRANSFER_E_ABORTED) << when;
-      }
+      ExpectAbortOf(scenario, index, true);
+      ExpectAbortOf(scenario, index, false);
     }
+  }
+}
+
+TEST_F(AnAbortAtAnOption, ThatMovesTheLimitIsTheLastToSetIt) {
+  for (const bool before : {true, false}) {
+    ExpectAbortOfABlock(false, before, 1);
+    ExpectAbortOfABlock(true, before, 1);
+    ExpectAbortOfABlock(true, before, 2);
   }
 }
 
@@ -153,32 +199,6 @@ TEST_F(AnAbort, ByAnObserverIsNotUndoneByTheSameBlock) {
     };
     EXPECT_EQ(transfer.Download(L"http://h/", result), Corvane::TRANSFER_E_ABORTED);
     EXPECT_EQ(result, ZString(L"block"));
-  }
-}
-
-TEST_F(AnAbort, WhileABlockMovesTheLimitIsTheLastToSetIt) {
-  for (const bool throttle : {true, false}) {
-    for (const bool before : {true, false}) {
-      for (int move = 1; move <= (throttle ? 2 : 1); ++move) {
-        transfer.UseThrottling(throttle);
-        curl.perform = [&](const EasyHandle& handle) {
-          int left = move;
-          const auto abort = [&](const OptionCall& call) {
-            if (call.number != 1 && --left == 0) transfer.Abort();
-          };
-          if (!before) curl.afterOption = abort;
-          if (before) curl.onOption = [&](const OptionCall& call) { return abort(call), CURLE_OK; };
-          EXPECT_EQ(handle.Write("block"), 5u);
-          curl.onOption = nullptr;
-          curl.afterOption = nullptr;
-          EXPECT_LE(left, 0);
-          EXPECT_EQ(handle.Number(CURLOPT_TIMEOUT), 1);
-          EXPECT_EQ(handle.Number(CURLOPT_CONNECTTIMEOUT), 1);
-          return CURLE_OPERATION_TIMEDOUT;
-        };
-        EXPECT_EQ(transfer.Download(L"http://h/", result), Corvane::TRANSFER_E_ABORTED);
-      }
-    }
   }
 }
 

@@ -73,8 +73,10 @@ __attribute__((visibility("default"))) void operator delete[](void* memory, cons
 // NOLINTEND(cppcoreguidelines-no-malloc)
 
 // A sanitizer that is linked into the program itself has no "next" function; its own goes by this name.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" __attribute__((weak)) void* __interceptor_realloc(void* memory, std::size_t bytes);
 extern "C" __attribute__((weak)) char* __interceptor_strdup(const char* text);
+// NOLINTEND(bugprone-reserved-identifier)
 
 CORVANE_TEST_STANDS_IN void* realloc(void* memory, std::size_t bytes) noexcept {
   static const NextFunction<void*(void*, std::size_t)> next("realloc");

@@ -207,7 +207,7 @@ namespace {
 
 // Passes a value on through the dots, and to the recorder.
 template <class Value>
-CURLcode SetOption(OptionCall call, Value value) {
+CURLcode SetOption(const OptionCall& call, Value value) {
   static const NextFunction<CURLcode(CURL*, CURLoption, ...)> next("curl_easy_setopt");
   CurlRecorder* const recorder = CurlRecorder::Current();
   if (recorder == nullptr) return next(call.handle, call.option, value);

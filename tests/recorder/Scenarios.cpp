@@ -127,7 +127,7 @@ void AddFiles(std::vector<Scenario>& all, const TempDir& folder) {
   all.push_back(DownloadFile("resume over ftp", folder, 1000, true, false, "968"));
 }
 
-Scenario Post(const std::string& name, std::function<Corvane::ZResult(ZTransfer&, ZString&)> run, Options body) {
+Scenario Post(const std::string& name, std::function<Corvane::ZResult(ZTransfer&, ZString&)> run, const Options& body) {
   return {.name = name, .run = std::move(run), .options = PostOf(body)};
 }
 

@@ -109,7 +109,7 @@ std::string CheckTree(const fs::path& target, bool mayLack, unsigned long long& 
   for (const auto& [path, content] : SoakFiles()) {
     if (mayLack && !fs::exists(target / path)) continue;
     const std::string problem = ProblemOf(target / path, content);
-    if (!problem.empty()) return "in " + path + ": " + problem;
+    if (!problem.empty()) return std::string("in ").append(path).append(": ").append(problem);
     bytes += content.size();
   }
   return "";

@@ -113,7 +113,7 @@ const char* NameOf(Target target) {
 
 std::string NameOf(const Fault& fault) {
   if (fault.isLasting) return "and all after it";
-  const std::string half = fault.isShort ? "half of it" : "";
+  std::string half = fault.isShort ? "half of it" : "";
   if (fault.error == 0) return half;
   return half + (half.empty() ? "" : ", ") + std::strerror(fault.error);
 }

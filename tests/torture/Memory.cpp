@@ -50,8 +50,10 @@ CORVANE_TEST_REPLACES void operator delete(void* memory, const std::nothrow_t&) 
 CORVANE_TEST_REPLACES void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 
 // A sanitizer that is linked into the program itself has no "next" function; its own goes by this name.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" __attribute__((weak)) void* __interceptor_realloc(void* memory, std::size_t bytes);
 extern "C" __attribute__((weak)) char* __interceptor_strdup(const char* text);
+// NOLINTEND(bugprone-reserved-identifier)
 
 CORVANE_TEST_STANDS_IN void* realloc(void* memory, std::size_t bytes) noexcept {
   static const NextFunction<void*(void*, std::size_t)> next("realloc");

@@ -58,10 +58,10 @@ bool HasMode(int flags) noexcept { return (flags & O_CREAT) != 0 || (flags & O_T
   Result StandInFor_##name parameters
 
 // A function that does nothing when it fails.
-#define CORVANE_FAILS(Result, name, target, failure, parameters, arguments)              \
-  CORVANE_STANDS_IN(Result, name, parameters) {                                          \
-    static const NextFunction<Result parameters> next(#name);                            \
-    return Fails(target, #name, __builtin_return_address(0)) ? failure : next arguments; \
+#define CORVANE_FAILS(Result, name, target, failure, parameters, arguments)                \
+  CORVANE_STANDS_IN(Result, name, parameters) {                                            \
+    static const NextFunction<Result parameters> next(#name);                              \
+    return Fails(target, #name, __builtin_return_address(0)) ? (failure) : next arguments; \
   }
 
 CORVANE_STANDS_IN(int, open, (const char* path, int flags, ...)) {

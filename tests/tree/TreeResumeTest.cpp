@@ -1,6 +1,11 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/cli/VersionedFile.h"
 #include "tests/support/ScriptedFtpServer.h"
@@ -44,10 +49,18 @@ class TreeResume : public testing::Test {
     requests = server.Requests().size();
   }
 
+  // What the run that was broken off left of the file: its part, or its record.
+  fs::path Left(const std::string& extension) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(Target() / ".corvane")) {
+      if (entry.path().extension() == extension) return entry.path();
+    }
+    throw std::runtime_error("no " + extension + " is left");
+  }
+
   // The bytes of the file that came in the second run.
   std::optional<std::string> AskedRange() const {
     for (std::size_t i = requests; i < server.Requests().size(); ++i) {
-      if (const auto range = server.Requests()[i].Header("Range")) return range;
+      if (auto range = server.Requests()[i].Header("Range")) return range;
     }
     return std::nullopt;
   }
@@ -263,33 +276,31 @@ TEST_F(TreeResume, TheOldFileStaysUntilTheNewOneIsWhole) {
 }
 
 TEST_F(TreeResume, OfAPartThatSomebodyHasSpoiltBeginsAnew) {
-  for (const char* const spoil : {"record", "cut record", "endless record", "part", "folder"}) {
+  const std::vector<std::pair<const char*, std::function<void()>>> spoils = {
+      {"record", [&] { WriteFile(Left(".info"), "something else"); }},
+      {"cut record", [&] { fs::resize_file(Left(".info"), fs::file_size(Left(".info")) - 1); }},
+      {"endless record",
+       [&] { WriteFile(Left(".info"), ReadFile(Left(".info")) + std::string(std::size_t{1} << 20, '\n')); }},
+      {"part", [&] { fs::resize_file(Left(".part"), 10); }},
+  };
+  for (const auto& [what, spoil] : spoils) {
     fs::remove_all(Target());
     BreakOff();
-    for (const fs::directory_entry& entry : fs::directory_iterator(Target() / ".corvane")) {
-      const bool isRecord = entry.path().extension() == ".info";
-      if (!isRecord && entry.path().extension() != ".part") continue;
-      if (spoil == std::string("record") && isRecord) WriteFile(entry.path(), "something else");
-      if (spoil == std::string("cut record") && isRecord)
-        fs::resize_file(entry.path(), fs::file_size(entry.path()) - 1);
-      if (spoil == std::string("endless record") && isRecord)
-        WriteFile(entry.path(), ReadFile(entry.path()) + std::string(std::size_t{1} << 20, '\n'));
-      if (spoil == std::string("part") && !isRecord) fs::resize_file(entry.path(), 10);
-      if (spoil == std::string("folder") && !isRecord) {
-        fs::remove(entry.path());
-        fs::create_directory(entry.path());
-      }
-    }
+    spoil();
     const TreeResult result = Download();
-    if (spoil == std::string("folder")) {
-      EXPECT_TRUE(Corvane::IsFailure(result.code));
-      EXPECT_FALSE(fs::exists(Target() / "file"));
-      continue;
-    }
-    EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << spoil << result;
-    EXPECT_EQ(result.ActionOf("file"), Action::Fetch) << spoil;
-    EXPECT_TRUE(ReadFile(Target() / "file") == content) << spoil;
+    EXPECT_THAT(result.code, IsCode(Corvane::TRANSFER_S_FINISHED)) << what << result;
+    EXPECT_EQ(result.ActionOf("file"), Action::Fetch) << what;
+    EXPECT_TRUE(ReadFile(Target() / "file") == content) << what;
   }
+}
+
+TEST_F(TreeResume, OfAPartInWhosePlaceAFolderStandsFails) {
+  BreakOff();
+  const fs::path part = Left(".part");
+  fs::remove(part);
+  fs::create_directory(part);
+  EXPECT_TRUE(Corvane::IsFailure(Download().code));
+  EXPECT_FALSE(fs::exists(Target() / "file"));
 }
 
 TEST_F(TreeResume, APartOfAnotherAddressIsNotContinued) {

@@ -58,7 +58,8 @@ void TreeClient::Update(const ZTreeDownload::Item& item) {
 
 std::string IndexPage(const std::vector<std::string>& hrefs) {
   std::string page = "<html><head><title>Index of /</title></head><body><h1>Index of /</h1><ul>\n";
-  for (const std::string& href : hrefs) page += "<li><a href=\"" + href + "\">" + href + "</a></li>\n";
+  for (const std::string& href : hrefs)
+    page.append("<li><a href=\"").append(href).append("\">").append(href).append("</a></li>\n");
   return page + "</ul></body></html>\n";
 }
 

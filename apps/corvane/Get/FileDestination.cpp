@@ -40,7 +40,7 @@ std::string LocalName(const std::string& name) {
 std::string PathOf(const GetCommand& command, const Target& target) {
   const Placement& placement = command.placement;
   if (placement.output) return *placement.output;
-  const std::string name = LocalName(NameFromUrl(target.display));
+  std::string name = LocalName(NameFromUrl(target.display));
   if (!placement.directory) return name;
   return placement.directory->back() == '/' ? *placement.directory + name : *placement.directory + '/' + name;
 }

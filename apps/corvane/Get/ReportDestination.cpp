@@ -24,12 +24,12 @@ class ReportDestination : public Destination {
   }
 
   [[nodiscard]] bool Finish(Session& /*session*/, Report& report) override {
-    TakeBody(std::move(m_text), report, m_environment);
+    TakeBody(m_text, report, m_environment);
     return true;
   }
 
   [[noreturn]] void Fail(Session& session, Report& report) override {
-    TakeBody(std::move(m_text), report, m_environment);  // the page of a refusal may tell more
+    TakeBody(m_text, report, m_environment);  // the page of a refusal may tell more
     session.Fail(kCannotGet, nullptr, false, report);
   }
 
