@@ -116,7 +116,7 @@ struct VsftpdOptions {
   std::string lines = {};  // directives added at the end, such as "anon_max_rate=1000"
 };
 
-// Anonymous access, reading only, chrooted into RootDir(). Needs root.
+// Anonymous access, reading only, chrooted into RootDir() when root starts it.
 class VsftpdServer : public Daemon {
  public:
   explicit VsftpdServer(const VsftpdOptions& options = {});
