@@ -24,7 +24,6 @@ namespace CorvaneCli {
 namespace {
 
 constexpr const char* kOtherName = "choose another file with -o, or change the permissions";
-constexpr int kMostTries = 10000;
 
 struct FreeDeleter {
   void operator()(char* memory) const noexcept { std::free(memory); }
@@ -143,7 +142,7 @@ void OutputFile::TakeOverFrom(const std::string& old) {
 // "NAME", "NAME.1" and so on: whatever has the name already, and also when it gets it just now.
 std::string OutputFile::MoveToFreeName(const std::string& path) {
   std::string free = path;
-  for (int number = 1; number < kMostTries; ++number) {
+  for (int number = 1; number < kMostNumberedNames; ++number) {
     if (renameat2(AT_FDCWD, m_part->Path().c_str(), AT_FDCWD, free.c_str(), RENAME_NOREPLACE) == 0) return free;
     if (errno == EINVAL || errno == ENOSYS) {  // a file system that does not know how
       if (link(m_part->Path().c_str(), free.c_str()) == 0) {

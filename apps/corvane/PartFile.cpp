@@ -16,7 +16,6 @@
 namespace CorvaneCli {
 namespace {
 
-constexpr int kMostNames = 10000;
 // Never through a link, and without waiting for the other end of a pipe.
 constexpr int kCarefully = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
 
@@ -42,7 +41,7 @@ std::string ShortName(const std::string& file) { return file.substr(0, file.rfin
 PartFile::PartFile(const std::string& file, mode_t mode) : m_for(file) {
   std::string stem = file;
   std::string path = stem + ".part";
-  for (int number = 1; number < kMostNames; ++number) {
+  for (int number = 1; number < kMostNumberedNames; ++number) {
     switch (Take(path, mode)) {
       case Find::kTaken:
         return;

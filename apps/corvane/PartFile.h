@@ -17,6 +17,9 @@ inline constexpr unsigned long long kResumeThreshold = 64;
 // In bytes. How much of the end of a resumed file is fetched again, to be compared.
 inline constexpr unsigned long long kResumeMargin = 32;
 
+// Where the names FILE.1 and so on, or FILE.part.1 and so on, end.
+inline constexpr int kMostNumberedNames = 10000;
+
 // What is under way for FILE: FILE.part, with FILE.part.json beside it, which says what FILE.part is a part of. A file of
 // that name which the program did not make (one that lacks the record, a link, a device, somebody else's) is left
 // alone, and FILE.part.1 and so on are tried. While the object lives no other run of the program writes into the part.

@@ -230,13 +230,12 @@ ExitCode Sync::Print(ExitCode code) {
 
 // What cannot be had is in it, too; the message has told why it is not the whole.
 ExitCode Sync::PrintPlan(ExitCode code) {
-  constexpr std::size_t kPlanPieceBytes = std::size_t{1} << 16;
   const auto& items = m_journal.Items();
   bool isDone = false;
   const auto nextPiece = [&, next = std::size_t{0}]() mutable -> std::optional<std::string> {
     if (isDone) return std::nullopt;
     std::string piece;
-    for (; next < items.size() && piece.size() < kPlanPieceBytes; ++next)
+    for (; next < items.size() && piece.size() < kOutputPieceBytes; ++next)
       piece += Printable(FormatPlanLine(items[next])) + '\n';
     isDone = next == items.size();
     if (isDone) piece += Printable(FormatPlanTotals(m_journal, m_ending.statistics)) + '\n';

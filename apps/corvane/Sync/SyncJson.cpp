@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "apps/corvane/Command.h"
 #include "apps/corvane/JsonValues.h"
 #include "apps/corvane/Proxy.h"
 #include "apps/corvane/Sync/Words.h"
@@ -11,8 +12,6 @@ namespace CorvaneCli {
 namespace {
 
 using Corvane::ZTreeDownload;
-
-constexpr std::size_t kJsonPieceBytes = std::size_t{1} << 16;
 
 Json StatisticsOf(const ZTreeDownload::Statistics& statistics) {
   return {{"folders", statistics.folders},
@@ -72,7 +71,7 @@ class Pieces {
     std::string piece;
     piece.swap(m_head);
     const std::deque<ZTreeDownload::Item>& items = m_journal.Items();
-    for (; m_next < items.size() && piece.size() < kJsonPieceBytes; ++m_next) {
+    for (; m_next < items.size() && piece.size() < kOutputPieceBytes; ++m_next) {
       piece += m_next == 0 ? "\n    " : ",\n    ";
       piece += Dump(FileOf(items[m_next]), -1);
     }
