@@ -112,11 +112,11 @@ TEST_F(Additions, FollowNoRedirectFromHttpsToHttp) {
 // libcurl knows that line in any case, and its status in capitals only: in lower case every answer has the status 200.
 TEST_F(Additions, FollowNoRedirectBehindAStatusLineInLowerCase) {
   ScriptedServer plain(KeepAlive(Content("content")));
-  ScriptedServer secure(OncePerConnection([&](Connection& peer, const Request&) {
-                          peer.Send("http/1.1 302 Found\r\nLocation: " + plain.Url("/b") +
-                                    "\r\nContent-Length: 0\r\n\r\n");
-                        }),
-                        MakePki(folder.Path()).server);
+  ScriptedServer secure(
+      OncePerConnection([&](Connection& peer, const Request&) {
+        peer.Send("http/1.1 302 Found\r\nLocation: " + plain.Url("/b") + "\r\nContent-Length: 0\r\n\r\n");
+      }),
+      MakePki(folder.Path()).server);
   ScriptedServer first(KeepAlive(Redirect(secure.Url("/a"))));
   Follow(10);
   EXPECT_THAT(Get(first.Url("/a")), IsCode(TRANSFER_S_FINISHED));
